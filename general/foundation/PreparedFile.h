@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "general/foundation/FileAttributes.h"
+#include "general/foundation/Result.h"
+
+namespace foundation {
+
+/// A file that is written in full and carries its final attributes, but that no name shows yet.
+///
+/// Preparing may run on any thread, ahead of time: it works also while the destination's folder does not exist yet, as
+/// long as one of its parents does. Publishing gives the file its name, in one step, replacing a file or link that has
+/// it; the folder must exist by then. Where the file system allows it the prepared file has no name at all, so a killed
+/// process leaves nothing behind; elsewhere it has an unpredictable temporary name (see TemporaryNames.h).
+/// Dropping a prepared file unpublished discards it.
+class PreparedFile {
+ public:
+  /// @param attributes absent ones are the process's owner and group and mode 0644.
+  [[nodiscard]] static Result<PreparedFile> prepare(const std::string& destination, std::span<const std::byte> content,
+                                                    const FileAttributes& attributes);
+  PreparedFile(PreparedFile&& other) noexcept;
+  PreparedFile& operator=(PreparedFile&& other) noexcept;
+  PreparedFile(const PreparedFile&) = delete;
+  PreparedFile& operator=(const PreparedFile&) = delete;
+  ~PreparedFile();
+
+  /// Errors: those of writing; 512 with errno EXDEV when the destination's folder turned out to lie on another file
+  /// system than the parent that existed at preparation (prepare it again then).
+  [[nodiscard]] Status publish() &&;
+
+ private:
+  PreparedFile(std::string destination, int descriptor, std::string temporaryPath);
+  void discard() noexcept;
+
+  std::string destination_;
+  int descriptor_ = -1;        // the unnamed file, or -1
+  std::string temporaryPath_;  // the temporary name where the file system has no unnamed files, else empty
+};
+
+}  // namespace foundation

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace foundation {
+
+/// A program that could not be started at all; what() says why.
+class TaskLaunchException : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// One child process. Nothing of the engine's own descriptors reaches it but the three standard ones; ignored signals
+/// and signal masks are back at their defaults. Use from one thread.
+class Task {
+ public:
+  /// @param launchPath started as it stands: no search, no shell.
+  Task(std::string launchPath, std::vector<std::string> arguments);
+  ~Task();  ///< does not end the child; a child that has exited is reaped, a running one is left to itself
+  Task(Task&& other) noexcept;
+  Task& operator=(Task&& other) noexcept;
+  Task(const Task&) = delete;
+  Task& operator=(const Task&) = delete;
+
+  void setCurrentDirectory(std::string path);
+  /// Connects standard output and standard error to a pipe each. Standard output is dropped. Of standard error the first
+  /// `bytes` are kept. Both are drained while waitUntilExit() waits, so that a talkative child cannot block for ever.
+  void captureOutput(std::size_t bytes);
+
+  /// Starts the child. Throws TaskLaunchException when the program cannot be started: missing, not executable, a path or
+  /// arguments that the system does not take, a missing working directory.
+  void launch();
+  /// Waits until the child itself has exited; children that it left behind with its pipes open do not matter.
+  void waitUntilExit();
+  /// False once the child has exited (and not before it was launched).
+  [[nodiscard]] bool isRunning();
+  [[nodiscard]] int processIdentifier() const { return processIdentifier_; }
+  /// The exit status, or the number of the signal that ended the child. Meaningful after the exit.
+  [[nodiscard]] int terminationStatus() const { return terminationStatus_; }
+  [[nodiscard]] bool wasSignalled() const { return signalled_; }
+  /// The kept part of standard error. Meaningful after waitUntilExit().
+  [[nodiscard]] const std::string& standardErrorOutput() const { return standardError_; }
+
+ private:
+  std::string launchPath_;
+  std::vector<std::string> arguments_;
+  std::optional<std::string> currentDirectory_;
+  std::optional<std::size_t> keptBytes_;
+  int processIdentifier_ = 0;
+  int exitDescriptor_ = -1;
+  int outputDescriptor_ = -1;
+  int errorDescriptor_ = -1;
+  int terminationStatus_ = 0;
+  bool signalled_ = false;
+  bool exited_ = false;
+  std::string standardError_;
+};
+
+}  // namespace foundation

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// What a process asks and sets about itself.
+namespace platform::self {
+
+[[nodiscard]] std::uint32_t realUserId();
+[[nodiscard]] std::uint32_t effectiveUserId();
+/// Sets real, effective and saved user id. False when the system refuses.
+[[nodiscard]] bool setUserId(std::uint32_t userId);
+[[nodiscard]] int processIdentifier();
+
+/// Makes the process safe to run unattended: standard descriptors that are closed are connected to the null device (so
+/// that no file opened later is mistaken for one), and writing to a reader that went away is an error, not a death.
+void prepareForUnattendedRun();
+
+}  // namespace platform::self

@@ -1,0 +1,310 @@
+#include "InstallationDeployer/QVNInstallerManifest.h"
+
+#include <chrono>
+#include <unordered_set>
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/InternalInconsistency.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/QVNInstallerState.h"
+#include "general/foundation/FileManager.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/PropertyListFile.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+using foundation::PropertyList;
+namespace paths = foundation::paths;
+namespace files = foundation::files;
+namespace plist = foundation::plist;
+
+namespace {
+
+// A file may change again within the clock tick of its last change and keep its times; only an older one is trusted.
+constexpr std::chrono::nanoseconds kClockTick = std::chrono::milliseconds(100);
+
+bool isSettled(std::int64_t changedNanoseconds) {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return changedNanoseconds < std::chrono::duration_cast<std::chrono::nanoseconds>(now - kClockTick).count();
+}
+
+}  // namespace
+
+QVNInstallerManifest::QVNInstallerManifest(std::string installerPath) : installerPath_(std::move(installerPath)) {}
+
+PropertyList QVNInstallerManifest::manifestIndex() {
+  if (!manifestIndex_.isNil()) {
+    return manifestIndex_;
+  }
+  const std::string path = paths::append(manifestDirectoryPath(), kQVNManifestIndexName);
+  if (auto index = plist::readDictionary(path)) {
+    manifestIndex_ = *index;
+    return manifestIndex_;
+  }
+  const auto attributes = files::attributesOfItem(path);
+  if (!attributes && !attributes.error().isNoSuchFile()) {
+    logging::error("Failed to read manifest index: %@. %@", path, attributes.error());
+  }
+  return {};
+}
+
+std::string QVNInstallerManifest::manifestDirectoryPath() const {
+  return paths::append(installerPath_, kQVNManifestDirectoryPath);
+}
+
+std::string QVNInstallerManifest::componentManifestPathForName(std::string_view name) const {
+  return paths::appendExtension(paths::append(manifestDirectoryPath(), name), kQVNManifestExtension);
+}
+
+std::string QVNInstallerManifest::getPathForComponent(std::string_view name) const {
+  return componentManifestPathForName(name);
+}
+
+PropertyList QVNInstallerManifest::getManifestForComponent(const std::string& name) {
+  const auto failed = [&](const foundation::Error& error) {
+    logging::error("Failed to read manifest for %@. %@", name, error);
+    installerState_ = QVNInstallerStateFailed;
+    return PropertyList();
+  };
+  if (!paths::isSingleComponent(name)) {
+    return failed(foundation::fileError(foundation::kReadInvalidName, "The component's name is no file name.", name));
+  }
+  const std::string path = getPathForComponent(name);
+  if (auto kept = stillCurrentManifest(name, path)) {
+    return *kept;
+  }
+  const auto stamp = stampOf(path);
+  if (auto manifest = plist::readDictionary(path)) {
+    // The stamp was taken before the content was read: a change in between leaves a stamp that will not match.
+    if (stamp) {
+      keepManifest(name, *stamp, *manifest);
+    }
+    return *manifest;
+  }
+  const auto attributes = files::attributesOfItem(path);
+  if (attributes || attributes.error().isNoSuchFile()) {
+    return {};
+  }
+  return failed(attributes.error());
+}
+
+std::optional<PropertyList> QVNInstallerManifest::stillCurrentManifest(const std::string& name,
+                                                                       const std::string& path) {
+  const auto known = componentManifests_.find(name);
+  if (known == componentManifests_.end()) {
+    return std::nullopt;
+  }
+  const auto stamp = stampOf(path);
+  if (!stamp || *stamp != known->second.stamp) {
+    componentManifests_.erase(known);
+    return std::nullopt;
+  }
+  return known->second.content;
+}
+
+void QVNInstallerManifest::keepManifest(const std::string& name, const FileStamp& stamp, const PropertyList& content) {
+  if (isSettled(stamp.changed)) {
+    componentManifests_.insert_or_assign(name, ParsedManifest{stamp, content});
+  }
+}
+
+std::optional<QVNInstallerManifest::FileStamp> QVNInstallerManifest::stampOf(const std::string& path) {
+  const auto attributes = files::attributesOfItem(path);
+  // What a link leads to can change while the link stays.
+  if (!attributes || attributes->type != foundation::FileType::Regular) {
+    return std::nullopt;
+  }
+  return FileStamp{attributes->device, attributes->inode, attributes->size, attributes->modificationNanoseconds,
+                   attributes->changeNanoseconds};
+}
+
+PropertyList QVNInstallerManifest::productsDictionary() {
+  return manifestIndex()[kManifestIndexDictionaryOfProducts];
+}
+
+PropertyList QVNInstallerManifest::arrayOfInstallPhasesForProduct(std::string_view product) {
+  return productsDictionary()[product][kManifestIndexListOfPhases];
+}
+
+std::optional<QVNInstallerManifest::Names> QVNInstallerManifest::componentListForProduct(std::string_view product) {
+  const PropertyList phases = arrayOfInstallPhasesForProduct(product);
+  if (phases.elements().empty()) {
+    return std::nullopt;
+  }
+  requirePhaseType(phases, 0, product, kQVNInstallPhaseLocalPayload);
+  const PropertyList& components = phases.at(0)[kManifestIndexListOfComponents];
+  if (!components.isArray()) {
+    return std::nullopt;
+  }
+  return components.strings();
+}
+
+void QVNInstallerManifest::requirePhaseType(const PropertyList& phases, std::size_t phase, std::string_view product,
+                                            std::string_view type) {
+  if (phases.at(phase)[kQVNInstallPhaseType].string() != type) {
+    throw InternalInconsistency(
+        foundation::format("Install Phase %d of Product %@ is not %@", static_cast<int>(phase), product, type));
+  }
+}
+
+QVNInstallerManifest::Names QVNInstallerManifest::filterComponents(const Names& components,
+                                                                   std::string_view forProduct) {
+  const Names listed = componentListForProduct(forProduct).value_or(Names{});
+  std::unordered_set<std::string_view> wanted(listed.begin(), listed.end());
+  Names filtered;
+  for (const std::string& component : components) {
+    if (wanted.erase(component) == 1) {
+      filtered.push_back(component);
+    }
+  }
+  return filtered;
+}
+
+PropertyList QVNInstallerManifest::listOfProductDetectionDictionaries() {
+  return manifestIndex()[kManifestIndexProductDetectionArray];
+}
+
+PropertyList QVNInstallerManifest::crossGradeDictionariesForProduct(std::string_view product) {
+  return productsDictionary()[product][kManifestIndexCrossGrades];
+}
+
+PropertyList QVNInstallerManifest::productsForRemoval() { return manifestIndex()[kManifestIndexProductRemovals]; }
+
+PropertyList QVNInstallerManifest::componentsAndVersionsForProduct(std::string_view product) {
+  const auto components = componentListForProduct(product);
+  if (!components) {
+    logging::error("Receipt unable to determine list of components.");
+    installerState_ = QVNInstallerStateFailed;
+    return {};
+  }
+  PropertyList::Array records;
+  records.reserve(components->size());
+  for (const std::string& component : *components) {
+    const PropertyList version = getManifestForComponent(component)[kManifestComponentVersion];
+    if (version.isNil()) {
+      logging::error("Unable to retreive %@ for component %@", kManifestComponentVersion, component);
+      installerState_ = QVNInstallerStateFailed;
+      return {};
+    }
+    records.push_back(PropertyList::dictionary({{std::string(kManifestComponentName), component},
+                                                {std::string(kManifestComponentVersion), version}}));
+  }
+  return PropertyList(std::move(records));
+}
+
+std::optional<PropertyList::Array> QVNInstallerManifest::listOfExecutablesForComponents(const Names& components) {
+  PropertyList::Array executables;
+  for (const std::string& component : components) {
+    const PropertyList manifest = getManifestForComponent(component);
+    if (manifest.isNil() && isFailureState(static_cast<QVNInstallerState>(installerState_))) {
+      return std::nullopt;
+    }
+    const PropertyList& listed = manifest[kManifestListOfExecutables];
+    logging::debug("Component %@ contains componentExecutables: %@", component, listed);
+    executables.insert(executables.end(), listed.elements().begin(), listed.elements().end());
+  }
+  return executables;
+}
+
+PropertyList QVNInstallerManifest::listOfDaemonsForComponent(const std::string& name) {
+  return getManifestForComponent(name)[kManifestListOfLaunchDaemons];
+}
+
+PropertyList QVNInstallerManifest::listOfAgentsForComponent(const std::string& name) {
+  return getManifestForComponent(name)[kManifestListOfLaunchAgents];
+}
+
+QVNInstallerManifest::Names QVNInstallerManifest::listOfDaemonsForComponents(const Names& components) {
+  return uniqueLabels(components, kManifestListOfLaunchDaemons);
+}
+
+QVNInstallerManifest::Names QVNInstallerManifest::listOfAgentsForComponents(const Names& components) {
+  return uniqueLabels(components, kManifestListOfLaunchAgents);
+}
+
+QVNInstallerManifest::Names QVNInstallerManifest::uniqueLabels(const Names& components, std::string_view key) {
+  Names labels;
+  std::unordered_set<std::string> known;
+  for (const std::string& component : components) {
+    for (std::string& label : getManifestForComponent(component)[key].strings()) {
+      if (known.insert(label).second) {
+        labels.push_back(std::move(label));
+      }
+    }
+  }
+  return labels;
+}
+
+bool QVNInstallerManifest::walkManifestFileListForComponents(const std::optional<Names>& components,
+                                                             bool inLeavesToRootOrder, bool exitOnFailure,
+                                                             const FileListBlock& block) {
+  if (!components) {
+    return false;
+  }
+  bool result = true;
+  for (const std::string& component : *components) {
+    const PropertyList manifest = getManifestForComponent(component);
+    if (manifest.isNil() && isFailureState(static_cast<QVNInstallerState>(installerState_))) {
+      return false;
+    }
+    const auto entries = manifest[kManifestListOfFiles].elements();
+    for (std::size_t visited = 0; visited < entries.size(); ++visited) {
+      const std::size_t index = inLeavesToRootOrder ? entries.size() - 1 - visited : visited;
+      result = block(component, manifest, entries[index]);
+      if (!result) {
+        break;
+      }
+    }
+    if (!result && exitOnFailure) {
+      return false;
+    }
+  }
+  return result;
+}
+
+const std::set<std::string, std::less<>>& QVNInstallerManifest::restrictedPaths() {
+  static const std::set<std::string, std::less<>> kRestrictedPaths = {
+      "/",
+      "/Applications",
+      "/Library",
+      "/Network",
+      "/System",
+      "/Users",
+      "/Volumes",
+      "/bin",
+      "/cores",
+      "/dev",
+      "/etc",
+      "/home",
+      "/mach_kernel",
+      "/net",
+      "/opt",
+      "/private",
+      "/sbin",
+      "/tmp",
+      "/usr",
+      "/usr/bin",
+      "/usr/lib",
+      "/usr/libexec",
+      "/usr/sbin",
+      "/usr/share",
+      "/usr/share/man",
+      "/usr/share/man/man1",
+      "/var",
+      "/Library/Frameworks",
+      "/Library/Caches",
+      "/Library/Application Support",
+      "/Library/LaunchDaemons",
+      "/Library/LaunchAgents",
+      "/Library/Preferences",
+      "/System/Library",
+      "/System/Library/CoreServices",
+      "/System/Library/Frameworks",
+      "/System/Library/LaunchDaemons",
+      "/System/Library/LaunchAgents",
+  };
+  return kRestrictedPaths;
+}
+
+}  // namespace deployer

@@ -1,0 +1,131 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "general/foundation/PropertyList.h"
+#include "general/foundation/Result.h"
+
+namespace deployer {
+
+/// The manifests of one installer bundle or receipt: the index of its products and one manifest per component.
+///
+/// The first half answers questions; the second half writes manifests from a staged tree. Failures show in the result, in
+/// the log and, where said, in installerState(). Asking for something that is not there gives nil. An index that
+/// contradicts itself (the first phase of a product installs no payload) throws InternalInconsistency.
+/// Used by one thread.
+class QVNInstallerManifest {
+ public:
+  using PropertyList = foundation::PropertyList;
+  using Names = std::vector<std::string>;
+  /// (component name, component manifest, file entry) -> go on with this component's next entry.
+  using FileListBlock = std::function<bool(const std::string&, const PropertyList&, const PropertyList&)>;
+  /// (full path, is a directory) -> go on.
+  using DirectoryBlock = std::function<bool(const std::string&, bool)>;
+
+  /// Opens the manifests below a bundle's or receipt's root. Reads nothing yet.
+  explicit QVNInstallerManifest(std::string installerPath);
+
+  // --- Questions -------------------------------------------------------------------------------------------------------
+
+  [[nodiscard]] const std::string& installerPath() const { return installerPath_; }
+  /// 0, or 1 once something failed; see the operations that set it.
+  [[nodiscard]] std::int32_t installerState() const { return installerState_; }
+  void setInstallerState(std::int32_t state) { installerState_ = state; }
+
+  /// The index; read once and kept until it is written. Nil while it cannot be read: the next call tries again.
+  [[nodiscard]] PropertyList manifestIndex();
+  [[nodiscard]] std::string manifestDirectoryPath() const;
+  /// Where the manifest of a component is written, and where it is read from: the same place.
+  [[nodiscard]] std::string componentManifestPathForName(std::string_view name) const;
+  [[nodiscard]] std::string getPathForComponent(std::string_view name) const;
+  /// The component's manifest as it is on disk now; a file that did not change is not parsed again. Nil when it is missing
+  /// or does not parse, and, with state 1, when it cannot be read.
+  [[nodiscard]] PropertyList getManifestForComponent(const std::string& name);
+
+  [[nodiscard]] PropertyList productsDictionary();
+  [[nodiscard]] PropertyList arrayOfInstallPhasesForProduct(std::string_view product);
+  /// The components of the product's first phase in the order of installation; nothing when it has none.
+  [[nodiscard]] std::optional<Names> componentListForProduct(std::string_view product);
+  /// Those of the names that belong to the product, each once, in the order given.
+  [[nodiscard]] Names filterComponents(const Names& components, std::string_view forProduct);
+  [[nodiscard]] PropertyList listOfProductDetectionDictionaries();
+  [[nodiscard]] PropertyList crossGradeDictionariesForProduct(std::string_view product);
+  [[nodiscard]] PropertyList productsForRemoval();
+  /// What a receipt reports: name and version of each component of the product; nil, with state 1, when one is unknown.
+  [[nodiscard]] PropertyList componentsAndVersionsForProduct(std::string_view product);
+  /// All executables of the components, in order; nothing when a manifest could not be read.
+  [[nodiscard]] std::optional<PropertyList::Array> listOfExecutablesForComponents(const Names& components);
+  [[nodiscard]] PropertyList listOfDaemonsForComponent(const std::string& name);
+  [[nodiscard]] PropertyList listOfAgentsForComponent(const std::string& name);
+  /// The labels of all components, each once, in the order of first appearance.
+  [[nodiscard]] Names listOfDaemonsForComponents(const Names& components);
+  [[nodiscard]] Names listOfAgentsForComponents(const Names& components);
+
+  /// Calls the block for the file entries of each component, the components in the order given. Without
+  /// `exitOnFailure`, an entry that fails only ends its own component and the answer is that of the last call made.
+  [[nodiscard]] bool walkManifestFileListForComponents(const std::optional<Names>& components,
+                                                       bool inLeavesToRootOrder, bool exitOnFailure,
+                                                       const FileListBlock& block);
+
+  /// System folders that are never recorded in a manifest and never removed. Compared as they stand.
+  [[nodiscard]] static const std::set<std::string, std::less<>>& restrictedPaths();
+
+  // --- Authoring -------------------------------------------------------------------------------------------------------
+
+  /// Scans a staged folder into the component's manifest and adds the component to the product.
+  /// @param rootPrefix where the staged folder will lie once installed.
+  /// @param plistPath a plist with what a scan cannot know, or nothing.
+  [[nodiscard]] bool addComponentManifest(const std::string& component, const std::string& version,
+                                          const std::string& fromDirectory, const std::string& rootPrefix,
+                                          const std::string& forProduct, const std::optional<std::string>& withPlistPath);
+  /// Walks a tree below a root without following links; calls the block for every folder and regular item.
+  /// @param excludedPath relative paths that begin with it are not descended into; nothing or empty excludes nothing.
+  bool walkDirectory(const std::string& root, const std::string& currentPath,
+                     const std::optional<std::string>& excludedPath, const DirectoryBlock& block);
+  [[nodiscard]] bool writeComponentManifest(const std::string& component, const PropertyList& componentManifestDictionary);
+  [[nodiscard]] bool updateManifestIndexForComponent(const std::string& component, const std::string& forProduct);
+  [[nodiscard]] bool updateManifestIndexForExternalTool(const std::string& bundlePath,
+                                                        const std::string& withExternalProduct,
+                                                        const std::string& forProduct);
+  [[nodiscard]] bool updateManifestIndexWithOptions(const PropertyList& options,
+                                                    const std::optional<std::string>& withPlist);
+  [[nodiscard]] bool validateProductDetectionArray(const PropertyList& array);
+  [[nodiscard]] bool validateProductRemovalsArray(const PropertyList& array);
+  [[nodiscard]] bool writeManifestIndex(const PropertyList& index);
+
+ private:
+  /// Tells whether a file is still the one that was parsed.
+  struct FileStamp {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t size = 0;
+    std::int64_t modified = 0;
+    std::int64_t changed = 0;
+    friend bool operator==(const FileStamp&, const FileStamp&) = default;
+  };
+  struct ParsedManifest {
+    FileStamp stamp;
+    PropertyList content;
+  };
+
+  [[nodiscard]] std::optional<PropertyList> stillCurrentManifest(const std::string& name, const std::string& path);
+  void keepManifest(const std::string& name, const FileStamp& stamp, const PropertyList& content);
+  [[nodiscard]] static std::optional<FileStamp> stampOf(const std::string& path);
+  [[nodiscard]] Names uniqueLabels(const Names& components, std::string_view key);
+  static void requirePhaseType(const PropertyList& phases, std::size_t phase, std::string_view product,
+                               std::string_view type);
+
+  std::string installerPath_;
+  PropertyList manifestIndex_;
+  std::map<std::string, ParsedManifest> componentManifests_;
+  std::int32_t installerState_ = 0;
+};
+
+}  // namespace deployer

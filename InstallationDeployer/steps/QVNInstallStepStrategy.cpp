@@ -1,0 +1,88 @@
+#include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+
+#include "general/foundation/Thread.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+namespace {
+
+constexpr std::uint64_t kProgressPerPoll = 10;
+constexpr std::uint64_t kCompleteProgress = 100;
+
+}  // namespace
+
+QVNInstallStepStrategy::QVNInstallStepStrategy(PropertyList installPhaseDictionary, std::string stepName,
+                                               QVNInstallStepStrategy* parentStep, InstallRun& controller,
+                                               SharedPlan plan)
+    : installPhaseDictionary_(std::move(installPhaseDictionary)),
+      name_(std::move(stepName)),
+      parentStep_(parentStep),
+      controller_(controller),
+      plan_(std::move(plan)) {}
+
+void QVNInstallStepStrategy::setInstallerState(QVNInstallerState state) {
+  logging::debug("----- <%@>[%@ setInstallerState:%d]", foundation::currentThreadName(), qualifiedName(),
+                 static_cast<std::uint32_t>(state));
+  installerState_ = state;
+  if (isCompletionState(state)) {
+    return;
+  }
+  if (parentStep_ != nullptr) {
+    parentStep_->setInstallerState(state);
+  } else {
+    controller_.setInstallerState(state);
+  }
+}
+
+bool QVNInstallStepStrategy::execute(bool previousSuccess) {
+  logging::debug(">>> executing %@ with plan: %@", qualifiedName(), planDescription(plan_));
+  return previousSuccess;
+}
+
+std::uint64_t QVNInstallStepStrategy::getProgress() {
+  std::uint64_t progress = progressValue_;
+  // Two pollers may meet here; each adds its own step and none goes past the end.
+  while (progress + kProgressPerPoll <= kCompleteProgress &&
+         !progressValue_.compare_exchange_weak(progress, progress + kProgressPerPoll)) {
+  }
+  return progressValue_;
+}
+
+std::string QVNInstallStepStrategy::planDescription(const Plan& components) {
+  std::string text = "(";
+  for (const std::string& component : components) {
+    if (text.size() > 1) {
+      text += ", ";
+    }
+    text += component;
+  }
+  return text + ")";
+}
+
+std::string QVNInstallStepStrategy::planDescription(const SharedPlan& components) {
+  return planDescription(components ? *components : Plan{});
+}
+
+std::string QVNInstallStepStrategy::qualifiedName() const {
+  return parentStep_ == nullptr ? name_ : parentStep_->qualifiedName() + "." + name_;
+}
+
+std::string QVNInstallStepStrategy::description() const {
+  return foundation::format("<%@: > %@", className(), qualifiedName());
+}
+
+bool QVNInstallStepStrategy::failWith(QVNInstallerState state) {
+  setInstallerState(state);
+  return false;
+}
+
+std::vector<std::string> descriptionsOf(const StepList& steps) {
+  std::vector<std::string> descriptions;
+  descriptions.reserve(steps.size());
+  for (const auto& step : steps) {
+    descriptions.push_back(step->description());
+  }
+  return descriptions;
+}
+
+}  // namespace deployer

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "InstallationDeployer/steps/InstallRun.h"
+#include "general/foundation/PropertyList.h"
+
+namespace deployer {
+
+/// Names of the components that the steps of one tree work on, filled by one step and read by the later ones.
+using Plan = std::vector<std::string>;
+using SharedPlan = std::shared_ptr<Plan>;
+
+/// One unit of work of a run.
+///
+/// execute() takes whether the steps before succeeded and returns its own success. A step that is handed false does
+/// nothing, sets no state and returns false. A step that fails sets a failure state first; nothing is thrown to report it.
+/// execute() runs on the main thread; getProgress() may be called from another thread meanwhile.
+class QVNInstallStepStrategy {
+ public:
+  using PropertyList = foundation::PropertyList;
+
+  /// @param installPhaseDictionary the install phase that the step works for, or nil.
+  /// @param parentStep the step that holds this one, or null; it outlives this step.
+  /// @param controller the run; it outlives this step.
+  /// @param plan shared with the other steps of the tree, or null.
+  QVNInstallStepStrategy(PropertyList installPhaseDictionary, std::string stepName,
+                         QVNInstallStepStrategy* parentStep, InstallRun& controller, SharedPlan plan);
+  virtual ~QVNInstallStepStrategy() = default;
+  QVNInstallStepStrategy(const QVNInstallStepStrategy&) = delete;
+  QVNInstallStepStrategy& operator=(const QVNInstallStepStrategy&) = delete;
+
+  [[nodiscard]] QVNInstallerState installerState() const { return installerState_; }
+  /// Keeps the state. An active state climbs to the root and from there to the run; a final state stays here, the parent
+  /// reports a summary when it is done.
+  virtual void setInstallerState(QVNInstallerState state);
+  [[nodiscard]] std::uint64_t progressValue() const { return progressValue_; }
+  void setProgressValue(std::uint64_t value) { progressValue_ = value; }
+  [[nodiscard]] QVNInstallerManifest& manifest() const { return controller_.manifest(); }
+  [[nodiscard]] const PropertyList& installPhaseDictionary() const { return installPhaseDictionary_; }
+  [[nodiscard]] InstallRun& controller() const { return controller_; }
+  [[nodiscard]] QVNInstallConfiguration& configuration() const { return controller_.configuration(); }
+  [[nodiscard]] const SharedPlan& plan() const { return plan_; }
+  [[nodiscard]] QVNInstallStepStrategy* parentStep() const { return parentStep_; }
+  void setParentStep(QVNInstallStepStrategy* parent) { parentStep_ = parent; }
+  [[nodiscard]] const std::string& name() const { return name_; }
+
+  /// The base version logs that the step begins and returns its argument; every step calls it first.
+  virtual bool execute(bool previousSuccess);
+  /// 0 to 100. A step that does not know answers 10 more each time it is asked.
+  [[nodiscard]] virtual std::uint64_t getProgress();
+  /// The names in brackets, for log lines.
+  [[nodiscard]] static std::string planDescription(const Plan& components);
+  [[nodiscard]] static std::string planDescription(const SharedPlan& components);
+  /// The names from the root to this step, joined by dots.
+  [[nodiscard]] std::string qualifiedName() const;
+  /// `<Class: > qualified name`.
+  [[nodiscard]] std::string description() const;
+  [[nodiscard]] virtual std::string_view className() const { return "QVNInstallStepStrategy"; }
+
+ protected:
+  /// Ends the step's work: sets a failure state and returns false, to be returned by the caller.
+  bool failWith(QVNInstallerState state = QVNInstallerStateFailed);
+
+ private:
+  PropertyList installPhaseDictionary_;
+  std::string name_;
+  QVNInstallStepStrategy* parentStep_;
+  InstallRun& controller_;
+  SharedPlan plan_;
+  std::atomic<QVNInstallerState> installerState_ = QVNInstallerStateSuccess;
+  std::atomic<std::uint64_t> progressValue_ = 0;
+};
+
+using StepList = std::vector<std::unique_ptr<QVNInstallStepStrategy>>;
+/// The descriptions of the steps, for log lines.
+[[nodiscard]] std::vector<std::string> descriptionsOf(const StepList& steps);
+
+}  // namespace deployer

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/steps/InstallRun.h"
+#include "general/foundation/Paths.h"
+
+namespace tests {
+
+/// A run without a controller, for tests of single steps: it holds what the steps ask for and remembers what they tell.
+class FakeInstallRun : public deployer::InstallRun {
+ public:
+  explicit FakeInstallRun(std::string bundlePath) : manifest_(bundlePath) {
+    configuration_.setBundlePath(std::move(bundlePath));
+    configuration_.setTargetPath("/");
+    configuration_.setInstall(true);
+  }
+
+  deployer::QVNInstallConfiguration& configuration() override { return configuration_; }
+  deployer::QVNInstallerManifest& manifest() override { return manifest_; }
+  void setInstallerState(deployer::QVNInstallerState state) override { states.push_back(state); }
+  bool installationCancelled() const override { return cancelled; }
+  std::string installerPath() const override { return configuration_.bundlePath().value_or(""); }
+  std::string installerRootPath() const override {
+    return foundation::paths::append(installerPath(), deployer::kQVNPayloadRootPath);
+  }
+  deployer::QVNReceiptClient* getReceiptClientForStrategy(deployer::QVNInstallStepStrategy&) override {
+    return nullptr;
+  }
+
+  std::vector<deployer::QVNInstallerState> states;
+  std::atomic<bool> cancelled = false;
+
+ private:
+  deployer::QVNInstallConfiguration configuration_;
+  deployer::QVNInstallerManifest manifest_;
+};
+
+}  // namespace tests

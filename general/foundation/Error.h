@@ -12,6 +12,12 @@ inline constexpr std::string_view kFileErrorDomain = "NSCocoaErrorDomain";
 /// Domain of the system's own error numbers, used for the underlying error.
 inline constexpr std::string_view kPosixErrorDomain = "NSPOSIXErrorDomain";
 
+// The names of an error's further facts.
+inline constexpr std::string_view kFilePathErrorKey = "NSFilePath";
+inline constexpr std::string_view kUnderlyingErrorKey = "NSUnderlyingError";
+inline constexpr std::string_view kLocalizedDescriptionKey = "NSLocalizedDescription";
+inline constexpr std::string_view kLocalizedFailureReasonErrorKey = "NSLocalizedFailureReason";
+
 /// Codes of kFileErrorDomain. Callers test for them, so they never change.
 enum FileErrorCode : long {
   kNoSuchFileOnWrite = 4,  ///< nothing there to write into, move, link or remove
@@ -43,6 +49,8 @@ struct Error {
   /// True for the two codes that mean "no such file", whichever direction reported it.
   [[nodiscard]] bool isNoSuchFile() const { return code == kNoSuchFileOnWrite || code == kNoSuchFileOnRead; }
 
+  /// The details, and with them the path and the underlying error where there are any.
+  [[nodiscard]] std::map<std::string, std::string, std::less<>> userInfo() const;
   /// `Error Domain=… Code=… "text" UserInfo={…}`; how an error prints in a message.
   [[nodiscard]] std::string description() const;
 };

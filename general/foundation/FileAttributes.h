@@ -13,6 +13,12 @@ namespace foundation {
 inline constexpr std::string_view kFileOwnerAccountID = "NSFileOwnerAccountID";
 inline constexpr std::string_view kFileGroupOwnerAccountID = "NSFileGroupOwnerAccountID";
 inline constexpr std::string_view kFilePosixPermissions = "NSFilePosixPermissions";
+// The names of what else an item on disk has.
+inline constexpr std::string_view kFileType = "NSFileType";
+inline constexpr std::string_view kFileSize = "NSFileSize";
+inline constexpr std::string_view kFileModificationDate = "NSFileModificationDate";
+inline constexpr std::string_view kFileSystemNumber = "NSFileSystemNumber";
+inline constexpr std::string_view kFileSystemFileNumber = "NSFileSystemFileNumber";
 
 /// Attributes to give to an item. What is absent is left as it is.
 struct FileAttributes {
@@ -21,6 +27,7 @@ struct FileAttributes {
   std::optional<std::uint32_t> permissions;  ///< the low twelve mode bits
 
   /// Owner, group and permissions as a manifest entry gives them; what is missing or no number stays absent.
+  /// Numbers are cut to 32 bits, permissions to the low twelve.
   [[nodiscard]] static FileAttributes fromEntry(const PropertyList& entry);
   friend bool operator==(const FileAttributes&, const FileAttributes&) = default;
 };
@@ -36,7 +43,7 @@ struct ItemAttributes {
   std::uint64_t size = 0;  ///< bytes
   std::uint32_t owner = 0;
   std::uint32_t group = 0;
-  std::uint32_t permissions = 0;  ///< the low twelve mode bits
+  std::uint32_t permissions = 0;             ///< the low twelve mode bits
   std::int64_t modificationNanoseconds = 0;  ///< since 1970
   std::int64_t changeNanoseconds = 0;        ///< since 1970; moves with every change of content or attributes
   std::uint64_t device = 0;

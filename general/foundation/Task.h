@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "general/foundation/Descriptor.h"
+
 namespace foundation {
 
 /// A program that could not be started at all; what() says why.
@@ -22,17 +24,18 @@ class Task {
   Task(std::string launchPath, std::vector<std::string> arguments);
   ~Task();  ///< does not end the child; a child that has exited is reaped, a running one is left to itself
   Task(Task&& other) noexcept;
-  Task& operator=(Task&& other) noexcept;
+  Task& operator=(Task&& other) = delete;
   Task(const Task&) = delete;
   Task& operator=(const Task&) = delete;
 
   void setCurrentDirectory(std::string path);
-  /// Connects standard output and standard error to a pipe each. Standard output is dropped. Of standard error the first
-  /// `bytes` are kept. Both are drained while waitUntilExit() waits, so that a talkative child cannot block for ever.
+  /// Connects standard output and standard error to a pipe each. Standard output is dropped. Of standard error the
+  /// first `bytes` are kept. Both are drained while waitUntilExit() waits, so that a talkative child cannot block for
+  /// ever.
   void captureOutput(std::size_t bytes);
 
-  /// Starts the child. Throws TaskLaunchException when the program cannot be started: missing, not executable, a path or
-  /// arguments that the system does not take, a missing working directory.
+  /// Starts the child. Throws TaskLaunchException when the program cannot be started: missing, not executable, a path
+  /// or arguments that the system does not take, a missing working directory, a task that was launched before.
   void launch();
   /// Waits until the child itself has exited; children that it left behind with its pipes open do not matter.
   void waitUntilExit();
@@ -46,14 +49,17 @@ class Task {
   [[nodiscard]] const std::string& standardErrorOutput() const { return standardError_; }
 
  private:
+  void rememberExit(int waitStatus);
+  void drain(Descriptor& end, std::string* kept);
+
   std::string launchPath_;
   std::vector<std::string> arguments_;
   std::optional<std::string> currentDirectory_;
   std::optional<std::size_t> keptBytes_;
   int processIdentifier_ = 0;
-  int exitDescriptor_ = -1;
-  int outputDescriptor_ = -1;
-  int errorDescriptor_ = -1;
+  Descriptor exit_;
+  Descriptor output_;
+  Descriptor error_;
   int terminationStatus_ = 0;
   bool signalled_ = false;
   bool exited_ = false;

@@ -18,6 +18,8 @@ namespace foundation {
 /// thread. Asking a value for something it is not gives nothing, never an error: looking a key up in an array, in a
 /// number or in nil gives nil, the elements of a string are none. Content that comes from outside can therefore be
 /// walked without a check before every step.
+///
+/// What was read from a document shares the document's memory: one small value kept of it keeps all of it.
 class PropertyList {
  public:
   enum class Type { Nil, Boolean, Integer, Real, String, Data, Date, Array, Dictionary };
@@ -27,12 +29,29 @@ class PropertyList {
   using Array = std::vector<PropertyList>;
 
   PropertyList() = default;
+  PropertyList(const PropertyList& other) noexcept : content_(other.content_) { retain(); }
+  PropertyList(PropertyList&& other) noexcept : content_(std::exchange(other.content_, Content{})) {}
+  PropertyList& operator=(const PropertyList& other) noexcept {
+    PropertyList copy(other);
+    std::swap(content_, copy.content_);
+    return *this;
+  }
+  PropertyList& operator=(PropertyList&& other) noexcept {
+    PropertyList taken(std::move(other));
+    std::swap(content_, taken.content_);
+    return *this;
+  }
+  ~PropertyList() {
+    if (content_.storage != nullptr) release(content_.storage);
+  }
+
   // Strings, booleans and numbers become values by themselves where a value is wanted.
   PropertyList(bool value);
   PropertyList(int value);
   PropertyList(std::int64_t value);
   PropertyList(std::uint64_t value);
   PropertyList(double value);
+  /// A null pointer gives nil.
   PropertyList(const char* value);
   PropertyList(std::string_view value);
   PropertyList(const std::string& value);
@@ -44,7 +63,7 @@ class PropertyList {
   /// A dictionary of the given pairs; of equal keys the last one counts. A nil value leaves its key out.
   [[nodiscard]] static PropertyList dictionary(std::vector<std::pair<std::string, PropertyList>> entries = {});
 
-  [[nodiscard]] Type type() const;
+  [[nodiscard]] Type type() const { return static_cast<Type>(content_.type); }
   [[nodiscard]] bool isNil() const { return type() == Type::Nil; }
   [[nodiscard]] bool isString() const { return type() == Type::String; }
   [[nodiscard]] bool isArray() const { return type() == Type::Array; }
@@ -88,11 +107,48 @@ class PropertyList {
   /// Strings of the array that are strings, in order; elements of other types are left out.
   [[nodiscard]] std::vector<std::string> strings() const;
 
-  /// Equal as the platform's objects compare: numbers by value whatever their type, everything else by type and content.
+  /// Equal as the platform's objects compare: numbers by value whatever their type (and not-a-number equals itself),
+  /// everything else by type and content.
   friend bool operator==(const PropertyList& left, const PropertyList& right);
 
  private:
-  // Representation is the implementation's: see PropertyList.cpp.
+  friend class PropertyListDocument;
+  struct Storage;
+  struct Node;
+
+  // Numbers stand in the value itself; everything else points into its storage. A value that stands inside a container
+  // of a document (see PropertyListDocument.h) is no counted reference to it; every copy taken from there is one.
+  struct Content {
+    union {
+      std::uint64_t unsignedInteger = 0;
+      std::int64_t integer;
+      double real;
+      const char* text;
+      const std::byte* bytes;
+      const PropertyList* elements;
+      const Entry* entries;
+    };
+    Storage* storage = nullptr;
+    std::uint64_t size : 56 = 0;
+    std::uint64_t type : 7 = 0;
+    std::uint64_t largeUnsigned : 1 = 0;
+  };
+
+  explicit PropertyList(const Content& content) : content_(content) {}
+  static Content contentOf(Type type);
+  static Content contentOf(Type type, std::size_t size);
+  static PropertyList fromNode(Type type, Node* node, std::size_t size);
+  static PropertyList fromSorted(std::span<const Entry> entries);
+  void retain() const noexcept {
+    if (content_.storage != nullptr) retain(content_.storage);
+  }
+  static void retain(Storage* storage) noexcept;
+  static void release(Storage* storage) noexcept;
+  static void giveUpChild(const PropertyList& child, Storage*& unused) noexcept;
+  bool hasType(Type wanted) const { return content_.type == static_cast<std::uint64_t>(wanted); }
+  static bool equalScalars(const PropertyList& left, const PropertyList& right);
+
+  Content content_;
 };
 
 struct PropertyList::Entry {

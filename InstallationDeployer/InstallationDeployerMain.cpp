@@ -1,0 +1,110 @@
+#include "InstallationDeployer/InstallationDeployerMain.h"
+
+#include <cstdlib>
+#include <new>
+
+#include "InstallationDeployer/CommandLine.h"
+#include "InstallationDeployer/QVNInstallController.h"
+#include "InstallationDeployer/Usage.h"
+#include "general/foundation/FileManager.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/Thread.h"
+#include "general/logging/SystemLog.h"
+#include "general/system/ProcessSelf.h"
+
+namespace deployer {
+namespace {
+
+constexpr const char* kMainThreadName = "main thread";
+constexpr const char* kLogSender = "Corvane Installer";
+constexpr const char* kLogFacility = "install";
+constexpr std::string_view kTargetPath = "/";
+// From the executable, Contents/MacOS/InstallationDeployer, up to the bundle.
+constexpr std::string_view kFromExecutableToBundle = "../../../";
+constexpr int kUsageExitCode = 1;
+
+/// Holds the main thread's log open for as long as it lives.
+class MainThreadLog {
+ public:
+  MainThreadLog() { logging::corvanelogger_open(kLogSender, kLogFacility); }
+  ~MainThreadLog() { logging::corvanelogger_close(); }
+  MainThreadLog(const MainThreadLog&) = delete;
+  MainThreadLog& operator=(const MainThreadLog&) = delete;
+};
+
+int failWithUsage() {
+  usage();
+  return kUsageExitCode;
+}
+
+std::optional<std::string> bundlePathFromExecutablePath(const std::string& executablePath) {
+  return foundation::paths::standardize(foundation::paths::append(executablePath, kFromExecutableToBundle));
+}
+
+void logStart(const std::vector<std::string>& arguments) {
+  logging::debug("Started with: %@", arguments);
+  const auto directory = foundation::files::currentDirectory();
+  logging::debug("Working directory = %@", directory ? std::optional(*directory) : std::nullopt);
+}
+
+/// The engine always runs as root, whether or not somebody watches it.
+bool becomeRoot() {
+  const std::uint32_t effectiveUserId = platform::self::effectiveUserId();
+  logging::debug("%s: euid = %u", "int main(int, char **)", effectiveUserId);
+  if (effectiveUserId != 0) {
+    return false;
+  }
+  if (!platform::self::setUserId(0)) {
+    logging::debug("Failed to set Real UID to effective UID (%d)", effectiveUserId);
+    return false;
+  }
+  return true;
+}
+
+int runEngine(const std::vector<std::string>& arguments) {
+  QVNInstallConfiguration configuration;
+  configuration.setTargetPath(std::string(kTargetPath));
+  if (!arguments.empty()) {
+    logging::debug("executablePath = %@", arguments.front());
+    configuration.setBundlePath(bundlePathFromExecutablePath(arguments.front()));
+  }
+  logStart(arguments);
+
+  if (const auto exitCode = parseCommandLine(arguments, configuration)) {
+    usage();
+    return *exitCode;
+  }
+  logging::debug("configuration.bundlePath = %@", configuration.bundlePath());
+
+  QVNInstallController controller(std::move(configuration));
+  logging::debug("main thread: %@", foundation::currentThreadName());
+  if (!becomeRoot()) {
+    return failWithUsage();
+  }
+  if (controller.configuration().install() || controller.configuration().receipt() ||
+      controller.configuration().remove()) {
+    controller.startController();
+  } else {
+    logging::error("invalid configuration.");
+    controller.setInstallerState(QVNInstallerStateFailed);
+  }
+  const auto exitCode = static_cast<int>(controller.installerState());
+  logging::debug("exiting the main thread with error code: %d", exitCode);
+  return exitCode;
+}
+
+}  // namespace
+
+int installationDeployerMain(const std::vector<std::string>& arguments) {
+  platform::self::prepareForUnattendedRun();
+  foundation::setCurrentThreadName(kMainThreadName);
+  const MainThreadLog log;
+  try {
+    return runEngine(arguments);
+  } catch (const std::exception& exception) {
+    logging::error("The engine cannot go on. %@", exception.what());
+    return static_cast<int>(QVNInstallerStateFailed);
+  }
+}
+
+}  // namespace deployer

@@ -1,0 +1,35 @@
+#include "InstallationDeployer/QVNBuildRemovePlanStrategy.h"
+
+#include "InstallationDeployer/ManifestKeys.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+bool QVNBuildRemovePlanStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  if (!configuration().bundlePathIsReceipt()) {
+    setInstallerState(QVNInstallerStateFailed);
+    logging::error("%@ must run from the receipt location.\n\tCurrently running from: %@", className(),
+                   configuration().bundlePath());
+    return false;
+  }
+  const PropertyList records = manifest().componentsAndVersionsForProduct(configuration().productName().value_or(""));
+  if (!plan()) {
+    if (installerState() != QVNInstallerStateSuccess) {
+      logging::error("Unable to acquire removal plan");
+      return false;
+    }
+    return true;
+  }
+  plan()->clear();
+  for (const PropertyList& record : records.elements()) {
+    logging::debug("componentNameAndVersion = %@", record);
+    plan()->emplace_back(record[kManifestComponentName].text());
+  }
+  return true;
+}
+
+}  // namespace deployer

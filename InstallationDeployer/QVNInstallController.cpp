@@ -1,0 +1,203 @@
+#include "InstallationDeployer/QVNInstallController.h"
+
+#include <vector>
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/FailedInstallCleanup.h"
+#include "InstallationDeployer/InternalInconsistency.h"
+#include "general/foundation/FileManager.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/Thread.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+namespace paths = foundation::paths;
+namespace files = foundation::files;
+
+namespace {
+
+// Distinguishes what a receipt process announces from what an installer at the same place announces.
+constexpr std::string_view kReceiptNotificationSuffix = ".receipt";
+
+std::vector<std::string> keysOf(const foundation::PropertyList& dictionary) {
+  std::vector<std::string> keys;
+  for (const auto& entry : dictionary.entries()) {
+    keys.emplace_back(entry.key);
+  }
+  return keys;
+}
+
+}  // namespace
+
+QVNInstallController::QVNInstallController(QVNInstallConfiguration configuration)
+    : configuration_(std::move(configuration)) {
+  if (configuration_.isReceiptMode()) {
+    configuration_.setProductName(paths::lastComponent(paths::deleteLastComponent(installerPath())));
+    logging::debug("Receipt for installed product: %@", configuration_.productName());
+  }
+}
+
+QVNInstallController::~QVNInstallController() = default;
+
+std::unique_ptr<QVNInstallController> QVNInstallController::objectWithConfiguration(
+    QVNInstallConfiguration configuration) {
+  return std::make_unique<QVNInstallController>(std::move(configuration));
+}
+
+void QVNInstallController::startController() {
+  try {
+    selectProduct();
+    configuration_.setBundlePathIsReceipt(configuration_.bundlePath() == receiptPath());
+    checkRemovalLocation();
+    if (!hasFailed() && !configuration_.install() && !configuration_.receipt() && !configuration_.remove()) {
+      return;
+    }
+    checkInstallerLocation();
+    listPayload();
+    checkWatchability();
+  } catch (const InternalInconsistency& inconsistency) {
+    logging::error("%@", inconsistency.what());
+    setInstallerState(QVNInstallerStateFailed);
+  }
+  if (hasFailed()) {
+    startStatusServiceForError(installerState());
+    return;
+  }
+  runSteps();
+  mainThreadComplete_ = true;
+  logging::debug("exiting %s", "startController");
+  if (configuration_.install()) {
+    logging::notice("Installation complete");
+  }
+}
+
+void QVNInstallController::runSteps() {
+  logStartupMessage();
+  setInstallerState(QVNInstallerStatePreparing);
+  try {
+    buildAndRunStrategies();
+  } catch (const InternalInconsistency& inconsistency) {
+    logging::error("%@", inconsistency.what());
+    setInstallerState(QVNInstallerStateFailed);
+  }
+}
+
+void QVNInstallController::selectProduct() {
+  if (!configuration_.productName()) {
+    configuration_.setProductName(productNameFromDetection());
+  }
+  if (!configuration_.productName()) {
+    logging::error("Unable to select product. Products = %@", keysOf(manifest().productsDictionary()));
+    setInstallerState(QVNInstallerStateFailed);
+    return;
+  }
+  // The name becomes a folder at the receipt location; any other text would lead the receipt elsewhere.
+  if (!paths::isSingleComponent(*configuration_.productName())) {
+    logging::error("The product name \"%@\" cannot be the name of a folder.", configuration_.productName());
+    setInstallerState(QVNInstallerStateFailed);
+  }
+}
+
+void QVNInstallController::checkRemovalLocation() {
+  if (hasFailed() || !configuration_.remove() || configuration_.bundlePathIsReceipt()) {
+    return;
+  }
+  logging::error("Remove operation cannot run from this location (%@)\n\tit must be run from the receipt location (%@)",
+                 configuration_.bundlePath(), receiptPath());
+  setInstallerState(QVNInstallerStateFailed);
+}
+
+void QVNInstallController::checkInstallerLocation() {
+  if (hasFailed() || !installerPath().starts_with(kQVNInstalledProductFolder)) {
+    return;
+  }
+  logging::error("Corvane Endpoint Installer cannot run from this location.");
+  setInstallerState(QVNInstallerStateFailed);
+}
+
+void QVNInstallController::listPayload() {
+  if (hasFailed() || !(configuration_.install() || configuration_.receipt())) {
+    return;
+  }
+  // Mounts a payload that is mounted on first access; a bundle without payload may still be valid.
+  [[maybe_unused]] const auto listing = files::contentsOfDirectory(installerRootPath());
+}
+
+void QVNInstallController::checkWatchability() {
+  // A watcher would wait for ever for a service that nobody vends, so the run does not begin.
+  if (hasFailed() || !configuration_.statusServer()) {
+    return;
+  }
+  logging::error("The installation status service is not available. Watched runs and receipt runs cannot be started.");
+  setInstallerState(QVNInstallerStateFailed);
+}
+
+void QVNInstallController::startStatusServiceForError(QVNInstallerState state) {
+  setInstallerState(state);
+  mainThreadComplete_ = true;
+  logging::debug("exiting %s", "startStatusServiceForError:");
+}
+
+void QVNInstallController::logStartupMessage() {
+  if (configuration_.install()) {
+    logging::notice("Installing %@", configuration_.productName());
+  } else if (configuration_.remove()) {
+    logging::notice("Removing %@", configuration_.productName());
+  } else if (configuration_.isReceiptMode()) {
+    logging::notice("Starting receipt service for %@", configuration_.productName());
+  }
+}
+
+QVNInstallerManifest& QVNInstallController::manifest() {
+  if (!manifest_) {
+    manifest_ = std::make_unique<QVNInstallerManifest>(installerPath());
+  }
+  return *manifest_;
+}
+
+void QVNInstallController::setInstallerState(QVNInstallerState state) {
+  logging::debug("----- <%@>[QVNInstallController setInstallerState:%d]", foundation::currentThreadName(),
+                 static_cast<std::uint32_t>(state));
+  installerState_ = state;
+}
+
+std::uint64_t QVNInstallController::getProgress() {
+  QVNInstallStepStrategy* root = watchedStrategy_;
+  return root == nullptr ? 0 : root->getProgress();
+}
+
+std::string QVNInstallController::installerPath() const { return configuration_.bundlePath().value_or(""); }
+
+std::string QVNInstallController::installerRootPath() const {
+  return paths::append(installerPath(), kQVNPayloadRootPath);
+}
+
+std::string QVNInstallController::postingNotificationId() const {
+  return configuration_.isReceiptMode() ? installerPath() + std::string(kReceiptNotificationSuffix) : installerPath();
+}
+
+QVNReceiptClient* QVNInstallController::getReceiptClientForStrategy(QVNInstallStepStrategy& /*step*/) {
+  return nullptr;
+}
+
+void QVNInstallController::notifyInstallFailure() {
+  setInstallerState(QVNInstallerStateFailed);
+  logging::debug("Inform the user of error: %d", static_cast<std::uint32_t>(installerState()));
+}
+
+bool QVNInstallController::updateProductCache() {
+  logging::debug("updateProductCache");
+  setInstallerState(QVNInstallerStateDownloading);
+  return true;
+}
+
+void QVNInstallController::cleanupFailedInstall() { deployer::cleanupFailedInstall(); }
+
+std::string QVNInstallController::receiptPath() const {
+  return paths::append(configuration_.receiptDirectory(), kQVNInstallerApplicationName);
+}
+
+bool QVNInstallController::productHasReceipt() { return files::exists(receiptPath()); }
+
+}  // namespace deployer

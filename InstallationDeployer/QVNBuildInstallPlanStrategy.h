@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+
+namespace deployer {
+
+/// Fills the plan of an install: every component on a fresh machine; over an installed product what is new, changed, no
+/// longer part of the product or has other external files, and what the installed product's own check wants repaired.
+class QVNBuildInstallPlanStrategy : public QVNInstallStepStrategy {
+ public:
+  using QVNInstallStepStrategy::QVNInstallStepStrategy;
+
+  bool execute(bool previousSuccess) override;
+  /// Components to install over the installed ones, each once. Versions are compared for equality only.
+  /// @param components the installed product's record of names and versions; nil for none.
+  /// @return nothing on failure; the step's state tells which.
+  [[nodiscard]] std::optional<Plan> upgradePlanForComponents(const PropertyList& components);
+  /// Half way, always: how long the work takes is not known.
+  [[nodiscard]] std::uint64_t getProgress() override;
+  [[nodiscard]] std::string_view className() const override { return "QVNBuildInstallPlanStrategy"; }
+
+ private:
+  class UpgradePlan;
+
+  [[nodiscard]] bool addInstalledComponents(const PropertyList& records, const Plan& productComponents,
+                                            UpgradePlan& upgrade);
+  [[nodiscard]] bool addNewComponents(const Plan& productComponents, UpgradePlan& upgrade);
+  /// The component's manifest; nothing, with the manifest's failure state, when it could not be read.
+  [[nodiscard]] std::optional<PropertyList> readableManifest(const std::string& component);
+  [[nodiscard]] bool addForChangedExternalFiles(const std::string& component, UpgradePlan& upgrade);
+  /// Whether the external item and its installed copy differ; nothing when that could not be found out.
+  [[nodiscard]] std::optional<bool> externalDirectoryDiffers(const std::string& externalPath,
+                                                             const std::string& installedPath);
+  [[nodiscard]] std::optional<bool> externalFileDiffers(const std::string& externalPath,
+                                                        const std::string& installedPath);
+  [[nodiscard]] std::optional<bool> itemsDiffer(const std::string& externalPath, const std::string& installedPath);
+  [[nodiscard]] std::optional<Plan> listingOrEmpty(const std::string& directory);
+  [[nodiscard]] std::string resolvedExternalPath(std::string_view externalSourcePath) const;
+};
+
+}  // namespace deployer

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+
+namespace deployer {
+
+/// Has the installed product's receipt remove the components that the install is about to replace. On a machine without
+/// receipt there is nothing to remove.
+class QVNReceiptRemoveStrategy : public QVNInstallStepStrategy {
+ public:
+  using QVNInstallStepStrategy::QVNInstallStepStrategy;
+
+  bool execute(bool previousSuccess) override;
+  [[nodiscard]] std::string_view className() const override { return "QVNReceiptRemoveStrategy"; }
+};
+
+}  // namespace deployer

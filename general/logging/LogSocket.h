@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "general/foundation/Descriptor.h"
+
+/// Datagram sockets of log services. For LogService only.
+namespace logging {
+
+/// A socket connected to the service that listens at the path; none when there is no such service.
+[[nodiscard]] foundation::Descriptor connectDatagramSocket(const std::string& path);
+
+/// Sends one datagram without waiting. False, with errno set, when the service did not take it.
+[[nodiscard]] bool sendDatagram(const foundation::Descriptor& socket, std::string_view datagram);
+
+/// Hands over what is too long for a datagram as a sealed file in memory, which the journal takes as well. Does nothing
+/// where the system has no such files.
+void sendInMemoryFile(const foundation::Descriptor& socket, std::string_view content);
+
+}  // namespace logging

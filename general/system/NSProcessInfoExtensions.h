@@ -7,4 +7,8 @@ namespace platform::NSProcessInfoExtensions {
 [[nodiscard]] bool isMacOSX7AndAbove();
 [[nodiscard]] bool isMacOSX8AndBelow();
 
+/// The thresholds for a given kernel.
+[[nodiscard]] bool isMacOSX7AndAbove(int kernelMajor);
+[[nodiscard]] bool isMacOSX8AndBelow(int kernelMajor);
+
 }  // namespace platform::NSProcessInfoExtensions

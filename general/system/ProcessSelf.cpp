@@ -1,0 +1,56 @@
+#include "general/system/ProcessSelf.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+
+namespace platform::self {
+
+namespace {
+
+bool isClosed(int descriptor) { return fcntl(descriptor, F_GETFD) < 0 && errno == EBADF; }
+
+/// Open without close-on-exec: the standard descriptors are what children inherit.
+void connectToNothing(int descriptor) {
+  int opened = open("/dev/null", O_RDWR);
+  if (opened < 0) {
+    // No null device here. The root folder takes the number all the same; reading and writing fail on it.
+    opened = open("/", O_RDONLY | O_DIRECTORY);
+  }
+  if (opened >= 0 && opened != descriptor) {
+    dup2(opened, descriptor);
+    close(opened);
+  }
+}
+
+void setSignalAction(int signal, void (*action)(int)) {
+  struct sigaction wanted = {};
+  wanted.sa_handler = action;
+  sigemptyset(&wanted.sa_mask);
+  sigaction(signal, &wanted, nullptr);
+}
+
+}  // namespace
+
+std::uint32_t realUserId() { return getuid(); }
+
+std::uint32_t effectiveUserId() { return geteuid(); }
+
+bool setUserId(std::uint32_t userId) { return setuid(userId) == 0; }
+
+int processIdentifier() { return static_cast<int>(getpid()); }
+
+void prepareForUnattendedRun() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (isClosed(descriptor)) {
+      connectToNothing(descriptor);
+    }
+  }
+  setSignalAction(SIGPIPE, SIG_IGN);
+  // Who started the engine may have ignored it, and then the system keeps no exit status of children.
+  setSignalAction(SIGCHLD, SIG_DFL);
+}
+
+}  // namespace platform::self

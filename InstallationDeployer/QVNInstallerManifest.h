@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "InstallationDeployer/MutableComponentManifest.h"
 #include "general/foundation/PropertyList.h"
 #include "general/foundation/Result.h"
 
@@ -16,8 +17,8 @@ namespace deployer {
 
 /// The manifests of one installer bundle or receipt: the index of its products and one manifest per component.
 ///
-/// The first half answers questions; the second half writes manifests from a staged tree. Failures show in the result, in
-/// the log and, where said, in installerState(). Asking for something that is not there gives nil. An index that
+/// The first half answers questions; the second half writes manifests from a staged tree. Failures show in the result,
+/// in the log and, where said, in installerState(). Asking for something that is not there gives nil. An index that
 /// contradicts itself (the first phase of a product installs no payload) throws InternalInconsistency.
 /// Used by one thread.
 class QVNInstallerManifest {
@@ -28,11 +29,14 @@ class QVNInstallerManifest {
   using FileListBlock = std::function<bool(const std::string&, const PropertyList&, const PropertyList&)>;
   /// (full path, is a directory) -> go on.
   using DirectoryBlock = std::function<bool(const std::string&, bool)>;
+  /// (full path of a regular file) -> the checksum to record for it.
+  using ChecksumBlock = std::function<std::string(const std::string&)>;
 
   /// Opens the manifests below a bundle's or receipt's root. Reads nothing yet.
   explicit QVNInstallerManifest(std::string installerPath);
 
-  // --- Questions -------------------------------------------------------------------------------------------------------
+  // --- Questions
+  // -------------------------------------------------------------------------------------------------------
 
   [[nodiscard]] const std::string& installerPath() const { return installerPath_; }
   /// 0, or 1 once something failed; see the operations that set it.
@@ -45,8 +49,8 @@ class QVNInstallerManifest {
   /// Where the manifest of a component is written, and where it is read from: the same place.
   [[nodiscard]] std::string componentManifestPathForName(std::string_view name) const;
   [[nodiscard]] std::string getPathForComponent(std::string_view name) const;
-  /// The component's manifest as it is on disk now; a file that did not change is not parsed again. Nil when it is missing
-  /// or does not parse, and, with state 1, when it cannot be read.
+  /// The component's manifest as it is on disk now; a file that did not change is not parsed again. Nil when it is
+  /// missing or does not parse, and, with state 1, when it cannot be read.
   [[nodiscard]] PropertyList getManifestForComponent(const std::string& name);
 
   [[nodiscard]] PropertyList productsDictionary();
@@ -70,27 +74,39 @@ class QVNInstallerManifest {
 
   /// Calls the block for the file entries of each component, the components in the order given. Without
   /// `exitOnFailure`, an entry that fails only ends its own component and the answer is that of the last call made.
-  [[nodiscard]] bool walkManifestFileListForComponents(const std::optional<Names>& components,
-                                                       bool inLeavesToRootOrder, bool exitOnFailure,
-                                                       const FileListBlock& block);
+  [[nodiscard]] bool walkManifestFileListForComponents(const std::optional<Names>& components, bool inLeavesToRootOrder,
+                                                       bool exitOnFailure, const FileListBlock& block);
 
   /// System folders that are never recorded in a manifest and never removed. Compared as they stand.
   [[nodiscard]] static const std::set<std::string, std::less<>>& restrictedPaths();
 
-  // --- Authoring -------------------------------------------------------------------------------------------------------
+  // --- Authoring
+  // -------------------------------------------------------------------------------------------------------
 
   /// Scans a staged folder into the component's manifest and adds the component to the product.
   /// @param rootPrefix where the staged folder will lie once installed.
   /// @param plistPath a plist with what a scan cannot know, or nothing.
   [[nodiscard]] bool addComponentManifest(const std::string& component, const std::string& version,
                                           const std::string& fromDirectory, const std::string& rootPrefix,
-                                          const std::string& forProduct, const std::optional<std::string>& withPlistPath);
+                                          const std::string& forProduct,
+                                          const std::optional<std::string>& withPlistPath);
+  /// Scans one folder of a staged tree into a manifest. Called with the tree's root as both folders it scans the whole
+  /// tree and then adds what the plist gives. A folder that cannot be listed shows in installerState() only.
+  [[nodiscard]] bool populateComponentManifest(MutableComponentManifest& manifest, const std::string& fromDirectory,
+                                               const std::string& rootDirectory, const std::string& rootPrefix,
+                                               const std::optional<std::string>& withPlistPath);
+  /// Replaces how a scan turns a file's content into its checksum, for whoever wants the content too. Nothing restores
+  /// the reading and hashing of the whole file, where a file that cannot be read counts as empty.
+  void setChecksumBlock(ChecksumBlock block) { checksumBlock_ = std::move(block); }
   /// Walks a tree below a root without following links; calls the block for every folder and regular item.
   /// @param excludedPath relative paths that begin with it are not descended into; nothing or empty excludes nothing.
   bool walkDirectory(const std::string& root, const std::string& currentPath,
                      const std::optional<std::string>& excludedPath, const DirectoryBlock& block);
-  [[nodiscard]] bool writeComponentManifest(const std::string& component, const PropertyList& componentManifestDictionary);
+  [[nodiscard]] bool writeComponentManifest(const std::string& component,
+                                            const PropertyList& componentManifestDictionary);
   [[nodiscard]] bool updateManifestIndexForComponent(const std::string& component, const std::string& forProduct);
+  /// Bytes of everything in the bundle that a receipt without payload holds a copy of, folders included.
+  [[nodiscard]] std::int64_t sizeOfReceipt();
   [[nodiscard]] bool updateManifestIndexForExternalTool(const std::string& bundlePath,
                                                         const std::string& withExternalProduct,
                                                         const std::string& forProduct);
@@ -115,15 +131,27 @@ class QVNInstallerManifest {
     PropertyList content;
   };
 
+  friend class ComponentScan;
+
   [[nodiscard]] std::optional<PropertyList> stillCurrentManifest(const std::string& name, const std::string& path);
   void keepManifest(const std::string& name, const FileStamp& stamp, const PropertyList& content);
   [[nodiscard]] static std::optional<FileStamp> stampOf(const std::string& path);
   [[nodiscard]] Names uniqueLabels(const Names& components, std::string_view key);
+  [[nodiscard]] bool failAuthoring(std::string_view message, const std::string& component,
+                                   const std::optional<std::string>& product = std::nullopt);
+  [[nodiscard]] bool writeProduct(std::string_view name, const PropertyList& product, const PropertyList& index);
+  // These put what an options plist gives into an index in the making; false when it is not as it must be.
+  [[nodiscard]] bool mergeOptionsPlist(const std::string& path, PropertyList& index);
+  [[nodiscard]] bool mergeProductArrays(const PropertyList& options, PropertyList& index);
+  [[nodiscard]] static bool mergeCleanup(const PropertyList& options, PropertyList& index);
+  static void mergeCrossGrades(const PropertyList& options, PropertyList& index);
+  [[nodiscard]] bool validateProductArray(const PropertyList& array, std::string_view key, bool withComponents);
   static void requirePhaseType(const PropertyList& phases, std::size_t phase, std::string_view product,
                                std::string_view type);
 
   std::string installerPath_;
   PropertyList manifestIndex_;
+  ChecksumBlock checksumBlock_;
   std::map<std::string, ParsedManifest> componentManifests_;
   std::int32_t installerState_ = 0;
 };

@@ -1,0 +1,241 @@
+#include "InstallationDeployer/ComponentScan.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/QVNInstallerChecksum.h"
+#include "InstallationDeployer/QVNInstallerState.h"
+#include "general/foundation/FileManager.h"
+#include "general/foundation/NSDictionaryExtensions.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/PropertyListFile.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+using foundation::FileType;
+using foundation::ItemAttributes;
+using foundation::PropertyList;
+namespace paths = foundation::paths;
+namespace files = foundation::files;
+namespace plist = foundation::plist;
+
+namespace {
+
+using EntryFields = std::vector<std::pair<std::string, PropertyList>>;
+
+// "/", "Library", the folder, the file's name: what lies deeper is no service.
+constexpr std::size_t kComponentsOfServicePath = 4;
+
+EntryFields entryFor(std::string installPath, const ItemAttributes& attributes, bool isDirectory) {
+  EntryFields fields;
+  fields.reserve(8);
+  fields.emplace_back(foundation::kFileOwnerAccountID, std::int64_t{attributes.owner});
+  fields.emplace_back(foundation::kFileGroupOwnerAccountID, std::int64_t{attributes.group});
+  fields.emplace_back(foundation::kFilePosixPermissions, std::int64_t{attributes.permissions});
+  fields.emplace_back(kManifestIsDirectory, isDirectory);
+  fields.emplace_back(kManifestIsSymbolicLink, attributes.isSymbolicLink());
+  fields.emplace_back(kManifestFilePath, std::move(installPath));
+  return fields;
+}
+
+std::unordered_set<std::string> setOf(const PropertyList& list) {
+  std::vector<std::string> texts = list.strings();
+  return {std::make_move_iterator(texts.begin()), std::make_move_iterator(texts.end())};
+}
+
+std::optional<std::unordered_set<std::string>> labelsOf(const PropertyList& list) {
+  if (!list.isArray()) {
+    return std::nullopt;
+  }
+  return setOf(list);
+}
+
+}  // namespace
+
+const ComponentScan::ServiceKind ComponentScan::kDaemons{kQVNLaunchDaemonsPath, kManifestListOfLaunchDaemons, "daemon"};
+const ComponentScan::ServiceKind ComponentScan::kAgents{kQVNLaunchAgentsPath, kManifestListOfLaunchAgents, "agent"};
+
+ComponentScan::ComponentScan(QVNInstallerManifest& manifests, MutableComponentManifest& manifest,
+                             std::string rootDirectory, std::string rootPrefix, std::optional<std::string> plistPath)
+    : manifests_(manifests),
+      manifest_(manifest),
+      rootDirectory_(std::move(rootDirectory)),
+      rootPrefix_(std::move(rootPrefix)),
+      plistPath_(std::move(plistPath)) {}
+
+bool ComponentScan::scan(const std::string& directory) {
+  const auto attributes = files::attributesOfItem(directory);
+  if (!attributes) {
+    logging::error("Unable to aquire attributes of %@\n%@", directory, attributes.error());
+    fail();
+    return false;
+  }
+  addDirectory(directory, *attributes);
+  readAuthoringPlist();
+  const auto names = files::contentsOfDirectory(directory);
+  if (names) {
+    for (const std::string& name : *names) {
+      if (!scanItem(paths::append(directory, name))) {
+        return false;
+      }
+    }
+  } else {
+    logging::error("Error reading directory contents at %@\n%@", directory, names.error());
+    fail();
+  }
+  if (directory == rootDirectory_) {
+    mergeAuthoringPlist();
+  }
+  return true;
+}
+
+void ComponentScan::addDirectory(const std::string& directory, const ItemAttributes& attributes) {
+  std::string installPath = installPathOf(directory);
+  if (QVNInstallerManifest::restrictedPaths().contains(installPath)) {
+    return;
+  }
+  EntryFields fields = entryFor(std::move(installPath), attributes, true);
+  // A tree may be scanned through a link to its root; the link is no part of it.
+  std::ranges::find(fields, kManifestIsSymbolicLink, &EntryFields::value_type::first)->second = false;
+  manifest_.files.push_back(PropertyList::dictionary(std::move(fields)));
+}
+
+bool ComponentScan::scanItem(const std::string& path) {
+  const auto attributes = files::attributesOfItem(path);
+  if (!attributes) {
+    logging::error("Unable to aquire attributes of %@\n%@", path, attributes.error());
+    return true;
+  }
+  if (attributes->isDirectory()) {
+    // A folder that fails has said so; what lies beside it is recorded all the same.
+    (void)scan(path);
+    return true;
+  }
+  return addItem(path, *attributes);
+}
+
+bool ComponentScan::addItem(const std::string& path, const ItemAttributes& attributes) {
+  const std::string installPath = installPathOf(path);
+  manifest_.size += static_cast<std::int64_t>(attributes.size);
+  EntryFields fields = entryFor(installPath, attributes, false);
+  if (attributes.isSymbolicLink()) {
+    const auto target = files::destinationOfSymbolicLink(path);
+    if (!target) {
+      logging::error("Unable to aquire the link target for %@\n%@", path, target.error());
+      fail();
+      return false;
+    }
+    fields.emplace_back(kManifestSymbolicLinkTarget, *target);
+  } else if (attributes.type == FileType::Regular) {
+    fields.emplace_back(kManifestSHAChecksum, checksumOf(path));
+    if (authoring_.modifiableFiles.contains(installPath)) {
+      fields.emplace_back(kManifestIsModifiableFile, true);
+    }
+  }
+  manifest_.files.push_back(PropertyList::dictionary(std::move(fields)));
+  noteService(kDaemons, installPath, authoring_.daemons, manifest_.launchDaemons);
+  noteService(kAgents, installPath, authoring_.agents, manifest_.launchAgents);
+  return true;
+}
+
+void ComponentScan::noteService(const ServiceKind& kind, const std::string& installPath,
+                                const std::optional<Labels>& fromPlist, PropertyList::Array& services) {
+  if (!installPath.starts_with(kind.folder) || installPath.size() <= kind.folder.size() ||
+      installPath[kind.folder.size()] != '/' || paths::components(installPath).size() != kComponentsOfServicePath) {
+    return;
+  }
+  const std::string label = paths::deleteExtension(paths::lastComponent(installPath));
+  if (!fromPlist) {
+    services.emplace_back(label);
+    logging::info("Added autogenerated %s %@ to %@", kind.noun, label, kind.key);
+  } else if (!fromPlist->contains(label)) {
+    logging::notice("Warning: plist %@ does not contain %@ %s found in component.", kind.key, label, kind.noun);
+  }
+}
+
+void ComponentScan::readAuthoringPlist() {
+  if (!plistPath_) {
+    return;
+  }
+  // Component manifests are kept by name, and no name of a component holds a slash.
+  const std::string key = paths::append("/", *plistPath_);
+  if (manifests_.stillCurrentManifest(key, *plistPath_)) {
+    return;
+  }
+  const auto stamp = QVNInstallerManifest::stampOf(*plistPath_);
+  auto content = plist::readDictionary(*plistPath_);
+  if (content) {
+    if (stamp) {
+      manifests_.keepManifest(key, *stamp, *content);
+    }
+    takeAuthoring(*content);
+    return;
+  }
+  const auto attributes = files::attributesOfItem(*plistPath_);
+  if (!attributes && !attributes.error().isNoSuchFile()) {
+    logging::error("Failed to read %@. %@", *plistPath_, attributes.error());
+  }
+  takeAuthoring({});
+}
+
+void ComponentScan::takeAuthoring(PropertyList content) {
+  authoring_.daemons = labelsOf(content[kManifestListOfLaunchDaemons]);
+  authoring_.agents = labelsOf(content[kManifestListOfLaunchAgents]);
+  authoring_.modifiableFiles = setOf(content[kManifestListOfModifiableFiles]);
+  authoring_.content = std::move(content);
+}
+
+void ComponentScan::mergeAuthoringPlist() {
+  mergeServices(kDaemons, manifest_.launchDaemons);
+  mergeServices(kAgents, manifest_.launchAgents);
+  mergeElements(kManifestListOfFiles, "Adding %ld files to component manifest from plist.", manifest_.files);
+  mergeElements(kManifestListOfExecutables, "Adding %ld executables to component manifest from plist.",
+                manifest_.executables);
+  if (!authoring_.content[kManifestRebuildKextCache].isNil()) {
+    manifest_.rebuildKextCache = authoring_.content[kManifestRebuildKextCache];
+    const bool rebuild = foundation::NSDictionaryExtensions::boolForKey(authoring_.content, kManifestRebuildKextCache);
+    logging::info("Set RebuildKextCache: %@ to component manifest from plist.", rebuild ? "YES" : "NO");
+  }
+}
+
+void ComponentScan::mergeServices(const ServiceKind& kind, PropertyList::Array& services) {
+  const PropertyList& list = authoring_.content[kind.key];
+  if (list.elements().empty()) {
+    return;
+  }
+  services.insert(services.end(), list.elements().begin(), list.elements().end());
+  logging::info("Adding %@ to component manifest from plist. Added %s list:\n%@", kind.key, kind.noun, list);
+}
+
+void ComponentScan::mergeElements(std::string_view key, std::string_view message, PropertyList::Array& elements) {
+  const auto added = authoring_.content[key].elements();
+  if (added.empty()) {
+    return;
+  }
+  elements.insert(elements.end(), added.begin(), added.end());
+  logging::info(message, added.size());
+}
+
+std::string ComponentScan::installPathOf(const std::string& path) const {
+  const std::string_view relative = std::string_view(path).substr(std::min(rootDirectory_.size(), path.size()));
+  std::string installPath = paths::append(rootPrefix_, relative);
+  return installPath.empty() ? "/" : installPath;
+}
+
+std::string ComponentScan::checksumOf(const std::string& path) {
+  if (manifests_.checksumBlock_) {
+    return manifests_.checksumBlock_(path);
+  }
+  foundation::SHA256 hash;
+  const auto content = files::read(path, buffer_, [&hash](std::span<const std::byte> piece) { hash.update(piece); });
+  return content ? QVNInstallerChecksum::textForDigest(hash.finish()) : QVNInstallerChecksum::generateSHA256({});
+}
+
+void ComponentScan::fail() { manifests_.setInstallerState(QVNInstallerStateFailed); }
+
+}  // namespace deployer

@@ -1,0 +1,18 @@
+#include "InstallationDeployer/FailedInstallCleanup.h"
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "general/foundation/FileManager.h"
+#include "general/foundation/Paths.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+void cleanupFailedInstall() {
+  const std::string path = foundation::paths::append(kQVNInstallerReceiptPath, kQVNInstallerTemporaryName);
+  const auto removed = foundation::files::removeItem(path);
+  if (!removed && !removed.error().isNoSuchFile()) {
+    logging::error("Failed to remove temp directory %@. %@", path, removed.error());
+  }
+}
+
+}  // namespace deployer

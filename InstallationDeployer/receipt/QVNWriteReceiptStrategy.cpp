@@ -1,0 +1,201 @@
+#include "InstallationDeployer/receipt/QVNWriteReceiptStrategy.h"
+
+#include <array>
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/FailedInstallCleanup.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "general/foundation/FileManager.h"
+#include "general/foundation/NSDictionaryExtensions.h"
+#include "general/foundation/Paths.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+using foundation::FileAttributes;
+using foundation::Status;
+namespace files = foundation::files;
+namespace paths = foundation::paths;
+
+namespace {
+
+constexpr std::uint32_t kRootUser = 0;
+constexpr std::uint32_t kAdminGroup = 80;
+constexpr FileAttributes kFileAttributes{kRootUser, kAdminGroup, 0644};
+constexpr FileAttributes kDirectoryAttributes{kRootUser, kAdminGroup, 0755};
+constexpr FileAttributes kExecuteAttributes{kRootUser, kAdminGroup, 0755};
+constexpr std::array kExecutables = {kQVNInstallerFrontEndName, kQVNInstallationDeployerName};
+/// Name below the temporary folder under which the receipt that is being replaced awaits its removal.
+constexpr std::string_view kReplacedReceiptName = "Replaced.app";
+
+Status removeIfPresent(const std::string& path) {
+  Status removed = files::removeItem(path);
+  return !removed && removed.error().isNoSuchFile() ? Status() : removed;
+}
+
+bool isPresent(const std::string& path) { return files::attributesOfItem(path).ok(); }
+
+}  // namespace
+
+bool QVNWriteReceiptStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    cleanupFailedInstall();
+    return false;
+  }
+  if (!plan() || plan()->empty()) {
+    return true;
+  }
+  const std::string bundlePath = configuration().bundlePath().value_or("");
+  if (bundlePath == receiptPath()) {
+    logging::debug("Receipt running as installer. WriteReceipt will not update the receipt.");
+    return true;
+  }
+  if (!stageBundle(bundlePath)) {
+    return false;
+  }
+  return !validateContents() || publishStagedReceipt();
+}
+
+std::string QVNWriteReceiptStrategy::receiptPath() const {
+  return paths::append(configuration().receiptDirectory(), kQVNInstallerApplicationName);
+}
+
+std::string QVNWriteReceiptStrategy::temporaryPath() const {
+  return paths::append(configuration().receiptDirectory(), kQVNInstallerTemporaryName);
+}
+
+std::string QVNWriteReceiptStrategy::stagingPath() const {
+  return paths::append(temporaryPath(), kQVNInstallerApplicationName);
+}
+
+bool QVNWriteReceiptStrategy::stageBundle(const std::string& bundlePath) {
+  const bool hasPayload = foundation::NSDictionaryExtensions::boolForKey(manifest().manifestIndex(),
+                                                                         kManifestIndexReceiptHasPayloadContents);
+  if (!makeStagingFolder()) {
+    return false;
+  }
+  // A file that could not be copied has been logged and has set the state; a receipt with a gap still serves better
+  // than none.
+  copySourceDirectoryContents(bundlePath, stagingPath(), kFileAttributes, kDirectoryAttributes, !hasPayload);
+  buffer_.shrinkTo(0);
+  return makeExecutablesRunnable();
+}
+
+bool QVNWriteReceiptStrategy::makeStagingFolder() {
+  // A run that was killed may have left a part of another bundle here.
+  Status made = removeIfPresent(temporaryPath());
+  if (made) {
+    made = files::createDirectory(stagingPath(), true, kDirectoryAttributes);
+  }
+  if (!made) {
+    logging::error("Error creating receipt directory, error: %@", made.error());
+    return failWith();
+  }
+  return true;
+}
+
+bool QVNWriteReceiptStrategy::makeExecutablesRunnable() {
+  for (const std::string_view name : kExecutables) {
+    const std::string path = paths::append(paths::append(stagingPath(), kQVNExecutablesPath), name);
+    if (const Status set = files::setAttributes(kExecuteAttributes, path); !set) {
+      return failBecause("Receipt incomplete. Unable to set execute attributes on file: %@\n%@", path, set.error());
+    }
+  }
+  return true;
+}
+
+bool QVNWriteReceiptStrategy::publishStagedReceipt() {
+  // First the data, then the name: a receipt must not outlive a power cut that takes what it vouches for.
+  if (!putOnDisk() || !removeExistingReceipt() || !moveReceiptIntoPlace()) {
+    return false;
+  }
+  removeTemporaryFolder();
+  return putOnDisk();
+}
+
+bool QVNWriteReceiptStrategy::removeExistingReceipt() {
+  if (!isPresent(receiptPath())) {
+    return true;
+  }
+  // Out of the way in one step, so that a killed run leaves the receipt whole or gone.
+  const std::string replaced = paths::append(temporaryPath(), kReplacedReceiptName);
+  Status removed = files::moveItem(receiptPath(), replaced);
+  if (removed) {
+    removed = files::removeItem(replaced);
+  }
+  if (!removed) {
+    return failBecause("Failed to remove existing receipt %@. %@", receiptPath(), removed.error());
+  }
+  return true;
+}
+
+bool QVNWriteReceiptStrategy::moveReceiptIntoPlace() {
+  if (!isPresent(stagingPath())) {
+    return true;
+  }
+  if (const Status moved = files::moveItem(stagingPath(), receiptPath()); !moved) {
+    return failBecause("Failed to move receipt to %@. %@", receiptPath(), moved.error());
+  }
+  return true;
+}
+
+void QVNWriteReceiptStrategy::removeTemporaryFolder() {
+  if (const Status removed = removeIfPresent(temporaryPath()); !removed) {
+    logging::error("Failed to remove temp directory %@. %@", stagingPath(), removed.error());
+  }
+}
+
+bool QVNWriteReceiptStrategy::putOnDisk() {
+  const std::string folder = configuration().receiptDirectory();
+  if (const Status flushed = files::flushFileSystem(folder); !flushed) {
+    return failBecause("Failed to put what was written on disk at %@. %@", folder, flushed.error());
+  }
+  return true;
+}
+
+bool QVNWriteReceiptStrategy::copySourceDirectoryContents(const std::string& source, const std::string& to,
+                                                          const FileAttributes& fileAttributes,
+                                                          const FileAttributes& directoryAttributes,
+                                                          bool excludePayloadContents) {
+  // The walk's paths begin with the root as it is written without trailing slashes.
+  const std::string root = paths::append(source, "");
+  const std::string excludedPath(excludePayloadContents ? kQVNPayloadRootPath : "");
+  return manifest().walkDirectory(root, "", excludedPath, [&](const std::string& path, bool isDirectory) {
+    return copyFile(path.substr(root.size()), root, to, fileAttributes, directoryAttributes, isDirectory);
+  });
+}
+
+bool QVNWriteReceiptStrategy::copyFile(const std::string& relativePath, const std::string& source,
+                                       const std::string& destination, const FileAttributes& fileAttributes,
+                                       const FileAttributes& directoryAttributes, bool isDirectory) {
+  const std::string sourcePath = paths::append(source, relativePath);
+  const std::string destinationPath = paths::append(destination, relativePath);
+  const auto failed = [&](std::string_view message, const std::string& path, const foundation::Error& error) {
+    logging::error(message, error, path);
+    return failWith();
+  };
+  if (isDirectory) {
+    const Status created = files::createDirectory(destinationPath, true, directoryAttributes);
+    return created || failed("error creating directory: %@ (%@)", destinationPath, created.error());
+  }
+  const auto content = files::read(sourcePath, buffer_);
+  if (!content) {
+    return failed("error: %@ (%@)", sourcePath, content.error());
+  }
+  if (const Status written = files::writeAtomically(*content, destinationPath); !written) {
+    return failed("error writing: %@ (%@)", destinationPath, written.error());
+  }
+  if (const Status set = files::setAttributes(fileAttributes, destinationPath); !set) {
+    return failBecause("Unable to set attributes on file: %@\n%@", destinationPath, set.error());
+  }
+  return true;
+}
+
+bool QVNWriteReceiptStrategy::failBecause(std::string_view message, const std::string& path,
+                                          const foundation::Error& error) {
+  logging::error(message, path, error);
+  return failWith();
+}
+
+}  // namespace deployer

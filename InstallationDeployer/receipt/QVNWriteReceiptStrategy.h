@@ -3,16 +3,56 @@
 #include <string>
 
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+#include "general/foundation/Error.h"
+#include "general/foundation/FileAttributes.h"
+#include "general/foundation/FileBuffer.h"
+#include "general/foundation/Result.h"
 
 namespace deployer {
 
-/// Leaves the receipt: a copy of the running installer bundle in the product's folder at the receipt location.
+/// Leaves the receipt: a copy of the running installer bundle in the product's folder at the receipt location, with the
+/// payload only when the manifest index asks for it.
+///
+/// The copy is made beside its final place and then takes the place of an older receipt, so a receipt is whole or
+/// absent, never in between and never a mixture of two. A file that cannot be copied is logged and sets a failure
+/// state, but does not by itself make execute() return false.
 class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
  public:
+  using FileAttributes = foundation::FileAttributes;
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
 
   bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNWriteReceiptStrategy"; }
+
+  /// Copies the folders and regular files of a tree; links are left out. `to` must exist.
+  /// @return false when an item directly in `source` could not be copied; a failure further down shows in the state.
+  bool copySourceDirectoryContents(const std::string& source, const std::string& to,
+                                   const FileAttributes& fileAttributes, const FileAttributes& directoryAttributes,
+                                   bool excludePayloadContents);
+  /// Copies one item that has the same path relative to both roots. Of a file only the bytes are taken over.
+  bool copyFile(const std::string& relativePath, const std::string& source, const std::string& destination,
+                const FileAttributes& fileAttributes, const FileAttributes& directoryAttributes, bool isDirectory);
+
+  /// Whether the staged receipt may be published; when not, it stays where it was staged and the step succeeds.
+  [[nodiscard]] virtual bool validateContents() { return true; }
+
+ private:
+  [[nodiscard]] std::string receiptPath() const;
+  [[nodiscard]] std::string temporaryPath() const;
+  [[nodiscard]] std::string stagingPath() const;
+
+  bool stageBundle(const std::string& bundlePath);
+  bool makeStagingFolder();
+  bool makeExecutablesRunnable();
+  bool publishStagedReceipt();
+  bool removeExistingReceipt();
+  bool moveReceiptIntoPlace();
+  void removeTemporaryFolder();
+  /// Waits until everything written to the receipt's file system so far is on disk.
+  bool putOnDisk();
+  bool failBecause(std::string_view message, const std::string& path, const foundation::Error& error);
+
+  foundation::FileBuffer buffer_;
 };
 
 }  // namespace deployer

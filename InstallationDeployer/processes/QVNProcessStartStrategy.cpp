@@ -1,0 +1,240 @@
+#include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "general/foundation/NSDictionaryExtensions.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/Task.h"
+#include "general/foundation/Thread.h"
+#include "general/logging/SystemLog.h"
+#include "general/system/LoginWindow.h"
+#include "general/system/NSProcessInfoExtensions.h"
+#include "general/system/ProcessSelf.h"
+
+namespace deployer {
+
+using foundation::PropertyList;
+using foundation::Task;
+using foundation::TaskLaunchException;
+using foundation::NSDictionaryExtensions::boolForKey;
+namespace paths = foundation::paths;
+
+namespace {
+
+constexpr std::size_t kLoggedErrorBytes = 1000;
+constexpr unsigned char kLastASCII = 0x7f;
+constexpr std::string_view kTouchPath = "/usr/bin/touch";
+constexpr std::string_view kLaunchctlPath = "/bin/launchctl";
+constexpr std::string_view kKextPath = "/Library/Extensions";
+constexpr std::string_view kKextPathOfMacOSX8AndBelow = "/System/Library/Extensions";
+constexpr std::string_view kLaunchExecutablesSelector = "launchExecutablesFromPlan:";
+constexpr std::string_view kTouchKextsSelector = "touchKextsFromPlan:";
+
+/// What the program said on standard error. It may be cut within a character and in any encoding, so that everything
+/// beyond ASCII is written byte by byte as \xNN.
+std::string errorOutputOf(const Task& task) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const char character : task.standardErrorOutput()) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte <= kLastASCII) {
+      text += character;
+    } else {
+      text += {'\\', 'x', kDigits[byte >> 4U], kDigits[byte & 0xfU]};
+    }
+  }
+  return text;
+}
+
+/// A label from a manifest must not lead out of the folder; nothing when it does.
+std::optional<std::string> launchPlistPath(std::string_view folder, const std::string& label) {
+  const std::string name = paths::appendExtension(label, kQVNManifestExtension);
+  if (!paths::isSingleComponent(label) || !paths::isSingleComponent(name)) {
+    return std::nullopt;
+  }
+  return paths::append(folder, name);
+}
+
+/// A program must not run without arguments that it was meant to get, so a list that cannot be read is a failure.
+std::vector<std::string> argumentsOf(const PropertyList& executable) {
+  const PropertyList& list = executable[kManifestListOfArguments];
+  const auto elements = list.elements();
+  const bool readable = (list.isNil() || list.isArray()) &&
+                        std::ranges::all_of(elements, [](const PropertyList& element) { return element.isString(); });
+  if (!readable) {
+    throw TaskLaunchException("The list of arguments is no array of texts");
+  }
+  return list.strings();
+}
+
+}  // namespace
+
+bool QVNProcessStartStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  const std::string product = configuration().productName().value_or("");
+  const Plan filtered = manifest().filterComponents(plan() ? *plan() : Plan{}, product);
+  logging::debug("<%@> filtered plan for %@: %@", qualifiedName(), configuration().productName(),
+                 planDescription(filtered));
+  return launchExecutablesFromPlan(filtered) && touchKextsFromPlan(filtered) && launchDaemonsFromPlan(filtered) &&
+         launchAgentsFromPlan(filtered);
+}
+
+bool QVNProcessStartStrategy::launchExecutablesFromPlan(const Plan& plan) {
+  const auto executables = manifest().listOfExecutablesForComponents(plan);
+  if (!executables || executables->empty()) {
+    return true;
+  }
+  setInstallerState(QVNInstallerStateRunningExecutables);
+  return std::ranges::all_of(*executables, [this](const PropertyList& executable) {
+    return !shouldRun(executable) || runExecutable(executable);
+  });
+}
+
+bool QVNProcessStartStrategy::shouldRun(const PropertyList& executable) const {
+  const PropertyList& path = executable[kManifestFilePath];
+  if (boolForKey(executable, kManifestIsApplication)) {
+    logging::debug("%s: skipping application launch. Needs implementation.", kLaunchExecutablesSelector);
+    return false;
+  }
+  if (!boolForKey(executable, kManifestExecuteOnInstall)) {
+    logging::debug("Updating current install. Skipping executable: %@", path);
+    return false;
+  }
+  const bool isUpdate = configuration().hasInstallerReceipt() || configuration().treatAsUpdate();
+  if (isUpdate && boolForKey(executable, kManifestRunOnce)) {
+    logging::info("Updating current install. Skipping executable due to run once flag: %@", path);
+    return false;
+  }
+  return true;
+}
+
+bool QVNProcessStartStrategy::runExecutable(const PropertyList& executable) {
+  const PropertyList& pathEntry = executable[kManifestFilePath];
+  const std::string path(pathEntry.text());
+  logging::debug("%s: launching %@ with arguments: %@", kLaunchExecutablesSelector, pathEntry,
+                 executable[kManifestListOfArguments]);
+  logging::info("Running %@ with uid: %d, euid: %d", pathEntry, platform::self::realUserId(),
+                platform::self::effectiveUserId());
+  try {
+    if (!paths::isAbsolute(path)) {
+      throw TaskLaunchException("The path is not absolute");
+    }
+    Task task(path, argumentsOf(executable));
+    task.setCurrentDirectory(paths::deleteLastComponent(path));
+    task.captureOutput(kLoggedErrorBytes);
+    task.launch();
+    task.waitUntilExit();
+    if (task.terminationStatus() == 0) {
+      return true;
+    }
+    logging::error("Failed to execute %@ Termination status: %d, errorData: %@. ", path, task.terminationStatus(),
+                   errorOutputOf(task));
+  } catch (const TaskLaunchException& exception) {
+    logging::error("Failed to run executable %@. %@", pathEntry, exception.what());
+  }
+  return failWith();
+}
+
+bool QVNProcessStartStrategy::touchKextsFromPlan(const Plan& plan) {
+  const bool wanted = std::ranges::any_of(plan, [this](const std::string& component) {
+    return boolForKey(manifest().getManifestForComponent(component), kManifestRebuildKextCache);
+  });
+  if (!wanted) {
+    logging::debug("----- <%@>[QVNProcessStartStrategy.%s There is no reason to refresh kext installation directory]",
+                   foundation::currentThreadName(), kTouchKextsSelector);
+    return true;
+  }
+  setInstallerState(QVNInstallerStateStartingServices);
+  const bool isOld = platform::NSProcessInfoExtensions::isMacOSX8AndBelow();
+  const bool refreshed =
+      launchTask(std::string(kTouchPath), {std::string(isOld ? kKextPathOfMacOSX8AndBelow : kKextPath)});
+  logging::debug("----- <%@>[QVNProcessStartStrategy.%s %@ kext installation directory]",
+                 foundation::currentThreadName(), kTouchKextsSelector,
+                 refreshed ? "successfully refreshed" : "failed to refresh");
+  return true;
+}
+
+bool QVNProcessStartStrategy::launchDaemonsFromPlan(const Plan& plan) {
+  const auto daemons = manifest().listOfDaemonsForComponents(plan);
+  if (daemons.empty()) {
+    return true;
+  }
+  setInstallerState(QVNInstallerStateStartingServices);
+  for (const std::string& daemon : daemons) {
+    const auto path = launchPlistPath(kQVNLaunchDaemonsPath, daemon);
+    if (!path || !launchTask(std::string(kLaunchctlPath), {"load", "-w", *path})) {
+      logging::error("Failed to launch daemon %@. Continuing.", daemon);
+    }
+  }
+  return true;
+}
+
+bool QVNProcessStartStrategy::launchAgentsFromPlan(const Plan& plan) {
+  const auto agents = manifest().listOfAgentsForComponents(plan);
+  if (agents.empty()) {
+    logging::debug("No launch agents to load.");
+    return true;
+  }
+  const std::uint32_t user = userId();
+  const std::int32_t loginWindow = loginWindowPID();
+  if (user == 0 || loginWindow == 0) {
+    logging::notice("Could not find user id (%d) or loginwindow pid (%d) to launch agents. Skipping launching agents.",
+                    user, loginWindow);
+    // Nobody is logged in, so there is nothing to start; launchd loads the agents at the next login.
+    setInstallerState(QVNInstallerStateSuccess);
+    return true;
+  }
+  setInstallerState(QVNInstallerStateStartingServices);
+  for (const std::string& agent : agents) {
+    const auto path = launchPlistPath(kQVNLaunchAgentsPath, agent);
+    if (path) {
+      logging::info("Launching %@ with uid: %d, loginWindowPID: %d", *path, user, loginWindow);
+    }
+    if (!path || !launchTask(std::string(kLaunchctlPath), agentArguments(*path, user, loginWindow))) {
+      logging::error("Failed to launch agent %@. Continuing.", agent);
+    }
+  }
+  return true;
+}
+
+bool QVNProcessStartStrategy::launchTask(const std::string& launchPath, const std::vector<std::string>& withArguments) {
+  Task task(launchPath, withArguments);
+  task.captureOutput(kLoggedErrorBytes);
+  logging::info("Launching task %@ with args: %@ uid: %d, euid: %d", launchPath, withArguments,
+                platform::self::realUserId(), platform::self::effectiveUserId());
+  try {
+    task.launch();
+    task.waitUntilExit();
+  } catch (const TaskLaunchException& exception) {
+    logging::error("Launching task %@ with args: %@ failed. %@", launchPath, withArguments, exception.what());
+    return false;
+  }
+  logging::debug("Task status for %@ with args: %@\n\tTermination status: %d, output: %@", launchPath, withArguments,
+                 task.terminationStatus(), errorOutputOf(task));
+  return task.terminationStatus() == 0;
+}
+
+std::vector<std::string> QVNProcessStartStrategy::agentArguments(const std::string& plistPath, std::uint32_t userId,
+                                                                 std::int32_t loginWindowPID) {
+  return {"bsexec",
+          foundation::format("%d", loginWindowPID),
+          "sudo",
+          "-u",
+          foundation::format("#%d", userId),
+          std::string(kLaunchctlPath),
+          "load",
+          "-w",
+          plistPath};
+}
+
+std::uint32_t QVNProcessStartStrategy::userId() { return platform::loginWindowUserId(); }
+
+std::int32_t QVNProcessStartStrategy::loginWindowPID() { return platform::loginWindowProcessId(); }
+
+}  // namespace deployer

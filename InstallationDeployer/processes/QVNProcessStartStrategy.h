@@ -9,6 +9,8 @@
 namespace deployer {
 
 /// Brings the installed components to life: executables, kernel-extension folder, launch daemons, launch agents.
+/// Only an executable that fails makes the step fail; everything else is logged and passed over. Every child process is
+/// waited for before the next one starts.
 class QVNProcessStartStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
@@ -16,8 +18,25 @@ class QVNProcessStartStrategy : public QVNInstallStepStrategy {
   bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNProcessStartStrategy"; }
 
-  /// Runs a system command to its end. True when it ran and exited with 0. Logs the first 1000 bytes of its errors.
-  static bool launchTask(const std::string& launchPath, const std::vector<std::string>& withArguments);
+  /// The four parts of the step, each for the plan's components that belong to the product.
+  [[nodiscard]] bool launchExecutablesFromPlan(const Plan& plan);
+  [[nodiscard]] bool touchKextsFromPlan(const Plan& plan);
+  [[nodiscard]] bool launchDaemonsFromPlan(const Plan& plan);
+  [[nodiscard]] bool launchAgentsFromPlan(const Plan& plan);
+
+  /// Runs a system command to its end. True when it ran and exited with 0. Logs the first 1000 bytes of its errors, in
+  /// which bytes beyond ASCII are written as \xNN.
+  [[nodiscard]] static bool launchTask(const std::string& launchPath, const std::vector<std::string>& withArguments);
+  /// The arguments of launchctl that load an agent as the user, inside the session of the user's login window.
+  [[nodiscard]] static std::vector<std::string> agentArguments(const std::string& plistPath, std::uint32_t userId,
+                                                               std::int32_t loginWindowPID);
+  /// The user at the console, and the process of that user's login window; 0 when there is none.
+  [[nodiscard]] static std::uint32_t userId();
+  [[nodiscard]] static std::int32_t loginWindowPID();
+
+ private:
+  [[nodiscard]] bool shouldRun(const PropertyList& executable) const;
+  [[nodiscard]] bool runExecutable(const PropertyList& executable);
 };
 
 }  // namespace deployer

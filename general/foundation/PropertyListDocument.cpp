@@ -186,6 +186,11 @@ PropertyListDocument::Value PropertyListDocument::dictionary(std::span<const std
   return sortedDictionary(keys, values, order);
 }
 
+std::optional<std::string_view> PropertyListDocument::textOf(const Value& value) {
+  if (value.type != static_cast<std::uint64_t>(PropertyList::Type::String)) return std::nullopt;
+  return std::string_view(value.text, value.size);
+}
+
 std::string_view PropertyListDocument::sharedKey(std::string_view key) {
   std::string_view& remembered = rememberedKeys_[keySlot(key)];
   if (remembered != key) remembered = key;

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -50,6 +51,9 @@ class PropertyListDocument {
   [[nodiscard]] Value array(std::span<const Value> elements);
   /// Keys in the order of the document; of equal keys the last one counts. Keys must stand in memory of this document.
   [[nodiscard]] Value dictionary(std::span<const std::string_view> keys, std::span<const Value> values);
+
+  /// The text of a string; nothing for any other type.
+  [[nodiscard]] static std::optional<std::string_view> textOf(const Value& value);
 
   /// An equal key that was seen before, where one is remembered, so that the keys of many alike dictionaries stand
   /// close together in memory and compare fast.

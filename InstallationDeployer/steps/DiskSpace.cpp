@@ -1,0 +1,28 @@
+#include "InstallationDeployer/steps/DiskSpace.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace deployer {
+
+namespace {
+
+using Limits = std::numeric_limits<std::int64_t>;
+
+}  // namespace
+
+void DiskSpace::add(std::int64_t bytes) {
+  if (bytes > 0 && required_ > Limits::max() - bytes) {
+    required_ = Limits::max();
+  } else if (bytes < 0 && required_ < Limits::min() - bytes) {
+    required_ = Limits::min();
+  } else {
+    required_ += bytes;
+  }
+}
+
+std::int64_t DiskSpace::signedSize(std::uint64_t bytes) {
+  return static_cast<std::int64_t>(std::min(bytes, static_cast<std::uint64_t>(Limits::max())));
+}
+
+}  // namespace deployer

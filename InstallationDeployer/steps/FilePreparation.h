@@ -1,0 +1,84 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "InstallationDeployer/steps/BufferAllowance.h"
+#include "InstallationDeployer/steps/PayloadFileReader.h"
+#include "general/foundation/FileAttributes.h"
+#include "general/foundation/PreparedFile.h"
+#include "general/foundation/Thread.h"
+
+namespace deployer {
+
+/// A file of the payload and what it becomes.
+struct PayloadFile {
+  std::string source;
+  std::string destination;
+  std::string checksum;
+  foundation::FileAttributes attributes;
+};
+
+/// Prepares the payload files of one list ahead of time on helper threads: reads, verifies and writes them, with their
+/// attributes, under no name. Their owner takes them in the order of the list and publishes them; nothing shows before.
+///
+/// Preparing ahead is a chance, never a verdict: whatever fails here is done again by the owner when its turn comes, so
+/// that failures show in order and a folder that is missing yet is there by then. How far the helpers run ahead is
+/// bounded. takeNext() belongs to the owner's thread; destruction throws away what was not taken.
+class FilePreparation {
+ public:
+  /// Tells which file an index of the list stands for; nothing when it must not be prepared ahead. Called on any
+  /// thread.
+  using Chooser = std::function<std::optional<PayloadFile>(std::size_t)>;
+  struct Prepared {
+    foundation::PreparedFile file;
+    std::string destination;
+  };
+
+  /// Starts the helpers, fewer when the system does not give as many.
+  /// @param count length of the list.
+  /// @param keptBytes memory each helper keeps for its buffer; see PayloadFileReader.
+  FilePreparation(std::size_t count, Chooser chooser, unsigned helpers, BufferAllowance& allowance,
+                  std::size_t keptBytes);
+  ~FilePreparation();
+  FilePreparation(const FilePreparation&) = delete;
+  FilePreparation& operator=(const FilePreparation&) = delete;
+
+  /// The file of the next index, from 0 on, waiting for a helper that is busy with it; nothing when the caller must do
+  /// it itself.
+  [[nodiscard]] std::optional<Prepared> takeNext();
+  /// Throws away what is prepared and prepares no more; from now on the caller does everything itself. Waits for
+  /// nobody.
+  void giveUp();
+
+ private:
+  struct Slot {
+    bool ready = false;
+    std::optional<Prepared> prepared;
+  };
+
+  void run(BufferAllowance& allowance, std::size_t keptBytes);
+  [[nodiscard]] std::optional<std::size_t> claim();
+  [[nodiscard]] std::optional<Prepared> prepare(std::size_t index, PayloadFileReader& reader) const;
+  void deliver(std::size_t index, std::optional<Prepared> prepared);
+  [[nodiscard]] Slot& slot(std::size_t index) { return slots_[index % slots_.size()]; }
+
+  const std::size_t count_;
+  const Chooser chooser_;
+
+  std::mutex mutex_;
+  std::condition_variable delivered_;
+  std::condition_variable roomMade_;
+  std::vector<Slot> slots_;  // guarded by mutex_, as the rest
+  std::size_t taken_ = 0;    // everything below was taken
+  std::size_t next_ = 0;     // everything below was claimed by somebody
+  bool stopping_ = false;
+  std::vector<foundation::NamedThread> threads_;
+};
+
+}  // namespace deployer

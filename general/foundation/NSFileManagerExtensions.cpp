@@ -1,0 +1,42 @@
+#include "general/foundation/NSFileManagerExtensions.h"
+
+#include "general/foundation/FileBuffer.h"
+#include "general/foundation/FileManager.h"
+
+namespace foundation::NSFileManagerExtensions {
+
+Error errorWithMessage(std::string_view message, const std::optional<std::string>& path, long code) {
+  const std::string text(message);
+  return {.domain = std::string(kFileManagerExtensionsErrorDomain),
+          .code = code,
+          .text = text,
+          .path = path,
+          .underlyingErrno = 0,
+          .details = {{std::string(kLocalizedDescriptionKey), text},
+                      {std::string(kLocalizedFailureReasonErrorKey), text},
+                      {std::string(kUnderlyingErrorKey), text}}};
+}
+
+Status createDeepDirectoryAtPath(const std::string& path, const FileAttributes& attributes) {
+  return files::createDirectory(path, true, attributes);
+}
+
+Status copyAndOverwriteItemAtPath(const std::string& source, const std::string& destination) {
+  FileBuffer buffer;
+  const auto content = files::read(source, buffer);
+  if (!content) {
+    return content.error();
+  }
+  const auto attributes = files::attributesOfItem(source);
+  if (!attributes) {
+    return attributes.error();
+  }
+  FileAttributes own{.owner = attributes->owner, .group = attributes->group, .permissions = attributes->permissions};
+  if (attributes->isSymbolicLink()) {
+    // Where links have no mode of their own they report that everybody may write.
+    own.permissions.reset();
+  }
+  return files::writeAtomically(*content, destination, own);
+}
+
+}  // namespace foundation::NSFileManagerExtensions

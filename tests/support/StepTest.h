@@ -1,11 +1,8 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,73 +15,28 @@
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/PropertyListFile.h"
+#include "tests/support/CapturedLog.h"
 #include "tests/support/FakeInstallRun.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace tests {
 
-/// Keeps what is written to standard error, where the log is copied to, while it lives.
-class CapturedLog {
- public:
-  CapturedLog() : saved_(dup(STDERR_FILENO)), file_(std::tmpfile()) {
-    std::fflush(stderr);
-    dup2(fileno(file_), STDERR_FILENO);
-  }
-  ~CapturedLog() {
-    dup2(saved_, STDERR_FILENO);
-    close(saved_);
-    std::fclose(file_);
-  }
-  CapturedLog(const CapturedLog&) = delete;
-  CapturedLog& operator=(const CapturedLog&) = delete;
-
-  [[nodiscard]] std::string text() const {
-    std::string content;
-    char piece[4096];
-    off_t offset = 0;
-    ssize_t count = 0;
-    while ((count = pread(fileno(file_), piece, sizeof piece, offset)) > 0) {
-      content.append(piece, static_cast<std::size_t>(count));
-      offset += count;
-    }
-    return content;
-  }
-  /// How many messages consist of exactly this level and text, as in "<Error>: text".
-  [[nodiscard]] int count(std::string_view message) const {
-    const std::string log = text();
-    const std::string line = " " + std::string(message) + "\n";
-    int found = 0;
-    for (std::size_t at = log.find(line); at != std::string::npos; at = log.find(line, at + 1)) {
-      ++found;
-    }
-    return found;
-  }
-  [[nodiscard]] bool contains(std::string_view part) const { return text().find(part) != std::string::npos; }
-
- private:
-  int saved_;
-  FILE* file_;
-};
+/// Whether the text stands anywhere on the captured standard error.
+inline bool mentions(const CapturedLog& log, std::string_view part) {
+  return log.text().find(part) != std::string::npos;
+}
 
 /// A test of a single step: a bundle in a scratch directory of the test's own, a run and the plan.
 class StepTest : public ::testing::Test {
  protected:
   StepTest() {
-    std::string name = (std::filesystem::temp_directory_path() / "step.XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-      throw std::runtime_error("no scratch directory can be made");
-    }
-    scratch_ = std::filesystem::canonical(name).string();
     std::filesystem::create_directories(bundle() + "/" + std::string(deployer::kQVNManifestDirectoryPath));
     run_ = std::make_unique<FakeInstallRun>(bundle());
     run_->configuration().setProductName(product_);
   }
-  ~StepTest() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(scratch_, ignored);
-  }
 
-  [[nodiscard]] std::string bundle() const { return scratch_ + "/Installer.app"; }
-  [[nodiscard]] std::string path(std::string_view name) const { return scratch_ + "/" + std::string(name); }
+  [[nodiscard]] std::string bundle() const { return scratch_.path("Installer.app"); }
+  [[nodiscard]] std::string path(std::string_view name) const { return scratch_.path(name); }
 
   void writeIndex(const foundation::PropertyList& components) {
     using foundation::PropertyList;
@@ -131,7 +83,7 @@ class StepTest : public ::testing::Test {
     ASSERT_TRUE(written.ok()) << written.error().description();
   }
 
-  std::string scratch_;
+  TemporaryDirectory scratch_;
   std::unique_ptr<FakeInstallRun> run_;
 };
 

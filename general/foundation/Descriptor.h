@@ -25,6 +25,8 @@ class Descriptor {
 
   [[nodiscard]] int number() const { return number_; }
   [[nodiscard]] bool isOpen() const { return number_ >= 0; }
+  /// Hands the number over to the caller, who closes it.
+  [[nodiscard]] int release() { return std::exchange(number_, -1); }
   void reset() {
     if (number_ >= 0) {
       ::close(std::exchange(number_, -1));

@@ -1,0 +1,456 @@
+#include "general/foundation/FileManager.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <utility>
+
+#include "general/foundation/Descriptor.h"
+#include "general/foundation/DirectoryListing.h"
+#include "general/foundation/FileDescriptors.h"
+#include "general/foundation/ItemRemoval.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/PlatformFiles.h"
+#include "general/foundation/PreparedFile.h"
+#include "general/foundation/TemporaryNames.h"
+
+namespace foundation::files {
+
+namespace {
+
+constexpr std::uint32_t kPermissionBits = 07777;
+constexpr std::uint32_t kSetIdBits = 06000;
+constexpr std::uint32_t kDefaultDirectoryPermissions = 0755;
+// Small enough to be in the processor's cache still when the visitor gets it.
+constexpr std::size_t kPieceBytes = std::size_t{128} * 1024;
+constexpr std::size_t kLongestPath = std::size_t{1024} * 1024;
+
+// The system would take such a path for the shorter one in front of the NUL.
+bool holdsNul(const std::string& path) { return path.find('\0') != std::string::npos; }
+
+// Runs a call that gives -1 and sets errno, and says what went wrong.
+template <class Call>
+Status perform(const std::string& path, Access access, Call call) {
+  if (holdsNul(path)) {
+    return fileError(EINVAL, access, path);
+  }
+  return call() == 0 ? Status() : Status(fileError(errno, access, path));
+}
+
+// A slash at the end would make the system follow a link that stands there.
+std::string withoutTrailingSlashes(const std::string& path) {
+  const std::size_t last = path.find_last_not_of('/');
+  return last == std::string::npos ? path.substr(0, 1) : path.substr(0, last + 1);
+}
+
+std::string folderOf(const std::string& path) {
+  std::string folder = paths::deleteLastComponent(path);
+  return folder.empty() ? "." : folder;
+}
+
+FileType typeOf(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFREG:
+      return FileType::Regular;
+    case S_IFDIR:
+      return FileType::Directory;
+    case S_IFLNK:
+      return FileType::SymbolicLink;
+    case S_IFCHR:
+      return FileType::CharacterSpecial;
+    case S_IFBLK:
+      return FileType::BlockSpecial;
+    case S_IFSOCK:
+      return FileType::Socket;
+    case S_IFIFO:
+      return FileType::Fifo;
+    default:
+      return FileType::Unknown;
+  }
+}
+
+ItemAttributes attributesFrom(const struct stat& item) {
+  return {.type = typeOf(item.st_mode),
+          .size = static_cast<std::uint64_t>(item.st_size),
+          .owner = item.st_uid,
+          .group = item.st_gid,
+          .permissions = static_cast<std::uint32_t>(item.st_mode) & kPermissionBits,
+          .modificationNanoseconds = platform_files::modificationTime(item),
+          .changeNanoseconds = platform_files::changeTime(item),
+          .device = static_cast<std::uint64_t>(item.st_dev),
+          .inode = static_cast<std::uint64_t>(item.st_ino)};
+}
+
+bool isDirectory(const std::string& path) {
+  struct stat item {};
+  return stat(path.c_str(), &item) == 0 && S_ISDIR(item.st_mode);
+}
+
+// For file systems that cannot rename without replacing: a second name keeps the promise for everything but
+// directories, which can only be looked for first.
+int renameAfterCheck(const std::string& from, const std::string& to) {
+  if (linkat(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), 0) == 0) {
+    return unlink(from.c_str());
+  }
+  if (errno == EEXIST) {
+    return -1;
+  }
+  struct stat item {};
+  if (lstat(to.c_str(), &item) == 0) {
+    errno = EEXIST;
+    return -1;
+  }
+  return rename(from.c_str(), to.c_str());
+}
+
+int renameWithoutReplacing(const std::string& from, const std::string& to) {
+  const int result = platform_files::renameExclusively(from.c_str(), to.c_str());
+  return result != 0 && (errno == EINVAL || errno == ENOSYS) ? renameAfterCheck(from, to) : result;
+}
+
+// Runs a clean-up without losing the errno that made it necessary.
+template <class CleanUp>
+int failAfter(CleanUp cleanUp) {
+  const int reason = errno;
+  cleanUp();
+  errno = reason;
+  return -1;
+}
+
+int setNewDirectoryAttributes(const std::string& path, FileAttributes attributes) {
+  if (!attributes.permissions) {
+    attributes.permissions = kDefaultDirectoryPermissions;
+  }
+  const Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat item {};
+  if (!directory.isOpen() || fstat(directory.number(), &item) != 0) {
+    return -1;
+  }
+  // Whoever may write to the folder could have put another directory in place of ours.
+  if (item.st_uid != geteuid()) {
+    errno = EPERM;
+    return -1;
+  }
+  return descriptors::setAttributes(directory.number(), attributes);
+}
+
+int makeDirectory(const std::string& path, const FileAttributes& attributes) {
+  const std::string temporaryPath = temporary_names::make(folderOf(path));
+  if (mkdir(temporaryPath.c_str(), S_IRWXU) != 0) {
+    return -1;
+  }
+  if (setNewDirectoryAttributes(temporaryPath, attributes) != 0 || renameWithoutReplacing(temporaryPath, path) != 0) {
+    return failAfter([&] { rmdir(temporaryPath.c_str()); });
+  }
+  return 0;
+}
+
+int makeDirectoryUnlessThere(const std::string& path, const FileAttributes& attributes) {
+  if (isDirectory(path) || makeDirectory(path, attributes) == 0) {
+    return 0;
+  }
+  // Another process may have been faster.
+  return errno == EEXIST && isDirectory(path) ? 0 : -1;
+}
+
+int makeDirectories(const std::string& path, const FileAttributes& attributes) {
+  std::vector<std::string> missing{path};
+  struct stat item {};
+  while (stat(missing.back().c_str(), &item) != 0) {
+    std::string parent = folderOf(missing.back());
+    if (errno != ENOENT) {
+      return -1;
+    }
+    if (parent == missing.back()) {
+      break;
+    }
+    missing.push_back(std::move(parent));
+  }
+  for (auto directory = missing.rbegin(); directory != missing.rend(); ++directory) {
+    if (makeDirectoryUnlessThere(*directory, attributes) != 0) {
+      return -1;
+    }
+  }
+  return 0;
+}
+
+int makeLink(const std::string& path, const std::string& target, const FileAttributes& attributes) {
+  const std::string temporaryPath = temporary_names::make(folderOf(path));
+  if (symlink(target.c_str(), temporaryPath.c_str()) != 0) {
+    return -1;
+  }
+  if (!setLinkAttributes(attributes, temporaryPath) || renameWithoutReplacing(temporaryPath, path) != 0) {
+    return failAfter([&] { unlink(temporaryPath.c_str()); });
+  }
+  return 0;
+}
+
+int removeEntry(const std::string& path) {
+  const std::string name = paths::lastComponent(path);
+  if (!path.empty() && !paths::isSingleComponent(name)) {
+    errno = name.size() > NAME_MAX ? ENAMETOOLONG : EINVAL;
+    return -1;
+  }
+  Descriptor folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder.isOpen() ? ItemRemoval(std::move(folder)).remove(name) : -1;
+}
+
+int changeOwner(const std::string& path, const FileAttributes& attributes) {
+  if (attributes.owner == descriptors::kNobodyAtAll || attributes.group == descriptors::kNobodyAtAll) {
+    errno = EINVAL;
+    return -1;
+  }
+  return chown(path.c_str(), attributes.owner.value_or(descriptors::kNobodyAtAll),
+               attributes.group.value_or(descriptors::kNobodyAtAll));
+}
+
+// A change of owner takes the set-id bits away; attributes that are not to change have to be put back.
+int changeOwnerOnly(const std::string& path, const FileAttributes& attributes) {
+  struct stat item {};
+  if (stat(path.c_str(), &item) != 0 || changeOwner(path, attributes) != 0) {
+    return -1;
+  }
+  return (item.st_mode & kSetIdBits) == 0 ? 0 : chmod(path.c_str(), item.st_mode & kPermissionBits);
+}
+
+int changeAttributes(const std::string& path, const FileAttributes& attributes) {
+  const bool changesOwner = attributes.owner || attributes.group;
+  if (!attributes.permissions) {
+    return changesOwner ? changeOwnerOnly(path, attributes) : 0;
+  }
+  if (changesOwner && changeOwner(path, attributes) != 0) {
+    return -1;
+  }
+  return chmod(path.c_str(), static_cast<mode_t>(*attributes.permissions));
+}
+
+// Reading a file to its end, whatever its length was said to be.
+class FileReader {
+ public:
+  FileReader(int file, FileBuffer& buffer, const PieceVisitor& visitor)
+      : file_(file), buffer_(buffer), visitor_(visitor) {}
+
+  int readAll(std::size_t expected) {
+    expected_ = expected;
+    if (!makeRoom(expected)) {
+      return -1;
+    }
+    while (true) {
+      if (used_ == buffer_.memory().size() && !makeRoom(used_)) {
+        return -1;
+      }
+      const int progress = readPiece();
+      if (progress <= 0) {
+        return progress;
+      }
+    }
+  }
+  [[nodiscard]] std::span<const std::byte> content() const { return buffer_.memory().first(used_); }
+
+ private:
+  // One byte more than the content is what shows the end without another call.
+  bool makeRoom(std::size_t content) {
+    if (used_ == 0 && buffer_.memory().size() <= content) {
+      buffer_.shrinkTo(0);
+    }
+    if (content > SIZE_MAX - kPieceBytes || !buffer_.reserve(content / kPieceBytes * kPieceBytes + kPieceBytes)) {
+      errno = ENOMEM;
+      return false;
+    }
+    return true;
+  }
+
+  // 1 when there may be more, 0 at the end, -1 for an error.
+  int readPiece() {
+    const auto room = buffer_.memory().subspan(used_);
+    const auto wanted = room.first(std::min(room.size(), kPieceBytes));
+    const ssize_t count = ::read(file_, wanted.data(), wanted.size());
+    if (count < 0) {
+      return errno == EINTR ? 1 : -1;
+    }
+    const auto piece = wanted.first(static_cast<std::size_t>(count));
+    used_ += piece.size();
+    if (visitor_ && !piece.empty()) {
+      visitor_(piece);
+    }
+    const bool complete = used_ == expected_ && piece.size() < wanted.size();
+    return piece.empty() || complete ? 0 : 1;
+  }
+
+  int file_;
+  FileBuffer& buffer_;
+  const PieceVisitor& visitor_;
+  std::size_t used_ = 0;
+  std::size_t expected_ = 0;
+};
+
+}  // namespace
+
+bool exists(const std::string& path) {
+  struct stat item {};
+  return !holdsNul(path) && stat(path.c_str(), &item) == 0;
+}
+
+Result<ItemAttributes> attributesOfItem(const std::string& path) {
+  struct stat item {};
+  const Status status = perform(path, Access::Read, [&] { return lstat(withoutTrailingSlashes(path).c_str(), &item); });
+  if (!status) {
+    return status.error();
+  }
+  return attributesFrom(item);
+}
+
+Result<std::vector<std::string>> contentsOfDirectory(const std::string& path) {
+  std::vector<std::string> names;
+  const Status status = perform(path, Access::Read, [&] {
+    const Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory.isOpen() ? listDirectory(directory.number(), names) : -1;
+  });
+  if (!status) {
+    return status.error();
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+Result<std::string> destinationOfSymbolicLink(const std::string& path) {
+  std::string target(256, '\0');
+  ssize_t length = 0;
+  const Status status = perform(path, Access::Read, [&] {
+    while (true) {
+      length = readlink(withoutTrailingSlashes(path).c_str(), target.data(), target.size());
+      if (length < 0 || static_cast<std::size_t>(length) < target.size()) {
+        return length < 0 ? -1 : 0;
+      }
+      target.resize(2 * target.size());
+    }
+  });
+  if (!status) {
+    return status.error();
+  }
+  target.resize(static_cast<std::size_t>(length));
+  return target;
+}
+
+Result<std::string> currentDirectory() {
+  std::string path(PATH_MAX, '\0');
+  while (getcwd(path.data(), path.size()) == nullptr) {
+    if (errno != ERANGE || path.size() >= kLongestPath) {
+      return fileError(errno, Access::Read, ".");
+    }
+    path.resize(2 * path.size());
+  }
+  path.resize(path.find('\0'));
+  return path;
+}
+
+Status createDirectory(const std::string& path, bool withParents, const FileAttributes& attributes) {
+  return perform(path, Access::Write, [&] {
+    const std::string name = withoutTrailingSlashes(path);
+    if (name.empty()) {
+      errno = ENOENT;
+      return -1;
+    }
+    return withParents ? makeDirectories(name, attributes) : makeDirectory(name, attributes);
+  });
+}
+
+Status createSymbolicLink(const std::string& path, const std::string& target, const FileAttributes& attributes) {
+  if (holdsNul(target)) {
+    return fileError(kWriteInvalidName, "The target of a link cannot hold a NUL.", path);
+  }
+  return perform(path, Access::Write, [&] { return makeLink(withoutTrailingSlashes(path), target, attributes); });
+}
+
+Status removeItem(const std::string& path) {
+  return perform(path, Access::Write, [&] { return removeEntry(withoutTrailingSlashes(path)); });
+}
+
+Status moveItem(const std::string& from, const std::string& to) {
+  if (holdsNul(to)) {
+    return fileError(EINVAL, Access::Write, to);
+  }
+  const Status status = perform(from, Access::Write, [&] {
+    return renameWithoutReplacing(withoutTrailingSlashes(from), withoutTrailingSlashes(to));
+  });
+  return !status && status.error().underlyingErrno == EEXIST ? fileError(EEXIST, Access::Write, to) : status;
+}
+
+Status setAttributes(const FileAttributes& attributes, const std::string& path) {
+  return perform(path, Access::Write, [&] { return changeAttributes(path, attributes); });
+}
+
+Status setLinkAttributes(const FileAttributes& attributes, const std::string& path) {
+  return perform(path, Access::Write, [&] {
+    if (attributes.owner == descriptors::kNobodyAtAll || attributes.group == descriptors::kNobodyAtAll) {
+      errno = EINVAL;
+      return -1;
+    }
+    if (lchown(path.c_str(), attributes.owner.value_or(descriptors::kNobodyAtAll),
+               attributes.group.value_or(descriptors::kNobodyAtAll)) != 0) {
+      return -1;
+    }
+    return attributes.permissions ? platform_files::setLinkPermissions(path.c_str(), *attributes.permissions) : 0;
+  });
+}
+
+Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buffer, const PieceVisitor& visitor) {
+  if (holdsNul(path)) {
+    return fileError(EINVAL, Access::Read, path);
+  }
+  // Without waiting, for the open itself would wait for the other end of a pipe.
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat item {};
+  if (!file.isOpen() || fstat(file.number(), &item) != 0) {
+    return fileError(errno, Access::Read, path);
+  }
+  if (S_ISDIR(item.st_mode)) {
+    return fileError(EISDIR, Access::Read, path);
+  }
+  if (!S_ISREG(item.st_mode)) {
+    return fileError(kReadUnknown, "The item \"" + paths::lastComponent(path) + "\" is not a regular file.", path);
+  }
+  FileReader reader(file.number(), buffer, visitor);
+  if (reader.readAll(static_cast<std::size_t>(item.st_size)) != 0) {
+    return fileError(errno, Access::Read, path);
+  }
+  return reader.content();
+}
+
+Result<std::string> readText(const std::string& path) {
+  FileBuffer buffer;
+  const auto content = read(path, buffer);
+  if (!content) {
+    return content.error();
+  }
+  return std::string(reinterpret_cast<const char*>(content->data()), content->size());
+}
+
+Status writeAtomically(std::span<const std::byte> content, const std::string& path, const FileAttributes& attributes) {
+  auto prepared = PreparedFile::prepare(path, content, attributes);
+  if (!prepared) {
+    return prepared.error();
+  }
+  return std::move(prepared).value().publish();
+}
+
+Result<FileSystemAttributes> attributesOfFileSystem(const std::string& path) {
+  FileSystemAttributes attributes;
+  const Status status =
+      perform(path, Access::Read, [&] { return platform_files::attributesOfFileSystem(path.c_str(), attributes); });
+  if (!status) {
+    return status.error();
+  }
+  return attributes;
+}
+
+Status flushFileSystem(const std::string& path) {
+  return perform(path, Access::Write, [&] { return platform_files::flushFileSystem(path.c_str()); });
+}
+
+}  // namespace foundation::files

@@ -11,8 +11,8 @@
 #include "general/foundation/FileBuffer.h"
 #include "general/foundation/Result.h"
 
-/// Work on files. Every failure is an Error of kFileErrorDomain with the codes of Error.h; a path that holds a NUL or is
-/// too long is an error of its own, never a shorter path. All functions may be called from any thread.
+/// Work on files. Every failure is an Error of kFileErrorDomain with the codes of Error.h; a path that holds a NUL or
+/// is too long is an error of its own, never a shorter path. All functions may be called from any thread.
 namespace foundation::files {
 
 /// Follows links: a link that leads nowhere does not exist.
@@ -26,11 +26,11 @@ namespace foundation::files {
 [[nodiscard]] Result<std::string> currentDirectory();
 
 /// Creates a directory with these attributes whatever the umask. With `withParents`, missing parents are created with
-/// the same attributes, and an existing directory (or a link to one) is success and stays as it is. A new directory shows
-/// under its name only once its attributes are set.
+/// the same attributes, and an existing directory (or a link to one) is success and stays as it is. A new directory
+/// shows under its name only once its attributes are set.
 [[nodiscard]] Status createDirectory(const std::string& path, bool withParents, const FileAttributes& attributes);
-/// Creates a link with this text, with the owner and group given from the moment it shows. Fails with 516 when anything,
-/// even a dangling link, has the name.
+/// Creates a link with this text, with the owner and group given from the moment it shows. Fails with 516 when
+/// anything, even a dangling link, has the name.
 [[nodiscard]] Status createSymbolicLink(const std::string& path, const std::string& target,
                                         const FileAttributes& attributes);
 /// Removes an item; a directory goes with all its content. Links are removed, never followed, also when someone swaps a
@@ -45,8 +45,8 @@ namespace foundation::files {
 
 /// Called with each piece of a file as it is read, while the piece is still in the processor's cache.
 using PieceVisitor = std::function<void(std::span<const std::byte>)>;
-/// Reads a regular file whole into the buffer. Anything else (folder, pipe, device) is an error at once: it never waits.
-/// The bytes live in the buffer until its next use.
+/// Reads a regular file whole into the buffer. Anything else (folder, pipe, device) is an error at once: it never
+/// waits. The bytes live in the buffer until its next use.
 [[nodiscard]] Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buffer,
                                                       const PieceVisitor& visitor = {});
 /// The same for small files, as a string.

@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "general/foundation/Descriptor.h"
 #include "general/foundation/FileAttributes.h"
 #include "general/foundation/Result.h"
 
@@ -16,7 +17,8 @@ namespace foundation {
 /// long as one of its parents does. Publishing gives the file its name, in one step, replacing a file or link that has
 /// it; the folder must exist by then. Where the file system allows it the prepared file has no name at all, so a killed
 /// process leaves nothing behind; elsewhere it has an unpredictable temporary name (see TemporaryNames.h).
-/// Dropping a prepared file unpublished discards it.
+/// Dropping a prepared file unpublished discards it. Every prepared file keeps one descriptor open, so whoever prepares
+/// ahead bounds how many.
 class PreparedFile {
  public:
   /// @param attributes absent ones are the process's owner and group and mode 0644.
@@ -33,12 +35,15 @@ class PreparedFile {
   [[nodiscard]] Status publish() &&;
 
  private:
-  PreparedFile(std::string destination, int descriptor, std::string temporaryPath);
+  PreparedFile(std::string destination, Descriptor file, std::string temporaryPath);
+  [[nodiscard]] int giveName();
+  [[nodiscard]] int replaceTaken();
+  [[nodiscard]] int copyToTemporaryName();
   void discard() noexcept;
 
   std::string destination_;
-  int descriptor_ = -1;        // the unnamed file, or -1
-  std::string temporaryPath_;  // the temporary name where the file system has no unnamed files, else empty
+  Descriptor file_;            // the file while it has no name
+  std::string temporaryPath_;  // its temporary name while it has one, else empty
 };
 
 }  // namespace foundation

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+#include "general/foundation/FileAttributes.h"
+
+/// What is done to open files, for the sources of this folder. Every function gives -1 and sets errno when it fails.
+namespace foundation::descriptors {
+
+/// An owner or group of this value means "leave it alone" to the system, so no item can be given it.
+inline constexpr std::uint32_t kNobodyAtAll = 0xffffffff;
+
+int writeAll(int file, std::span<const std::byte> content);
+/// Copies the whole content of one file to the other, from their starts.
+int copyAll(int from, int to);
+/// Owner and group first, for a change of owner clears set-id bits; then permissions. Absent ones are left as they are.
+int setAttributes(int file, const FileAttributes& attributes);
+
+}  // namespace foundation::descriptors

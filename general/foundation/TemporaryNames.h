@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+/// Names of items that are being made and that nobody is to see under their final name yet:
+/// `.com.corvane.installer.<process id>.<32 random hexadecimal digits>`. All functions may be called from any thread.
+namespace foundation::temporary_names {
+
+/// A new name in this folder ("" is the current one), as a path. Whoever creates it does so exclusively and removes it
+/// or renames it away. The first call for a folder also sweeps it, see sweep().
+[[nodiscard]] std::string make(const std::string& folder);
+
+/// Removes from the folder what a killed run left behind, as far as that is certain: entries named exactly as make()
+/// names them, of a process that no longer lives, owned by the effective user, that are regular files, links or empty
+/// directories. Everything else stays, and what cannot be removed is left alone.
+void sweep(const std::string& folder);
+
+}  // namespace foundation::temporary_names

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -20,12 +21,16 @@ constexpr std::size_t kRememberedKeys = 256;
 constexpr std::size_t kRememberedShapes = 64;
 constexpr std::size_t kLargestShape = 24;
 
+// Mixes the length with the first and the last bytes: keys that differ at all mostly differ there.
 std::size_t keySlot(std::string_view key) {
   if (key.empty()) return 0;
-  const auto first = static_cast<unsigned char>(key.front());
-  const auto middle = static_cast<unsigned char>(key[key.size() / 2]);
-  const auto last = static_cast<unsigned char>(key.back());
-  return (key.size() * 7 + first * 31U + middle * 5U + last) % kRememberedKeys;
+  std::uint64_t first = 0;
+  std::uint64_t last = 0;
+  const std::size_t taken = std::min(key.size(), sizeof first);
+  std::memcpy(&first, key.data(), taken);
+  std::memcpy(&last, key.data() + (key.size() - taken), taken);
+  const std::uint64_t mixed = (first ^ std::rotl(last, 29) ^ key.size()) * 0x9E3779B97F4A7C15U;
+  return static_cast<std::size_t>(mixed >> 32) % kRememberedKeys;
 }
 
 }  // namespace
@@ -192,9 +197,15 @@ std::optional<std::string_view> PropertyListDocument::textOf(const Value& value)
 }
 
 std::string_view PropertyListDocument::sharedKey(std::string_view key) {
-  std::string_view& remembered = rememberedKeys_[keySlot(key)];
-  if (remembered != key) remembered = key;
-  return remembered;
+  const std::size_t slot = keySlot(key);
+  std::string_view& first = rememberedKeys_[slot];
+  if (first == key) return first;
+  // A second place lets two frequent keys that fall together both be remembered.
+  std::string_view& second = rememberedKeys_[slot ^ 1U];
+  if (second == key) return second;
+  std::string_view& place = first.empty() ? first : second;
+  place = key;
+  return key;
 }
 
 PropertyList PropertyListDocument::finish(const Value& top) {

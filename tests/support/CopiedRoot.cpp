@@ -156,6 +156,14 @@ class CopiedRoot : public RootDirectory {
   std::set<std::string> provided_;
 };
 
+/// The runtimes of the sanitizers read their options and the program's name from /proc only. Without these two files
+/// they look for leaks, which fails where no /proc shows the threads, and complain on standard error.
+void satisfySanitizers(const std::string& root) {
+  makeDirectory(root + "/proc/self", 0755);
+  writeFile(root + "/proc/self/environ", std::string("ASAN_OPTIONS=detect_leaks=0") + '\0', 0644);
+  makeLink(root + "/proc/self/exe", "/proc/self/unknown");
+}
+
 std::string newDirectory() {
   std::string pattern = fs::canonical(fs::temp_directory_path()) / "private-root-XXXXXX";
   if (mkdtemp(pattern.data()) == nullptr || chmod(pattern.c_str(), 0755) != 0) {
@@ -188,7 +196,7 @@ std::unique_ptr<RootDirectory> makeCopiedRoot(bool& hasDevices) {
   const mode_t before = umask(022);
   furnish(directory);
   root->providePrograms();
-  makeDirectory(directory + "/usr/bin", 0755);
+  satisfySanitizers(directory);
   hasDevices = makeDevices(directory);
   if (!hasDevices) {
     // A file that is empty to readers is all that can be had; it keeps what is written to it.

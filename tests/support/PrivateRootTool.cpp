@@ -130,7 +130,8 @@ void prepare(PrivateRoot& root, const Step& step) {
   } else if (step.option == Process) {
     const auto [name, user] = pairIn(step.value);
     if (root.hasProcesses()) {
-      root.startProcess(name, numberIn<uid_t>(user));
+      const pid_t process = root.startProcess(name, numberIn<uid_t>(user));
+      std::cerr << "private-root: " << name << " of user " << user << " is process " << process << "\n";
     } else {
       std::cerr << "private-root: no process " << name << ": " << root.whyNoMounts() << "\n";
     }

@@ -1,0 +1,17 @@
+#!/bin/sh
+# Checks layout and lints every source that the release build compiles. Findings are errors.
+set -eu
+. "$(dirname "$0")/common.sh"
+
+scripts/setup.sh --with-lint
+failed=
+find InstallationDeployer general tools tests benchmarks fuzz \( -name '*.cpp' -o -name '*.h' \) -print0 |
+  xargs -0 clang-format --dry-run -Werror || failed="$failed layout"
+
+cmake --preset release >/dev/null
+# The sources stand in the compile commands, one "file" per entry.
+sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/release/compile_commands.json | sort -u |
+  xargs -d '\n' -n 1 -P "$jobs" clang-tidy --quiet -p build/release || failed="$failed lint"
+
+[ -z "$failed" ] || fail "findings in:$failed"
+say "layout and lint are clean"

@@ -24,7 +24,8 @@ inline constexpr std::string_view kFileSystemFileNumber = "NSFileSystemFileNumbe
 struct FileAttributes {
   std::optional<std::uint32_t> owner;
   std::optional<std::uint32_t> group;
-  std::optional<std::uint32_t> permissions;  ///< the low twelve mode bits
+  std::optional<std::uint32_t> permissions;                  ///< the low twelve mode bits
+  std::optional<std::int64_t> modificationNanoseconds = {};  ///< since 1970
 
   /// Owner, group and permissions as a manifest entry gives them; what is missing or no number stays absent.
   /// Numbers are cut to 32 bits, permissions to the low twelve.

@@ -42,6 +42,22 @@ int copyAll(int from, int to) {
   }
 }
 
+std::array<timespec, 2> timesFor(std::int64_t modificationNanoseconds) {
+  constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+  std::int64_t seconds = modificationNanoseconds / kNanosecondsPerSecond;
+  std::int64_t rest = modificationNanoseconds % kNanosecondsPerSecond;
+  if (rest < 0) {
+    rest += kNanosecondsPerSecond;
+    --seconds;
+  }
+  timespec access{};
+  access.tv_nsec = UTIME_OMIT;
+  timespec modification{};
+  modification.tv_sec = static_cast<time_t>(seconds);
+  modification.tv_nsec = static_cast<decltype(modification.tv_nsec)>(rest);
+  return {access, modification};
+}
+
 int setAttributes(int file, const FileAttributes& attributes) {
   if (attributes.owner == kNobodyAtAll || attributes.group == kNobodyAtAll) {
     errno = EINVAL;
@@ -51,7 +67,10 @@ int setAttributes(int file, const FileAttributes& attributes) {
       fchown(file, attributes.owner.value_or(kNobodyAtAll), attributes.group.value_or(kNobodyAtAll)) != 0) {
     return -1;
   }
-  return attributes.permissions ? fchmod(file, static_cast<mode_t>(*attributes.permissions)) : 0;
+  if (attributes.permissions && fchmod(file, static_cast<mode_t>(*attributes.permissions)) != 0) {
+    return -1;
+  }
+  return attributes.modificationNanoseconds ? futimens(file, timesFor(*attributes.modificationNanoseconds).data()) : 0;
 }
 
 }  // namespace foundation::descriptors

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+#include <time.h>
+
+#include <array>
 #include <cstddef>
 #include <span>
 
@@ -14,7 +18,10 @@ inline constexpr std::uint32_t kNobodyAtAll = 0xffffffff;
 int writeAll(int file, std::span<const std::byte> content);
 /// Copies the whole content of one file to the other, from their starts.
 int copyAll(int from, int to);
-/// Owner and group first, for a change of owner clears set-id bits; then permissions. Absent ones are left as they are.
+/// The times to set for this time of modification; the time of access is left alone.
+std::array<timespec, 2> timesFor(std::int64_t modificationNanoseconds);
+/// Owner and group first, for a change of owner clears set-id bits; then permissions and date. Absent ones are left as
+/// they are.
 int setAttributes(int file, const FileAttributes& attributes);
 
 }  // namespace foundation::descriptors

@@ -218,7 +218,7 @@ int changeOwnerOnly(const std::string& path, const FileAttributes& attributes) {
   return (item.st_mode & kSetIdBits) == 0 ? 0 : chmod(path.c_str(), item.st_mode & kPermissionBits);
 }
 
-int changeAttributes(const std::string& path, const FileAttributes& attributes) {
+int changeOwnerAndPermissions(const std::string& path, const FileAttributes& attributes) {
   const bool changesOwner = attributes.owner || attributes.group;
   if (!attributes.permissions) {
     return changesOwner ? changeOwnerOnly(path, attributes) : 0;
@@ -227,6 +227,15 @@ int changeAttributes(const std::string& path, const FileAttributes& attributes) 
     return -1;
   }
   return chmod(path.c_str(), static_cast<mode_t>(*attributes.permissions));
+}
+
+int changeAttributes(const std::string& path, const FileAttributes& attributes) {
+  if (changeOwnerAndPermissions(path, attributes) != 0) {
+    return -1;
+  }
+  return attributes.modificationNanoseconds
+             ? utimensat(AT_FDCWD, path.c_str(), descriptors::timesFor(*attributes.modificationNanoseconds).data(), 0)
+             : 0;
 }
 
 // Reading a file to its end, whatever its length was said to be.
@@ -299,6 +308,15 @@ bool exists(const std::string& path) {
 Result<ItemAttributes> attributesOfItem(const std::string& path) {
   struct stat item {};
   const Status status = perform(path, Access::Read, [&] { return lstat(withoutTrailingSlashes(path).c_str(), &item); });
+  if (!status) {
+    return status.error();
+  }
+  return attributesFrom(item);
+}
+
+Result<ItemAttributes> attributesOfTarget(const std::string& path) {
+  struct stat item {};
+  const Status status = perform(path, Access::Read, [&] { return stat(path.c_str(), &item); });
   if (!status) {
     return status.error();
   }

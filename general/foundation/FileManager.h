@@ -19,6 +19,8 @@ namespace foundation::files {
 [[nodiscard]] bool exists(const std::string& path);
 /// Does not follow a link: describes the link itself.
 [[nodiscard]] Result<ItemAttributes> attributesOfItem(const std::string& path);
+/// As attributesOfItem, but follows links.
+[[nodiscard]] Result<ItemAttributes> attributesOfTarget(const std::string& path);
 /// Names in the directory, without "." and "..", sorted by their bytes so that every run does the same.
 [[nodiscard]] Result<std::vector<std::string>> contentsOfDirectory(const std::string& path);
 /// The text of a link, not resolved.
@@ -38,7 +40,7 @@ namespace foundation::files {
 [[nodiscard]] Status removeItem(const std::string& path);
 /// Renames an item on one file system. Fails with 516 when the new name is taken.
 [[nodiscard]] Status moveItem(const std::string& from, const std::string& to);
-/// Owner and group first, then permissions (a change of owner clears set-id bits). Follows links.
+/// Owner and group first, then permissions (a change of owner clears set-id bits), then the date. Follows links.
 [[nodiscard]] Status setAttributes(const FileAttributes& attributes, const std::string& path);
 /// Owner, group and (where the system has such a thing) permissions of a link itself.
 [[nodiscard]] Status setLinkAttributes(const FileAttributes& attributes, const std::string& path);

@@ -2,8 +2,15 @@
 
 #include "general/foundation/FileBuffer.h"
 #include "general/foundation/FileManager.h"
+#include "general/foundation/PlatformFiles.h"
 
 namespace foundation::NSFileManagerExtensions {
+
+namespace {
+
+constexpr std::uint32_t kPermissionBitsWithoutSetId = 0777;
+
+}  // namespace
 
 Error errorWithMessage(std::string_view message, const std::optional<std::string>& path, long code) {
   const std::string text(message);
@@ -31,10 +38,17 @@ Status copyAndOverwriteItemAtPath(const std::string& source, const std::string& 
   if (!attributes) {
     return attributes.error();
   }
-  FileAttributes own{.owner = attributes->owner, .group = attributes->group, .permissions = attributes->permissions};
-  if (attributes->isSymbolicLink()) {
-    // Where links have no mode of their own they report that everybody may write.
-    own.permissions.reset();
+  FileAttributes own{.owner = attributes->owner,
+                     .group = attributes->group,
+                     .permissions = attributes->permissions,
+                     .modificationNanoseconds = attributes->modificationNanoseconds};
+  if (attributes->isSymbolicLink() && !platform_files::linksHavePermissions()) {
+    const auto target = files::attributesOfTarget(source);
+    if (!target) {
+      return target.error();
+    }
+    // Without set-id bits: they were given to a file of another owner.
+    own.permissions = target->permissions & kPermissionBitsWithoutSetId;
   }
   return files::writeAtomically(*content, destination, own);
 }

@@ -29,6 +29,8 @@ int openUnnamedFile(const char* folder);
 /// be copied to a file with a name, and openUnnamedFile() opens no further ones.
 int nameUnnamedFile(int file, const char* path);
 
+/// Whether links have permissions of their own; elsewhere they only report some.
+bool linksHavePermissions();
 /// Sets the permissions of a link itself, where links have any.
 int setLinkPermissions(const char* path, std::uint32_t permissions);
 

@@ -53,8 +53,10 @@ int openInNearestFolder(const std::string& destination, std::string& temporaryPa
 int setAllAttributes(int file, const FileAttributes& attributes) {
   const uid_t owner = attributes.owner ? *attributes.owner : geteuid();
   const gid_t group = attributes.group ? *attributes.group : getegid();
-  return descriptors::setAttributes(
-      file, {.owner = owner, .group = group, .permissions = attributes.permissions.value_or(kDefaultPermissions)});
+  return descriptors::setAttributes(file, {.owner = owner,
+                                           .group = group,
+                                           .permissions = attributes.permissions.value_or(kDefaultPermissions),
+                                           .modificationNanoseconds = attributes.modificationNanoseconds});
 }
 
 }  // namespace

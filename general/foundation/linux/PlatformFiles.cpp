@@ -104,6 +104,8 @@ int nameUnnamedFile(int file, const char* path) {
   return -1;
 }
 
+bool linksHavePermissions() { return false; }
+
 int setLinkPermissions(const char* /*path*/, std::uint32_t /*permissions*/) { return 0; }
 
 std::int64_t modificationTime(const struct stat& item) { return nanoseconds(item.st_mtim); }

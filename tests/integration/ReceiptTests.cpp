@@ -1,0 +1,355 @@
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/integration/StepInRoot.h"
+#include "tests/support/KilledRun.h"
+
+namespace {
+
+using foundation::PropertyList;
+using support::KilledRun;
+using support::KillMoment;
+using support::Outcome;
+using support::Snapshot;
+using support::SnapshotEntry;
+
+const std::string kLocation = "/Library/Application Support/Corvane";
+const std::string kFolder = kLocation + "/Guard";
+const std::string kReceipt = kFolder + "/Installer.app";
+const std::string kTemporary = kFolder + "/temp";
+const std::string kStaging = kTemporary + "/Installer.app";
+const std::string kSucceeded = "success=1 state=0 published=\n";
+const std::string kFailed = "success=0 state=1 published=\n";
+/// A root that has to obey the permissions of folders, so that something can go wrong for it.
+const std::vector<std::string> kWithoutOverride{"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search",
+                                                "--"};
+
+class Receipt : public tests::StepInRoot {
+ protected:
+  void SetUp() override {
+    StepInRoot::SetUp();
+    if (IsSkipped()) {
+      return;
+    }
+    makeBundle({});
+  }
+
+  void makeBundle(const PropertyList& hasPayload) {
+    writeIndex({"Core"}, hasPayload);
+    writeComponent("Core", PropertyList::dictionary());
+    root().writeFile(inBundle("Contents/Info.plist"), "info", 0600, 501, 20);
+    root().writeFile(inBundle("Contents/MacOS/Installer"), "front end", 0700, 501, 20);
+    root().writeFile(inBundle("Contents/MacOS/InstallationDeployer"), "engine", 04711);
+    root().writeFile(inBundle("Contents/Install/Root/Core/abc"), "payload", 0640);
+    root().makeDirectory(inBundle("Contents/Resources"), 0777, 501, 20);
+  }
+  void makeOldReceipt() {
+    root().writeFile(kReceipt + "/Contents/MacOS/InstallationDeployer", "old engine", 0755, 0, 80);
+    root().writeFile(kReceipt + "/Contents/Install/Manifests/Old.plist", "old", 0644, 0, 80);
+  }
+
+  Outcome writeReceipt(const std::vector<std::string>& more = {"Core"}) {
+    return root().run(command("write-receipt", more));
+  }
+  Outcome writeReceiptWithoutOverride(const std::string& beforePublishing = "true") {
+    EXPECT_TRUE(root().shell("chmod -R a+rX '" + std::string(kBundle) + "'").succeeded());
+    std::vector<std::string> arguments = kWithoutOverride;
+    const auto driver = command("write-receipt", {"--before-publishing", beforePublishing, "Core"});
+    arguments.insert(arguments.end(), driver.begin(), driver.end());
+    return root().run(arguments);
+  }
+
+  Snapshot receipt() { return root().snapshot(kReceipt); }
+  std::vector<std::string> pathsInReceipt() {
+    std::vector<std::string> paths;
+    for (const SnapshotEntry& entry : receipt()) {
+      paths.push_back(entry.path.substr(kReceipt.size()));
+    }
+    return paths;
+  }
+};
+
+TEST_F(Receipt, WithoutThePayloadNothingUnderItReachesTheReceipt) {
+  const Outcome outcome = writeReceipt();
+  EXPECT_EQ(outcome.standardOutput, kSucceeded) << outcome.standardError;
+  EXPECT_EQ(pathsInReceipt(),
+            (std::vector<std::string>{"", "/Contents", "/Contents/Info.plist", "/Contents/Install",
+                                      "/Contents/Install/Manifests", "/Contents/Install/Manifests/Core.plist",
+                                      "/Contents/Install/Manifests/Index.plist", "/Contents/Install/Root",
+                                      "/Contents/MacOS", "/Contents/MacOS/InstallationDeployer",
+                                      "/Contents/MacOS/Installer", "/Contents/Resources"}));
+  EXPECT_EQ(root().readFile(kReceipt + "/Contents/MacOS/InstallationDeployer"), "engine");
+  EXPECT_FALSE(loggedAnything(outcome, "Error"));
+}
+
+TEST_F(Receipt, WithReceiptHasPayloadContentsFalseNothingUnderThePayloadReachesTheReceipt) {
+  makeBundle(false);
+  EXPECT_EQ(writeReceipt().standardOutput, kSucceeded);
+  EXPECT_TRUE(root().exists(kReceipt + "/Contents/Install/Root"));
+  EXPECT_FALSE(root().exists(kReceipt + "/Contents/Install/Root/Core"));
+}
+
+TEST_F(Receipt, WithReceiptHasPayloadContentsTrueThePayloadIsCopiedToo) {
+  makeBundle(true);
+  EXPECT_EQ(writeReceipt().standardOutput, kSucceeded);
+  EXPECT_EQ(root().readFile(kReceipt + "/Contents/Install/Root/Core/abc"), "payload");
+}
+
+TEST_F(Receipt, EveryFileHasMode0644EveryFolderAndBothExecutables0755AllOfRootAndAdminWhateverTheUmask) {
+  makeBundle(true);
+  support::RunOptions options;
+  options.fileCreationMask = 0777;
+  EXPECT_EQ(root().run(command("write-receipt"), options).standardOutput, kSucceeded);
+  const Snapshot snapshot = root().snapshot(kLocation);
+  EXPECT_EQ(snapshot.size(), 16U) << support::listing(snapshot);
+  for (const SnapshotEntry& entry : snapshot) {
+    const bool executable = entry.type == 'd' || entry.path.find("/Contents/MacOS/") != std::string::npos;
+    EXPECT_EQ(entry.mode, executable ? 0755U : 0644U) << entry;
+    EXPECT_EQ(entry.user, 0U) << entry;
+    EXPECT_EQ(entry.group, 80U) << entry;
+  }
+}
+
+TEST_F(Receipt, AfterSuccessTheTemporaryFolderIsGone) {
+  EXPECT_EQ(writeReceipt().standardOutput, kSucceeded);
+  EXPECT_FALSE(root().exists(kTemporary));
+  EXPECT_TRUE(root().exists(kReceipt));
+}
+
+TEST_F(Receipt, AnOlderReceiptIsReplacedWholeAndNotMerged) {
+  makeOldReceipt();
+  EXPECT_EQ(writeReceipt().standardOutput, kSucceeded);
+  EXPECT_FALSE(root().exists(kReceipt + "/Contents/Install/Manifests/Old.plist"));
+  EXPECT_EQ(root().readFile(kReceipt + "/Contents/MacOS/InstallationDeployer"), "engine");
+  EXPECT_FALSE(root().exists(kTemporary));
+}
+
+TEST_F(Receipt, AReceiptThatIsALinkIsReplacedAndWhatItLeadsToStays) {
+  root().writeFile("/Users/keep/file", "kept");
+  root().makeDirectory(kFolder);
+  root().makeLink(kReceipt, "/Users/keep");
+  EXPECT_EQ(writeReceipt().standardOutput, kSucceeded);
+  EXPECT_EQ(receipt().front().type, 'd');
+  EXPECT_EQ(root().readFile("/Users/keep/file"), "kept");
+}
+
+TEST_F(Receipt, ALinkThatLeadsNowhereIsReplacedLikeAnyOldReceipt) {
+  root().makeDirectory(kFolder);
+  root().makeLink(kReceipt, "/nowhere");
+  EXPECT_EQ(writeReceipt().standardOutput, kSucceeded);
+  EXPECT_EQ(receipt().front().type, 'd');
+}
+
+TEST_F(Receipt, WhatAKilledRunLeftInStagingIsNotMergedIn) {
+  root().writeFile(kStaging + "/Contents/Other.plist", "of another bundle");
+  root().writeFile(kTemporary + "/Replaced.app/Contents/Info.plist", "of an old receipt");
+  EXPECT_EQ(writeReceipt().standardOutput, kSucceeded);
+  EXPECT_FALSE(root().exists(kReceipt + "/Contents/Other.plist"));
+  EXPECT_FALSE(root().exists(kTemporary));
+}
+
+TEST_F(Receipt, RunningFromTheReceiptLocationLeavesTheReceiptUntouched) {
+  makeOldReceipt();
+  const Snapshot before = root().snapshot(kLocation);
+  const Outcome outcome = root().run({kDriver, "write-receipt", kReceipt, kProduct, "Core"});
+  EXPECT_EQ(outcome.standardOutput, kSucceeded);
+  EXPECT_EQ(logged(outcome, "Debug", "Receipt running as installer. WriteReceipt will not update the receipt."), 1);
+  EXPECT_EQ(root().snapshot(kLocation), before);
+}
+
+TEST_F(Receipt, AnEmptyPlanLeavesTheReceiptLocationUntouched) {
+  makeOldReceipt();
+  root().writeFile(kTemporary + "/file", "x");
+  const Snapshot before = root().snapshot(kLocation);
+  EXPECT_EQ(writeReceipt({}).standardOutput, kSucceeded);
+  EXPECT_EQ(root().snapshot(kLocation), before);
+}
+
+TEST_F(Receipt, AnEarlierFailureOnlyRemovesTheTemporaryFolderOfTheReceiptLocation) {
+  makeOldReceipt();
+  root().writeFile(kLocation + "/temp/folder/file", "x");
+  const Snapshot before = root().snapshot(kFolder);
+  const Outcome outcome = writeReceipt({"--failed", "Core"});
+  EXPECT_EQ(outcome.standardOutput, "success=0 state=0 published=\n");
+  EXPECT_FALSE(root().exists(kLocation + "/temp"));
+  EXPECT_EQ(root().snapshot(kFolder), before);
+  EXPECT_FALSE(loggedAnything(outcome, "Error"));
+}
+
+TEST_F(Receipt, AnEarlierFailureWithNothingToCleanUpIsSilent) {
+  const Outcome outcome = writeReceipt({"--failed", "Core"});
+  EXPECT_EQ(outcome.standardOutput, "success=0 state=0 published=\n");
+  EXPECT_FALSE(loggedAnything(outcome, "Error"));
+  EXPECT_FALSE(root().exists(kLocation));
+}
+
+TEST_F(Receipt, ACleanUpThatFailsIsLogged) {
+  root().writeFile(kLocation + "/temp/folder/file", "x");
+  ASSERT_TRUE(root()
+                  .shell("chown 501 '" + kLocation + "/temp/folder' && chmod 500 '" + kLocation + "/temp/folder'")
+                  .succeeded());
+  std::vector<std::string> arguments = kWithoutOverride;
+  const auto driver = command("write-receipt", {"--failed", "Core"});
+  arguments.insert(arguments.end(), driver.begin(), driver.end());
+  const Outcome outcome = root().run(arguments);
+  EXPECT_EQ(outcome.standardOutput, "success=0 state=0 published=\n");
+  EXPECT_TRUE(
+      loggedBeginning(outcome, "Error", "Failed to remove temp directory " + kLocation + "/temp. Error Domain="))
+      << outcome.standardError;
+}
+
+TEST_F(Receipt, AStagingFolderThatCannotBeCreatedFailsTheStep) {
+  root().writeFile(kFolder, "a file where the product's folder should be");
+  const Outcome outcome = writeReceipt();
+  EXPECT_EQ(outcome.standardOutput, kFailed);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Error creating receipt directory, error: Error Domain="))
+      << outcome.standardError;
+}
+
+TEST_F(Receipt, AMissingExecutableFailsTheStepAndLeavesTheOldReceipt) {
+  for (const std::string name : {"InstallationDeployer", "Installer"}) {
+    makeOldReceipt();
+    const Snapshot before = receipt();
+    ASSERT_TRUE(root().shell("rm '" + inBundle("Contents/MacOS/" + name) + "'").succeeded());
+    const Outcome outcome = writeReceipt();
+    EXPECT_EQ(outcome.standardOutput, kFailed);
+    EXPECT_TRUE(loggedBeginning(outcome, "Error",
+                                "Receipt incomplete. Unable to set execute attributes on file: " + kStaging +
+                                    "/Contents/MacOS/" + name + "\nError Domain="))
+        << outcome.standardError;
+    EXPECT_EQ(receipt(), before);
+  }
+}
+
+TEST_F(Receipt, AFileThatCannotBeCopiedSetsTheStateAndTheReceiptIsWrittenAllTheSame) {
+  ASSERT_TRUE(root().shell("mkfifo '" + inBundle("Contents/Resources/pipe") + "'").succeeded());
+  const Outcome outcome = writeReceipt();
+  EXPECT_EQ(outcome.standardOutput, "success=1 state=1 published=\n");
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "error: Error Domain=")) << outcome.standardError;
+  EXPECT_TRUE(root().exists(kReceipt + "/Contents/MacOS/Installer"));
+  EXPECT_FALSE(root().exists(kReceipt + "/Contents/Resources/pipe"));
+}
+
+TEST_F(Receipt, ContentsThatAreNotValidStayInStagingAndTheStepSucceeds) {
+  makeOldReceipt();
+  const Snapshot before = receipt();
+  EXPECT_EQ(writeReceipt({"--before-publishing", "exit 1", "Core"}).standardOutput, kSucceeded);
+  EXPECT_EQ(receipt(), before);
+  EXPECT_TRUE(root().exists(kStaging + "/Contents/MacOS/Installer"));
+}
+
+TEST_F(Receipt, AnOldReceiptThatCannotBeMovedAwayFailsTheStepAndStays) {
+  makeOldReceipt();
+  ASSERT_TRUE(root().shell("chown 501 '" + kReceipt + "' && chmod 555 '" + kReceipt + "'").succeeded());
+  const Snapshot before = receipt();
+  const Outcome outcome = writeReceiptWithoutOverride();
+  EXPECT_EQ(outcome.standardOutput, kFailed);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to remove existing receipt " + kReceipt + ". Error Domain="))
+      << outcome.standardError;
+  EXPECT_EQ(receipt(), before);
+}
+
+TEST_F(Receipt, AnOldReceiptThatCannotBeRemovedFailsTheStepAndIsNeverTorn) {
+  makeOldReceipt();
+  const std::string stuck = kReceipt + "/Contents/Install/Manifests";
+  ASSERT_TRUE(root().shell("chown 501 '" + stuck + "' && chmod 555 '" + stuck + "'").succeeded());
+  const Outcome outcome = writeReceiptWithoutOverride();
+  EXPECT_EQ(outcome.standardOutput, kFailed);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to remove existing receipt " + kReceipt + ". Error Domain="))
+      << outcome.standardError;
+  EXPECT_FALSE(root().exists(kReceipt));
+}
+
+TEST_F(Receipt, AReceiptThatCannotBeMovedIntoPlaceFailsTheStepAndStaysInStaging) {
+  const Outcome outcome = writeReceiptWithoutOverride("chmod 555 '" + kFolder + "' && chown 501 '" + kFolder + "'");
+  EXPECT_EQ(outcome.standardOutput, kFailed);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to move receipt to " + kReceipt + ". Error Domain="))
+      << outcome.standardError;
+  EXPECT_FALSE(root().exists(kReceipt));
+  EXPECT_TRUE(root().exists(kStaging + "/Contents/MacOS/Installer"));
+}
+
+TEST_F(Receipt, ATemporaryFolderThatCannotBeRemovedIsLoggedWithTheStagingPathButIsNoFailure) {
+  const std::string stuck = kTemporary + "/stuck";
+  const Outcome outcome = writeReceiptWithoutOverride("mkdir -p '" + stuck + "/folder' && chmod 555 '" + stuck +
+                                                      "' && chown 501 '" + stuck + "'");
+  EXPECT_EQ(outcome.standardOutput, kSucceeded);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to remove temp directory " + kStaging + ". Error Domain="))
+      << outcome.standardError;
+  EXPECT_TRUE(root().exists(kReceipt + "/Contents/MacOS/Installer"));
+}
+
+TEST_F(Receipt, WhatCannotBePutOnDiskIsNotPublished) {
+  makeOldReceipt();
+  const Snapshot before = receipt();
+  const Outcome outcome = writeReceiptWithoutOverride("chmod 311 '" + kFolder + "' && chown 501 '" + kFolder + "'");
+  EXPECT_EQ(outcome.standardOutput, kFailed);
+  EXPECT_TRUE(
+      loggedBeginning(outcome, "Error", "Failed to put what was written on disk at " + kFolder + ". Error Domain="))
+      << outcome.standardError;
+  EXPECT_EQ(receipt(), before);
+}
+
+class KilledReceipt : public Receipt {
+ protected:
+  void SetUp() override {
+    Receipt::SetUp();
+    if (const auto reason = KilledRun::whyImpossible(); reason && !IsSkipped()) {
+      GTEST_SKIP() << *reason;
+    }
+  }
+  bool killedAt(const KillMoment& moment) { return KilledRun::run(root(), command("write-receipt"), moment).reached; }
+  void forgetReceipts() { ASSERT_TRUE(root().shell("rm -rf '" + kLocation + "'").succeeded()); }
+};
+
+TEST_F(KilledReceipt, TheReceiptIsWholeOrGoneWheneverTheRunIsKilledAndTheNextRunSucceeds) {
+  ASSERT_EQ(writeReceipt().standardOutput, kSucceeded);
+  const Snapshot complete = root().snapshot(kLocation);
+  const Snapshot newReceipt = receipt();
+  forgetReceipts();
+  makeOldReceipt();
+  const Snapshot oldReceipt = receipt();
+  KillMoment moment;
+  moment.calls = KilledRun::nameAndAttributeChanges();
+  bool sawOld = false;
+  bool sawNone = false;
+  bool sawNew = false;
+  for (moment.number = 1;; ++moment.number) {
+    forgetReceipts();
+    makeOldReceipt();
+    if (!killedAt(moment)) {
+      break;
+    }
+    const Snapshot left = receipt();
+    sawOld = sawOld || left == oldReceipt;
+    sawNone = sawNone || left.empty();
+    sawNew = sawNew || left == newReceipt;
+    ASSERT_TRUE(left.empty() || left == oldReceipt || left == newReceipt)
+        << "killed at change " << moment.number << ":\n"
+        << support::listing(left);
+    ASSERT_EQ(writeReceipt().standardOutput, kSucceeded);
+    ASSERT_EQ(receipt(), newReceipt);
+    ASSERT_FALSE(root().exists(kTemporary));
+  }
+  EXPECT_TRUE(sawOld);
+  EXPECT_TRUE(sawNone);
+  EXPECT_TRUE(sawNew);
+}
+
+TEST_F(KilledReceipt, TheDataIsOnDiskBeforeTheReceiptShowsAndTheFolderBeforeTheStepSucceeds) {
+  KillMoment moment;
+  moment.calls = {SYS_syncfs};
+  moment.number = 1;
+  ASSERT_TRUE(killedAt(moment));
+  EXPECT_FALSE(root().exists(kReceipt));
+  EXPECT_TRUE(root().exists(kStaging + "/Contents/MacOS/Installer"));
+  moment.number = 2;
+  ASSERT_TRUE(killedAt(moment));
+  EXPECT_TRUE(root().exists(kReceipt + "/Contents/MacOS/Installer"));
+  EXPECT_FALSE(root().exists(kTemporary));
+}
+
+}  // namespace

@@ -1,0 +1,93 @@
+// Runs one step of an install by itself:
+//   step-driver write-receipt|start-processes BUNDLE PRODUCT [OPTION...] [COMPONENT...]
+// and prints how it ended, as "success=1 state=0 published=17,18".
+//   --failed                   an earlier step failed
+//   --has-receipt              the run is an upgrade
+//   --before-publishing TEXT   a shell command run when the receipt is staged; unless it succeeds, it is not published
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
+#include "InstallationDeployer/receipt/QVNWriteReceiptStrategy.h"
+#include "general/foundation/Task.h"
+#include "tests/support/FakeInstallRun.h"
+
+namespace {
+
+using deployer::Plan;
+using deployer::SharedPlan;
+
+class ReceiptWithHook : public deployer::QVNWriteReceiptStrategy {
+ public:
+  using QVNWriteReceiptStrategy::QVNWriteReceiptStrategy;
+
+  bool validateContents() override {
+    if (command.empty()) {
+      return QVNWriteReceiptStrategy::validateContents();
+    }
+    foundation::Task shell("/bin/sh", {"-c", command});
+    shell.launch();
+    shell.waitUntilExit();
+    return shell.terminationStatus() == 0;
+  }
+
+  std::string command;
+};
+
+struct Request {
+  std::string step;
+  bool failedBefore = false;
+  bool hasReceipt = false;
+  std::string beforePublishing;
+  Plan components;
+};
+
+std::unique_ptr<deployer::QVNInstallStepStrategy> makeStep(const Request& request, tests::FakeInstallRun& run) {
+  const SharedPlan plan = std::make_shared<Plan>(request.components);
+  if (request.step == "start-processes") {
+    return std::make_unique<deployer::QVNProcessStartStrategy>(foundation::PropertyList(), "step", nullptr, run, plan);
+  }
+  auto receipt = std::make_unique<ReceiptWithHook>(foundation::PropertyList(), "step", nullptr, run, plan);
+  receipt->command = request.beforePublishing;
+  return receipt;
+}
+
+std::string joined(const std::vector<deployer::QVNInstallerState>& states) {
+  std::string text;
+  for (const deployer::QVNInstallerState state : states) {
+    text += (text.empty() ? "" : ",") + std::to_string(state);
+  }
+  return text;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (arguments.size() < 3) {
+    return 2;
+  }
+  Request request;
+  request.step = arguments[0];
+  for (std::size_t i = 3; i < arguments.size(); ++i) {
+    if (arguments[i] == "--failed") {
+      request.failedBefore = true;
+    } else if (arguments[i] == "--has-receipt") {
+      request.hasReceipt = true;
+    } else if (arguments[i] == "--before-publishing" && i + 1 < arguments.size()) {
+      request.beforePublishing = arguments[++i];
+    } else {
+      request.components.push_back(arguments[i]);
+    }
+  }
+  tests::FakeInstallRun run(arguments[1]);
+  run.configuration().setProductName(arguments[2]);
+  run.configuration().setHasInstallerReceipt(request.hasReceipt);
+  const auto step = makeStep(request, run);
+  const bool success = step->execute(!request.failedBefore);
+  std::printf("success=%d state=%u published=%s\n", success ? 1 : 0, static_cast<unsigned>(step->installerState()),
+              joined(run.states).c_str());
+  return 0;
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/BundleDescription.h"
+#include "tools/InstallItem.h"
+#include "tools/Problem.h"
+
+namespace bundletool {
+
+/// A hand-written entry that takes its content from the payload by checksum.
+struct PayloadReference {
+  std::string checksum;
+  std::string file;
+  std::string key;
+};
+
+struct AuthoringPlist {
+  std::vector<InstallItem> items;  ///< the entries of its list of files, wild-card entries left out
+  std::vector<PayloadReference> references;
+};
+
+/// Checks the authoring plist of a component, which has one, against the format and against what is staged.
+[[nodiscard]] AuthoringPlist examineAuthoringPlist(const ComponentDescription& component,
+                                                   const std::vector<InstallItem>& staged, Problems& problems);
+
+}  // namespace bundletool

@@ -1,0 +1,41 @@
+#include "tools/BuildCommand.h"
+
+#include <cstdio>
+
+#include "general/logging/SystemLog.h"
+#include "tools/BundleBuilder.h"
+#include "tools/BundleDescription.h"
+#include "tools/Complaint.h"
+#include "tools/InstallerTool.h"
+#include "tools/Interruption.h"
+#include "tools/PrintableText.h"
+#include "tools/ProgressBar.h"
+
+namespace bundletool {
+
+int BuildCommand::run() const {
+  const Interruption interruption;
+  logging::setLeastUrgentLevel(verbose ? logging::Level::Debug : logging::Level::Error);
+  Problems problems;
+  const BundleDescription bundle = readDescription(description, problems);
+  std::optional<std::string> built;
+  if (problems.none()) {
+    // Log lines would run into the bar.
+    ProgressBar progress(quiet || verbose ? ProgressBar::Output{} : terminalOutput(), terminalColumns());
+    built = BundleBuilder(bundle, {output, defaultEngine, force}, problems, progress).build();
+  }
+  complainOf(problems);
+  if (Interruption::requested()) {
+    complain("interrupted; nothing was left behind");
+    return kExitFailure;
+  }
+  if (!built) {
+    return kExitFailure;
+  }
+  if (!quiet) {
+    std::printf("%s\n", printable(*built).c_str());
+  }
+  return kExitSuccess;
+}
+
+}  // namespace bundletool

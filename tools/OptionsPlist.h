@@ -1,0 +1,11 @@
+#pragma once
+
+#include "tools/BundleDescription.h"
+#include "tools/Problem.h"
+
+namespace bundletool {
+
+/// Checks the options plist of a description that names one.
+void examineOptionsPlist(const BundleDescription& description, Problems& problems);
+
+}  // namespace bundletool

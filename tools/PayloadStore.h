@@ -1,0 +1,38 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+
+#include "general/foundation/FileBuffer.h"
+#include "tools/Problem.h"
+#include "tools/ProgressBar.h"
+
+namespace bundletool {
+
+/// The payload of a bundle in the making: each component's contents, each content once, named by its checksum.
+/// A file is read once: what is hashed is what is stored.
+class PayloadStore {
+ public:
+  /// @param root the payload's folder, which exists.
+  PayloadStore(std::string root, Problems& problems, ProgressBar& progress);
+
+  /// Makes the folder for what is stored from now on.
+  [[nodiscard]] bool beginComponent(const std::string& name);
+  /// Stores a file's content and returns its checksum; nothing but a problem, and no checksum, when that fails. Once
+  /// the work is interrupted it does nothing any more.
+  [[nodiscard]] std::string store(const std::string& path);
+  [[nodiscard]] bool holds(const std::string& component, const std::string& checksum) const;
+
+ private:
+  std::string root_;
+  Problems& problems_;
+  ProgressBar& progress_;
+  std::string folder_;
+  std::map<std::string, std::unordered_set<std::string>> stored_;
+  std::unordered_set<std::string>* current_ = nullptr;
+  foundation::FileBuffer buffer_;
+};
+
+}  // namespace bundletool

@@ -1,0 +1,19 @@
+#include "tools/Problem.h"
+
+#include "tools/PrintableText.h"
+
+namespace bundletool {
+
+std::string Problem::text() const {
+  std::string line = printable(file);
+  if (!key.empty()) {
+    line += ": " + printable(key);
+  }
+  line += ": " + printable(what);
+  if (!advice.empty()) {
+    line += "; " + printable(advice);
+  }
+  return line;
+}
+
+}  // namespace bundletool

@@ -27,6 +27,8 @@ constexpr const char* kSecureFacility = "com.corvane.tidewell";
 constexpr std::size_t kSecureBufferSize = 8192;
 constexpr std::size_t kLongestHostName = 256;
 
+std::atomic<Level> leastUrgentLevel = Level::Debug;
+
 /// What the key holds for a thread.
 struct ClientRecord {
   Client* client;
@@ -204,7 +206,12 @@ void corvane_secure_log(const char* sender, const char* format, ...) {
   }
 }
 
+void setLeastUrgentLevel(Level level) noexcept { leastUrgentLevel = level; }
+
 void send(Level level, std::string_view message) noexcept {
+  if (level > leastUrgentLevel) {
+    return;
+  }
   if (const Client* const client = corvanelogger_getclient(); client != nullptr) {
     client->send(level, message);
   }

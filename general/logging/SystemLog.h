@@ -62,6 +62,10 @@ void corvane_secure_log(const char* sender, const char* format, ...) __attribute
 /// The message that corvane_secure_log sends for a finished text.
 [[nodiscard]] LogMessage secureMessage(std::string_view text);
 
+/// Drops, in the whole process, what is less urgent than this level. The engine logs everything; this is for commands
+/// that use its code and speak to a person.
+void setLeastUrgentLevel(Level level) noexcept;
+
 /// Sends one finished message through the calling thread's client.
 void send(Level level, std::string_view message) noexcept;
 

@@ -90,7 +90,9 @@ Status makeDirectory(const std::string& path, const FileAttributes& own, const F
       return made;
     }
   }
-  return files::createDirectory(path, true, withDefaults(own, parents));
+  auto made = files::createDirectory(path, true, withDefaults(own, parents));
+  // Attributes that cannot be given are reported when they are set, not as a folder that cannot be made.
+  return made ? made : files::createDirectory(path, true, parents);
 }
 
 // Owner and group of a link are set whether the manifest gives them or not.
@@ -129,6 +131,17 @@ template <class... Arguments>
 bool QVNInstallComponentsStrategy::fail(std::string_view text, const Arguments&... arguments) {
   logging::error(text, arguments...);
   return failWith(QVNInstallerStateFailed);
+}
+
+// What is prepared ahead takes descriptors and space that an entry may be short of when its turn comes.
+template <class Attempt>
+auto QVNInstallComponentsStrategy::withSpareResources(const Attempt& attempt) -> decltype(attempt()) {
+  auto result = attempt();
+  if (result || !ahead_) {
+    return result;
+  }
+  ahead_->giveUp();
+  return attempt();
 }
 
 bool QVNInstallComponentsStrategy::execute(bool previousSuccess) {
@@ -315,7 +328,7 @@ bool QVNInstallComponentsStrategy::copyDirectory(const PropertyList& entry, cons
                                                  const FileAttributes& attributes) {
   logging::debug("%s: filePath = %@", kCopyFileSelector, path);
   const FileAttributes own = FileAttributes::fromEntry(entry);
-  if (auto made = makeDirectory(path, own, attributes); !made) {
+  if (auto made = withSpareResources([&] { return makeDirectory(path, own, attributes); }); !made) {
     return fail("error: %@", made.error());
   }
   writtenVolumes_.note(path);
@@ -369,7 +382,7 @@ bool QVNInstallComponentsStrategy::copyFile(const PropertyList& entry, const std
     }
     return fail("path doesn't exist at %@", sourcePath);
   }
-  const auto content = reader_.read(*sourcePath);
+  const auto content = withSpareResources([&] { return reader_.read(*sourcePath); });
   if (!content) {
     return fail("Error: %@ (%@)", content.error(), sourcePath);
   }
@@ -386,20 +399,13 @@ bool QVNInstallComponentsStrategy::makeParent(const std::string& path, const Fil
   if (files::exists(parent)) {
     return true;
   }
-  if (auto made = files::createDirectory(parent, true, attributes); !made) {
-    return fail("error: %@", made.error());
-  }
-  return true;
+  const auto made = withSpareResources([&] { return files::createDirectory(parent, true, attributes); });
+  return made ? true : fail("error: %@", made.error());
 }
 
 bool QVNInstallComponentsStrategy::writeFile(const PayloadFileReader::Content& content, const std::string& path,
                                              const FileAttributes& attributes) {
-  auto prepared = PreparedFile::prepare(path, content.bytes(), attributes);
-  if (!prepared && ahead_) {
-    // What is prepared ahead takes space and descriptors that this file may be short of.
-    ahead_->giveUp();
-    prepared = PreparedFile::prepare(path, content.bytes(), attributes);
-  }
+  auto prepared = withSpareResources([&] { return PreparedFile::prepare(path, content.bytes(), attributes); });
   if (!prepared) {
     // Written and given attributes in one go: without them it shows which of the two failed.
     const bool written = PreparedFile::prepare(path, content.bytes(), {}).ok();

@@ -79,6 +79,8 @@ class QVNInstallComponentsStrategy : public QVNInstallStepStrategy {
 
   template <class... Arguments>
   bool fail(std::string_view text, const Arguments&... arguments);
+  template <class Attempt>
+  [[nodiscard]] auto withSpareResources(const Attempt& attempt) -> decltype(attempt());
 
   const bool skipsSystemPaths_;
   const unsigned helpers_;

@@ -1,0 +1,133 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "InstallationDeployer/QVNInstallerChecksum.h"
+#include "InstallationDeployer/steps/QVNInstallComponentsStrategy.h"
+#include "general/foundation/FileAttributes.h"
+#include "tests/support/StepTest.h"
+
+namespace tests {
+
+/// A test of the step that installs: a payload, manifests and a target folder that stands for the volume's root.
+/// Runs with a umask that would take everything away from group and others.
+class InstallComponentsTest : public StepTest {
+ protected:
+  using PropertyList = foundation::PropertyList;
+  using Step = deployer::QVNInstallComponentsStrategy;
+  using Entries = PropertyList::Array;
+  using Keys = std::vector<std::pair<std::string, PropertyList>>;
+
+  InstallComponentsTest() : umask_(umask(077)) {}
+  ~InstallComponentsTest() override { umask(umask_); }
+
+  void SetUp() override {
+    if (geteuid() != 0) {
+      GTEST_SKIP() << "gives files to other users, which only root can";
+    }
+    ASSERT_EQ(mkdir(target().c_str(), 0755), 0);
+    run().configuration().setTargetPath(target());
+  }
+
+  [[nodiscard]] std::string target(std::string_view below = "") const { return path("target") + std::string(below); }
+  [[nodiscard]] std::string payload(const std::string& component = "Core") const {
+    return run_path() + "/" + component;
+  }
+
+  /// Puts content into the component's payload; returns its checksum.
+  std::string addPayload(std::string_view content, const std::string& component = "Core") {
+    const std::string checksum = checksumOf(content);
+    writeFile(payload(component) + "/" + checksum, content);
+    return checksum;
+  }
+  [[nodiscard]] static std::string checksumOf(std::string_view content) {
+    return deployer::QVNInstallerChecksum::generateSHA256(std::as_bytes(std::span(content)));
+  }
+
+  [[nodiscard]] static PropertyList entry(std::string_view path, Keys keys) {
+    keys.emplace_back(deployer::kManifestFilePath, path);
+    return PropertyList::dictionary(std::move(keys));
+  }
+  [[nodiscard]] static Keys attributes(int permissions, int owner = 0, int group = 0) {
+    return {{std::string(foundation::kFileOwnerAccountID), owner},
+            {std::string(foundation::kFileGroupOwnerAccountID), group},
+            {std::string(foundation::kFilePosixPermissions), permissions}};
+  }
+  [[nodiscard]] static Keys joined(Keys first, Keys second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+  }
+  [[nodiscard]] static PropertyList directory(std::string_view path, Keys keys = attributes(0755)) {
+    return entry(path, joined(std::move(keys), {{std::string(deployer::kManifestIsDirectory), true}}));
+  }
+  [[nodiscard]] static PropertyList fileWithChecksum(std::string_view path, std::string_view checksum,
+                                                     Keys keys = attributes(0644)) {
+    return entry(path, joined(std::move(keys), {{std::string(deployer::kManifestSHAChecksum), checksum}}));
+  }
+  [[nodiscard]] PropertyList file(std::string_view path, std::string_view content, Keys keys = attributes(0644)) {
+    return fileWithChecksum(path, addPayload(content), std::move(keys));
+  }
+  [[nodiscard]] static PropertyList external(std::string_view path, std::string_view source,
+                                             Keys keys = attributes(0644)) {
+    return entry(path, joined(std::move(keys), {{std::string(deployer::kManifestExternalSourcePath), source}}));
+  }
+  [[nodiscard]] static PropertyList externalDirectory(std::string_view path, std::string_view source,
+                                                      Keys keys = attributes(0755)) {
+    return directory(path, joined(std::move(keys), {{std::string(deployer::kManifestExternalSourcePath), source}}));
+  }
+  [[nodiscard]] static PropertyList link(std::string_view path, std::string_view linkTarget,
+                                         Keys keys = attributes(0755)) {
+    return entry(path, joined(std::move(keys), {{std::string(deployer::kManifestIsSymbolicLink), true},
+                                                {std::string(deployer::kManifestSymbolicLinkTarget), linkTarget}}));
+  }
+
+  void describe(const std::string& component, Entries entries) {
+    writeComponent(component, PropertyList::dictionary(
+                                  {{std::string(deployer::kManifestListOfFiles), PropertyList(std::move(entries))}}));
+  }
+  /// Describes the component Core and installs it.
+  bool install(Entries entries) {
+    describe("Core", std::move(entries));
+    return installComponents({"Core"});
+  }
+  bool installComponents(const deployer::Plan& components) {
+    step_ = makeStep<Step>(components);
+    return step_->InstallComponents(components);
+  }
+  [[nodiscard]] deployer::QVNInstallerState state() const { return step_->installerState(); }
+
+  [[nodiscard]] static struct stat statusOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status;
+  }
+  /// Owner, group and permissions as "owner:group mode".
+  [[nodiscard]] static std::string attributesOf(const std::string& path) {
+    const auto status = statusOf(path);
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%04o", status.st_mode & 07777U);
+    return std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid) + " " + mode;
+  }
+  [[nodiscard]] static bool exists(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0;
+  }
+
+  std::unique_ptr<Step> step_;
+
+ private:
+  [[nodiscard]] std::string run_path() const { return bundle() + "/" + std::string(deployer::kQVNPayloadRootPath); }
+
+  mode_t umask_;
+};
+
+}  // namespace tests

@@ -9,9 +9,10 @@ find InstallationDeployer general tools tests benchmarks fuzz \( -name '*.cpp' -
   xargs -0 clang-format --dry-run -Werror || failed="$failed layout"
 
 cmake --preset release >/dev/null
+# The compile commands are gcc's, which knows warnings that clang-tidy does not.
 # The sources stand in the compile commands, one "file" per entry.
 sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/release/compile_commands.json | sort -u |
-  xargs -d '\n' -n 1 -P "$jobs" clang-tidy --quiet -p build/release || failed="$failed lint"
+  xargs -d '\n' -n 1 -P "$jobs" clang-tidy --quiet -p build/release --extra-arg=-Wno-unknown-warning-option || failed="$failed lint"
 
 [ -z "$failed" ] || fail "findings in:$failed"
 say "layout and lint are clean"

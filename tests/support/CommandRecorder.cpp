@@ -18,6 +18,7 @@ constexpr int kRecorderFailed = 99;
 support::RecordedCall thisCall(int count, char** values) {
   support::RecordedCall call;
   // The name a program is given and the file that was started can differ; the kernel knows the latter, without /proc.
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the interface hands pointers out as numbers
   const auto* startedFile = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
   call.path = startedFile == nullptr ? values[0] : startedFile;
   call.realUser = getuid();

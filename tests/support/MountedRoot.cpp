@@ -43,25 +43,27 @@ void bindReadOnly(const std::string& source, const std::string& target) {
 
 /// /bin is a directory of the private root, so that commands can be put into it; its names lead to the host's programs.
 void fillBin(const std::string& root) {
-  const bool merged = fs::is_symlink("/bin");
+  const bool merged = fs::equivalent("/bin", "/usr/bin");
   if (!merged) {
     bindReadOnly("/bin", root + kHostBin);
   }
-  const std::string programs = merged ? "/usr/bin/" : std::string(kHostBin) + "/";
+  const fs::path programs = merged ? "/usr/bin" : kHostBin;
+  const fs::path bin = root + "/bin";
   for (const auto& program : fs::directory_iterator("/bin")) {
-    const std::string name = program.path().filename();
-    makeLink(root + "/bin/" + name, programs + name);
+    makeLink(bin / program.path().filename(), programs / program.path().filename());
   }
 }
 
 void bindSystem(const std::string& root) {
   bindReadOnly("/usr", root + "/usr");
   fillBin(root);
-  for (const std::string name : {"/sbin", "/lib", "/lib32", "/lib64", "/libx32"}) {
-    if (fs::is_symlink(name)) {
-      makeLink(root + name, fs::read_symlink(name));
-    } else if (fs::is_directory(name)) {
-      bindReadOnly(name, root + name);
+  for (const char* name : {"sbin", "lib", "lib32", "lib64", "libx32"}) {
+    const fs::path host = fs::path("/") / name;
+    const fs::path inside = fs::path(root) / name;
+    if (fs::is_symlink(host)) {
+      makeLink(inside, fs::read_symlink(host));
+    } else if (fs::is_directory(host)) {
+      bindReadOnly(host, inside);
     }
   }
   if (fs::is_directory("/etc/alternatives")) {
@@ -75,11 +77,12 @@ void provideDevices(const std::string& root) {
   if (makeDevices(root)) {
     return;
   }
-  for (const std::string name : {"null", "zero", "full", "random", "urandom"}) {
-    const std::string path = root + "/dev/" + name;
-    fs::remove(path);
-    writeFile(path, "", 0666);
-    mountOrThrow(("/dev/" + name).c_str(), path, nullptr, MS_BIND);
+  for (const char* name : {"null", "zero", "full", "random", "urandom"}) {
+    const fs::path host = fs::path("/dev") / name;
+    const std::string inside = root + host.string();
+    fs::remove(inside);
+    writeFile(inside, "", 0666);
+    mountOrThrow(host.c_str(), inside, nullptr, MS_BIND);
   }
 }
 

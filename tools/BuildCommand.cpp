@@ -16,6 +16,7 @@ namespace bundletool {
 int BuildCommand::run() const {
   const Interruption interruption;
   logging::setLeastUrgentLevel(verbose ? logging::Level::Debug : logging::Level::Error);
+  logging::corvanelogger_open("installer-tool", "install");
   Problems problems;
   const BundleDescription bundle = readDescription(description, problems);
   std::optional<std::string> built;

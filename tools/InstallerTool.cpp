@@ -11,6 +11,7 @@
 #include "tools/Complaint.h"
 #include "tools/ExecutableLocation.h"
 #include "tools/PrintableText.h"
+#include "tools/ShowCommand.h"
 
 namespace bundletool {
 
@@ -30,6 +31,15 @@ void describeBuild(CLI::App& app, BuildCommand& command) {
       "makes /tmp/out/Installer.app. The description's format is documented in docs/bundle.md.");
 }
 
+void describeShow(CLI::App& app, ShowCommand& command) {
+  app.add_option("BUNDLE", command.bundle, "Installer.app, or the receipt of an installed product")->required();
+  app.add_flag("--json", command.json, "Print one JSON document");
+  app.footer(
+      "Example:\n"
+      "  installer-tool show /tmp/out/Installer.app\n"
+      "What is wrong with the bundle goes to standard error, and makes the exit code 1.");
+}
+
 int run(int argumentCount, const char* const* arguments) {
   CLI::App app("Makes installer bundles and shows what is in them.", "installer-tool");
   app.set_version_flag("--version", kToolVersion);
@@ -40,12 +50,15 @@ int run(int argumentCount, const char* const* arguments) {
                                                   deployer::kQVNInstallationDeployerName);
   CLI::App* const buildVerb = app.add_subcommand("build", "Make an Installer.app from a description");
   describeBuild(*buildVerb, build);
+  ShowCommand show;
+  CLI::App* const showVerb = app.add_subcommand("show", "Show what is in an Installer.app or a receipt");
+  describeShow(*showVerb, show);
   try {
     app.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitSuccess : kExitUsage;
   }
-  return build.run();
+  return showVerb->parsed() ? show.run() : build.run();
 }
 
 }  // namespace

@@ -1,0 +1,26 @@
+#include "tools/ShowCommand.h"
+
+#include <cstdio>
+
+#include "general/logging/SystemLog.h"
+#include "tools/BundleContents.h"
+#include "tools/BundleText.h"
+#include "tools/Complaint.h"
+#include "tools/InstallerTool.h"
+
+namespace bundletool {
+
+int ShowCommand::run() const {
+  logging::setLeastUrgentLevel(logging::Level::Error);
+  Problems problems;
+  const BundleContents contents = readBundle(bundle, problems);
+  const std::string text = json ? jsonOf(contents) : textOf(contents);
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
+    complain("the output cannot be written");
+    return kExitFailure;
+  }
+  complainOf(problems);
+  return problems.none() ? kExitSuccess : kExitFailure;
+}
+
+}  // namespace bundletool

@@ -4,12 +4,15 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 
 #include "general/system/ProcessTable.h"
 
 namespace platform {
 
 namespace {
+
+constexpr std::size_t kMostRecords = std::numeric_limits<std::size_t>::max() / sizeof(ProcessRecord);
 
 /// Like assert, but in every build: a caller that breaks these would leak or corrupt memory.
 void require(bool holds, const char* condition) {
@@ -27,6 +30,9 @@ int readUntilItFits(ProcessTable& table, ProcessRecord** procList, std::size_t* 
     }
     // An empty table is a list too, so there is always something to point to.
     const std::size_t room = std::max<std::size_t>(expected, 1);
+    if (room > kMostRecords) {
+      return ENOMEM;
+    }
     auto* const records = static_cast<ProcessRecord*>(std::calloc(room, sizeof(ProcessRecord)));
     if (records == nullptr) {
       return ENOMEM;

@@ -133,13 +133,13 @@ bool ComponentScan::addItem(const std::string& path, const ItemAttributes& attri
     fields.emplace_back(kManifestSymbolicLinkTarget, *target);
   } else if (attributes.type == FileType::Regular) {
     fields.emplace_back(kManifestSHAChecksum, checksumOf(path));
-    if (authoring_.modifiableFiles.contains(installPath)) {
+    if (authoring_->modifiableFiles.contains(installPath)) {
       fields.emplace_back(kManifestIsModifiableFile, true);
     }
   }
   manifest_.files.push_back(PropertyList::dictionary(std::move(fields)));
-  noteService(kDaemons, installPath, authoring_.daemons, manifest_.launchDaemons);
-  noteService(kAgents, installPath, authoring_.agents, manifest_.launchAgents);
+  noteService(kDaemons, installPath, authoring_->daemons, manifest_.launchDaemons);
+  noteService(kAgents, installPath, authoring_->agents, manifest_.launchAgents);
   return true;
 }
 
@@ -160,11 +160,15 @@ void ComponentScan::noteService(const ServiceKind& kind, const std::string& inst
 
 void ComponentScan::readAuthoringPlist() {
   if (!plistPath_) {
+    takeAuthoring({});
     return;
   }
   // Component manifests are kept by name, and no name of a component holds a slash.
   const std::string key = paths::append("/", *plistPath_);
-  if (manifests_.stillCurrentManifest(key, *plistPath_)) {
+  if (const auto kept = manifests_.stillCurrentManifest(key, *plistPath_)) {
+    if (!authoring_) {
+      takeAuthoring(*kept);
+    }
     return;
   }
   const auto stamp = QVNInstallerManifest::stampOf(*plistPath_);
@@ -183,11 +187,9 @@ void ComponentScan::readAuthoringPlist() {
   takeAuthoring({});
 }
 
-void ComponentScan::takeAuthoring(PropertyList content) {
-  authoring_.daemons = labelsOf(content[kManifestListOfLaunchDaemons]);
-  authoring_.agents = labelsOf(content[kManifestListOfLaunchAgents]);
-  authoring_.modifiableFiles = setOf(content[kManifestListOfModifiableFiles]);
-  authoring_.content = std::move(content);
+void ComponentScan::takeAuthoring(const PropertyList& content) {
+  authoring_ = {content, labelsOf(content[kManifestListOfLaunchDaemons]),
+                labelsOf(content[kManifestListOfLaunchAgents]), setOf(content[kManifestListOfModifiableFiles])};
 }
 
 void ComponentScan::mergeAuthoringPlist() {
@@ -196,15 +198,15 @@ void ComponentScan::mergeAuthoringPlist() {
   mergeElements(kManifestListOfFiles, "Adding %ld files to component manifest from plist.", manifest_.files);
   mergeElements(kManifestListOfExecutables, "Adding %ld executables to component manifest from plist.",
                 manifest_.executables);
-  if (!authoring_.content[kManifestRebuildKextCache].isNil()) {
-    manifest_.rebuildKextCache = authoring_.content[kManifestRebuildKextCache];
-    const bool rebuild = foundation::NSDictionaryExtensions::boolForKey(authoring_.content, kManifestRebuildKextCache);
+  if (!authoring_->content[kManifestRebuildKextCache].isNil()) {
+    manifest_.rebuildKextCache = authoring_->content[kManifestRebuildKextCache];
+    const bool rebuild = foundation::NSDictionaryExtensions::boolForKey(authoring_->content, kManifestRebuildKextCache);
     logging::info("Set RebuildKextCache: %@ to component manifest from plist.", rebuild ? "YES" : "NO");
   }
 }
 
 void ComponentScan::mergeServices(const ServiceKind& kind, PropertyList::Array& services) {
-  const PropertyList& list = authoring_.content[kind.key];
+  const PropertyList& list = authoring_->content[kind.key];
   if (list.elements().empty()) {
     return;
   }
@@ -213,7 +215,7 @@ void ComponentScan::mergeServices(const ServiceKind& kind, PropertyList::Array& 
 }
 
 void ComponentScan::mergeElements(std::string_view key, std::string_view message, PropertyList::Array& elements) {
-  const auto added = authoring_.content[key].elements();
+  const auto added = authoring_->content[key].elements();
   if (added.empty()) {
     return;
   }

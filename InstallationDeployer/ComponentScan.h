@@ -48,7 +48,7 @@ class ComponentScan {
   void noteService(const ServiceKind& kind, const std::string& installPath, const std::optional<Labels>& fromPlist,
                    PropertyList::Array& services);
   void readAuthoringPlist();
-  void takeAuthoring(PropertyList content);
+  void takeAuthoring(const PropertyList& content);
   void mergeAuthoringPlist();
   void mergeServices(const ServiceKind& kind, PropertyList::Array& services);
   void mergeElements(std::string_view key, std::string_view message, PropertyList::Array& elements);
@@ -61,7 +61,7 @@ class ComponentScan {
   const std::string rootDirectory_;
   const std::string rootPrefix_;
   const std::optional<std::string> plistPath_;
-  Authoring authoring_;
+  std::optional<Authoring> authoring_;  // there from the first folder on
   foundation::FileBuffer buffer_;
 };
 

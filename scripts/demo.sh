@@ -1,6 +1,8 @@
 #!/bin/bash
 # Builds the engine, makes an Installer.app of the example product, installs it in a private root directory and shows what
 # happened. The host is not touched. Fails when anything is not as expected.
+#
+# demo.sh [--copies]: with --copies as on a machine that allows no mounts.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 
@@ -44,7 +46,8 @@ status=0
   >"$work/shown" 2>"$work/log" || status=$?
 
 heading "Log of the engine (the lines for operators; the debug lines are left out)"
-grep -v '<Debug>' "$work/log" | grep -v '^	' || true
+# Lines that begin with a tab go on with the message before.
+awk '!/^\t/ { wanted = !/<Debug>/ } wanted' "$work/log"
 cat "$work/shown"
 
 heading "Check"

@@ -143,7 +143,7 @@ void prepare(PrivateRoot& root, const Step& step) {
 std::string shellWord(const std::string& argument) {
   const bool plain = !argument.empty() && argument.find_first_not_of(
                                               "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                              "0123456789_-+=./,:@%#") == std::string::npos;
+                                              "0123456789_-+=./,:@%") == std::string::npos;
   if (plain) {
     return argument;
   }

@@ -154,8 +154,13 @@ int makeDirectoryUnlessThere(const std::string& path, const FileAttributes& attr
   if (isDirectory(path) || makeDirectory(path, attributes) == 0) {
     return 0;
   }
-  // Another process may have been faster.
-  return errno == EEXIST && isDirectory(path) ? 0 : -1;
+  const int reason = errno;
+  if (reason == EEXIST && isDirectory(path)) {
+    // Another process was faster.
+    return 0;
+  }
+  errno = reason;
+  return -1;
 }
 
 int makeDirectories(const std::string& path, const FileAttributes& attributes) {

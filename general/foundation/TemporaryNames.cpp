@@ -65,9 +65,18 @@ std::optional<pid_t> makerOf(std::string_view name) {
 
 bool isDead(pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; }
 
+// Items get their final owner under their temporary name, so what a killed run left may belong to anybody. Where nobody
+// else can write, it is ours all the same.
+bool isProvenOwn(const struct stat& item, const struct stat& folder) {
+  const bool onlyWeWrite = folder.st_uid == geteuid() && (folder.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+  return item.st_uid == geteuid() || onlyWeWrite;
+}
+
 void removeLeftover(int folder, const char* name) {
   struct stat item {};
-  if (fstatat(folder, name, &item, AT_SYMLINK_NOFOLLOW) != 0 || item.st_uid != geteuid()) {
+  struct stat place {};
+  if (fstatat(folder, name, &item, AT_SYMLINK_NOFOLLOW) != 0 || fstat(folder, &place) != 0 ||
+      !isProvenOwn(item, place)) {
     return;
   }
   if (S_ISREG(item.st_mode) || S_ISLNK(item.st_mode)) {

@@ -11,8 +11,9 @@ namespace foundation::temporary_names {
 [[nodiscard]] std::string make(const std::string& folder);
 
 /// Removes from the folder what a killed run left behind, as far as that is certain: entries named exactly as make()
-/// names them, of a process that no longer lives, owned by the effective user, that are regular files, links or empty
-/// directories. Everything else stays, and what cannot be removed is left alone.
+/// names them, of a process that no longer lives, that are regular files, links or empty directories, and that belong
+/// to the effective user or lie in a folder that nobody else may write to (an item has its final owner before its final
+/// name). Links are removed, not followed; everything else stays, and what cannot be removed is left alone.
 void sweep(const std::string& folder);
 
 }  // namespace foundation::temporary_names

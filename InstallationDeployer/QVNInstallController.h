@@ -102,7 +102,7 @@ class QVNInstallController : public InstallRun {
                            StepList& steps);
   [[nodiscard]] StepList removalStepsForDetectedProduct(const PropertyList& detected, const PropertyList& crossGrades,
                                                         const SharedPlan& removalPlan);
-  void refuseCrossGrade(std::string_view installedProduct);
+  void refuseCrossGrade(const PropertyList& installedProduct);
   void announceCrossGrade(std::string_view installedProduct, bool asUpdate);
   template <class Step, class... Arguments>
   void append(StepList& steps, const PropertyList& phase, std::string name, const SharedPlan& plan,

@@ -147,7 +147,7 @@ StepList QVNInstallController::preInstallRemovalStepsWithPlan(const SharedPlan& 
       continue;
     }
     if (!boolForKey(crossGrade, kManifestIndexAllowCrossGrades)) {
-      refuseCrossGrade(*other);
+      refuseCrossGrade(crossGrade[kManifestIndexProductName]);
     } else {
       // The other product's own receipt takes care of its removal.
       announceCrossGrade(*other, boolForKey(crossGrade, kManifestIndexTreatAsUpdate));
@@ -156,7 +156,7 @@ StepList QVNInstallController::preInstallRemovalStepsWithPlan(const SharedPlan& 
   }
   const PropertyList removable = manifest().productsForRemoval();
   for (const PropertyList& detected : removable.elements()) {
-    if (productIsDetectedFor(detected)) {
+    if (detected.isDictionary() && productIsDetectedFor(detected)) {
       return removalStepsForDetectedProduct(detected, crossGrades, removalPlan);
     }
   }
@@ -176,7 +176,7 @@ StepList QVNInstallController::removalStepsForDetectedProduct(const PropertyList
     }
   }
   if (match == nullptr || !boolForKey(*match, kManifestIndexAllowCrossGrades)) {
-    refuseCrossGrade(detectedName.text());
+    refuseCrossGrade(detectedName);
     return {};
   }
   configuration_.setTreatAsUpdate(boolForKey(*match, kManifestIndexTreatAsUpdate));
@@ -201,7 +201,7 @@ StepList QVNInstallController::postInstallRemovalStepsWithPlan(const SharedPlan&
   return steps;
 }
 
-void QVNInstallController::refuseCrossGrade(std::string_view installedProduct) {
+void QVNInstallController::refuseCrossGrade(const PropertyList& installedProduct) {
   logging::error(
       "The \"%@\" product is already installed. Remove the existing product before installing the \"%@\" product.",
       installedProduct, productName());

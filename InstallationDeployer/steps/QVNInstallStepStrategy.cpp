@@ -50,11 +50,10 @@ std::uint64_t QVNInstallStepStrategy::getProgress() {
 
 std::string QVNInstallStepStrategy::planDescription(const Plan& components) {
   std::string text = "(";
+  std::string_view separator;
   for (const std::string& component : components) {
-    if (text.size() > 1) {
-      text += ", ";
-    }
-    text += component;
+    text.append(separator).append(component);
+    separator = ", ";
   }
   return text + ")";
 }

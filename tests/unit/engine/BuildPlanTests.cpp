@@ -250,7 +250,7 @@ TEST_F(BuildPlan, RemovalOutsideTheReceiptLocationFails) {
   EXPECT_FALSE(removeStep_.execute(true));
   EXPECT_EQ(removeStep_.installerState(), QVNInstallerStateFailed);
   EXPECT_TRUE(log.contains(
-      "Error", "QVNBuildRemovePlanStrategy must run from the receipt location.\nCurrently running from: " + path()));
+      "Error", "QVNBuildRemovePlanStrategy must run from the receipt location.\n\tCurrently running from: " + path()));
 }
 
 TEST_F(BuildPlan, RemovalPlansEveryComponentInIndexOrder) {

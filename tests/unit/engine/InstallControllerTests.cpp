@@ -139,7 +139,7 @@ TEST_F(InstallController, RemovalOutsideTheReceiptIsRefused) {
   controller.startController();
   EXPECT_EQ(controller.installerState(), QVNInstallerStateFailed);
   EXPECT_TRUE(log.contains("Error", "Remove operation cannot run from this location (" + path() +
-                                        ")\nit must be run from the receipt location (/Library/Application "
+                                        ")\n\tit must be run from the receipt location (/Library/Application "
                                         "Support/Corvane/P/Installer.app)"));
 }
 

@@ -23,7 +23,7 @@ using binary::Kind;
 // Objects may be referred to from many places, and may overlap in the file. So what a document makes in memory, and
 // what it comes to with every reference written out, are both bounded by a multiple of its length.
 constexpr std::uint64_t kGrowthLimit = 64;
-constexpr std::uint64_t kSmallestBudget = 16 * 1024 * 1024;
+constexpr std::uint64_t kSmallestBudget = std::uint64_t{16} << 20;
 constexpr std::uint64_t kValueCost = 16;
 
 constexpr std::uint32_t kUnread = 0;

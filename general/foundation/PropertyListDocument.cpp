@@ -13,8 +13,8 @@ namespace foundation {
 
 namespace {
 
-constexpr std::size_t kFirstBlock = 16 * 1024;
-constexpr std::size_t kLargestBlock = 4 * 1024 * 1024;
+constexpr std::size_t kFirstBlock = std::size_t{16} << 10;
+constexpr std::size_t kLargestBlock = std::size_t{4} << 20;
 constexpr std::size_t kAlignment = alignof(std::max_align_t);
 // Both tables only remember what was seen last in a place, so a document made to collide in them costs no more.
 constexpr std::size_t kRememberedKeys = 256;

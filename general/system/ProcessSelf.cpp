@@ -12,14 +12,15 @@ namespace {
 
 bool isClosed(int descriptor) { return fcntl(descriptor, F_GETFD) < 0 && errno == EBADF; }
 
-/// Open without close-on-exec: the standard descriptors are what children inherit.
 void connectToNothing(int descriptor) {
-  int opened = open("/dev/null", O_RDWR);
+  int opened = open("/dev/null", O_RDWR | O_CLOEXEC);
   if (opened < 0) {
     // No null device here. The root folder takes the number all the same; reading and writing fail on it.
-    opened = open("/", O_RDONLY | O_DIRECTORY);
+    opened = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   }
-  if (opened >= 0 && opened != descriptor) {
+  if (opened == descriptor) {
+    fcntl(descriptor, F_SETFD, 0);  // the standard descriptors are what children inherit
+  } else if (opened >= 0) {
     dup2(opened, descriptor);
     close(opened);
   }

@@ -11,15 +11,14 @@
 namespace tests {
 
 std::vector<LoggedMessage> parseLog(std::string_view standardError) {
-  static const std::regex kFirstLine(
-      R"(^[A-Z][a-z]{2} [ 0-9][0-9] \d\d:\d\d:\d\d \S+ .*?\[\d+\] <([A-Z][a-z]+)>: (.*)$)");
+  static const std::regex kFirstLine(R"(^[A-Z][a-z]{2} [ 0-9][0-9] \d\d:\d\d:\d\d \S+ .*?\[\d+\] <([A-Z][a-z]+)>: )");
   std::vector<LoggedMessage> messages;
   std::istringstream lines{std::string(standardError)};
   bool insideMessage = false;
   for (std::string line; std::getline(lines, line);) {
     std::smatch parts;
-    if (std::regex_match(line, parts, kFirstLine)) {
-      messages.push_back({parts[1], parts[2]});
+    if (std::regex_search(line, parts, kFirstLine)) {
+      messages.push_back({parts[1], parts.suffix()});
       insideMessage = true;
     } else if (insideMessage && line.starts_with('\t')) {
       messages.back().text += "\n" + line.substr(1);

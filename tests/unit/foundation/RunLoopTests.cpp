@@ -374,6 +374,7 @@ TEST(RunLoop, LosesNoWakeUpOfManyThreads) {
   constexpr int kRounds = 500;
   int done = 0;
   std::vector<std::thread> callers;
+  callers.reserve(3);
   for (int i = 0; i < 3; ++i) {
     callers.emplace_back([&] {
       for (int round = 0; round < kRounds; ++round) {

@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "general/foundation/Task.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -366,6 +367,7 @@ TEST(Task, CapturesOutputAlsoWhenTheParentsStandardDescriptorsAreClosed) {
 
 TEST(Task, TasksOfManyThreadsDoNotDisturbEachOther) {
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([i] {
       for (int round = 0; round < 5; ++round) {

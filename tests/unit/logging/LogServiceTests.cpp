@@ -155,7 +155,7 @@ TEST(LogService, HandsAMessageBeyondADatagramOverAsASealedFile) {
 TEST(LogService, DoesNotLeakItsSocketToChildren) {
   const tests::TemporaryDirectory directory;
   Listener journal(directory.path("journal"));
-  const int next = dup(STDERR_FILENO);
+  const int next = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
   close(next);
   const LogService service({directory.path("journal"), ""});
   EXPECT_EQ(fcntl(next, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -114,6 +115,7 @@ TEST(SystemLog, MessagesOfManyThreadsDoNotMixLines) {
   const std::string text = "one\n" + std::string(500, 'x');
   const CapturedLog captured;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&text] {
       for (int message = 0; message < kMessages; ++message) {
@@ -129,7 +131,7 @@ TEST(SystemLog, MessagesOfManyThreadsDoNotMixLines) {
 }
 
 TEST(SystemLog, GoesOnWithoutStandardError) {
-  const int original = dup(STDERR_FILENO);
+  const int original = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
   close(STDERR_FILENO);
   onFreshThread([] {
     logging::error("nobody reads this");

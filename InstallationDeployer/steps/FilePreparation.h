@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
@@ -57,27 +58,33 @@ class FilePreparation {
   void giveUp();
 
  private:
+  /// Written by the thread that claimed its index until `ready`, then the owner's until it is taken.
   struct Slot {
-    bool ready = false;
+    std::atomic<bool> ready = false;
     std::optional<Prepared> prepared;
   };
 
   void run(BufferAllowance& allowance, std::size_t keptBytes);
   [[nodiscard]] std::optional<std::size_t> claim();
+  [[nodiscard]] bool hasRoomFor(std::size_t index) const;
   [[nodiscard]] std::optional<Prepared> prepare(std::size_t index, PayloadFileReader& reader) const;
   void deliver(std::size_t index, std::optional<Prepared> prepared);
+  void waitFor(std::size_t index);
+  [[nodiscard]] std::optional<Prepared> release(std::size_t index);
   [[nodiscard]] Slot& slot(std::size_t index) { return slots_[index % slots_.size()]; }
 
   const std::size_t count_;
   const Chooser chooser_;
+  std::vector<Slot> slots_;
+  std::atomic<std::size_t> next_ = 0;   // everything below was claimed by somebody
+  std::atomic<std::size_t> taken_ = 0;  // everything below was taken
+  std::atomic<std::size_t> awaited_;    // the index that the owner sleeps for
+  std::atomic<bool> stopping_ = false;
 
+  // Threads meet here only to sleep and to be woken.
   std::mutex mutex_;
   std::condition_variable delivered_;
   std::condition_variable roomMade_;
-  std::vector<Slot> slots_;  // guarded by mutex_, as the rest
-  std::size_t taken_ = 0;    // everything below was taken
-  std::size_t next_ = 0;     // everything below was claimed by somebody
-  bool stopping_ = false;
   std::vector<foundation::NamedThread> threads_;
 };
 

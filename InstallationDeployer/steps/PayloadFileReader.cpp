@@ -30,8 +30,18 @@ PayloadFileReader::PayloadFileReader(BufferAllowance& allowance, std::size_t kep
     : allowance_(allowance), keptBytes_(keptBytes) {}
 
 Result<PayloadFileReader::Content> PayloadFileReader::read(const std::string& path) {
-  Content content(*this, grantFor(path));
-  const auto bytes = files::read(path, buffer_, [this](std::span<const std::byte> piece) { hash_.update(piece); });
+  auto content = readUpTo(keptBytes_, path, {});
+  if (content || content.error().code != foundation::kReadTooLarge) {
+    return content;
+  }
+  return readUpTo(UINT64_MAX, path, allowance_.acquire(sizeOf(path)));
+}
+
+Result<PayloadFileReader::Content> PayloadFileReader::readUpTo(std::uint64_t mostBytes, const std::string& path,
+                                                               BufferAllowance::Grant grant) {
+  Content content(*this, std::move(grant));
+  const auto bytes = files::read(
+      path, buffer_, [this](std::span<const std::byte> piece) { hash_.update(piece); }, mostBytes);
   content.checksum_ = QVNInstallerChecksum::textForDigest(hash_.finish());
   if (!bytes) {
     return bytes.error();
@@ -40,16 +50,10 @@ Result<PayloadFileReader::Content> PayloadFileReader::read(const std::string& pa
   return content;
 }
 
-BufferAllowance::Grant PayloadFileReader::grantFor(const std::string& path) {
+std::size_t PayloadFileReader::sizeOf(const std::string& path) const {
   const auto attributes = files::attributesOfItem(path);
-  if (!attributes) {
-    return {};
-  }
-  if (attributes->type != foundation::FileType::Regular) {
-    // A link says nothing about the size of what it leads to.
-    return allowance_.acquire(allowance_.bytes());
-  }
-  return attributes->size <= keptBytes_ ? BufferAllowance::Grant() : allowance_.acquire(attributes->size);
+  // A link says nothing about the size of what it leads to.
+  return attributes && attributes->type == foundation::FileType::Regular ? attributes->size : allowance_.bytes();
 }
 
 }  // namespace deployer

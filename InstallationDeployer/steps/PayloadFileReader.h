@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -45,7 +46,9 @@ class PayloadFileReader {
   [[nodiscard]] foundation::Result<Content> read(const std::string& path);
 
  private:
-  [[nodiscard]] BufferAllowance::Grant grantFor(const std::string& path);
+  [[nodiscard]] foundation::Result<Content> readUpTo(std::uint64_t mostBytes, const std::string& path,
+                                                     BufferAllowance::Grant grant);
+  [[nodiscard]] std::size_t sizeOf(const std::string& path) const;
 
   BufferAllowance& allowance_;
   std::size_t keptBytes_;

@@ -44,9 +44,15 @@ std::size_t keptBytesPerThread(unsigned helpers) { return kKeptBufferBytes / (he
 
 // An entry that names no place below the root must not end up as the root itself, nor beside it.
 bool isUsablePath(std::string_view path) {
+  if (path == "/") {
+    return true;
+  }
   bool named = false;
-  for (const std::string& component : paths::components(path)) {
-    if (component == "." || component == "/") {
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const std::string_view component = path.substr(0, end);
+    path.remove_prefix(std::min(end + 1, path.size()));
+    if (component.empty() || component == ".") {
       continue;
     }
     if (!paths::isSingleComponent(component)) {
@@ -54,7 +60,7 @@ bool isUsablePath(std::string_view path) {
     }
     named = true;
   }
-  return named || path == "/";
+  return named;
 }
 
 bool isRoot(std::string_view path) { return paths::standardize(path) == "/"; }

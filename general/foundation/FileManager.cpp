@@ -422,7 +422,8 @@ Status setLinkAttributes(const FileAttributes& attributes, const std::string& pa
   });
 }
 
-Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buffer, const PieceVisitor& visitor) {
+Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buffer, const PieceVisitor& visitor,
+                                        std::uint64_t mostBytes) {
   if (holdsNul(path)) {
     return fileError(EINVAL, Access::Read, path);
   }
@@ -437,6 +438,9 @@ Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buf
   }
   if (!S_ISREG(item.st_mode)) {
     return fileError(kReadUnknown, "The item \"" + paths::lastComponent(path) + "\" is not a regular file.", path);
+  }
+  if (static_cast<std::uint64_t>(item.st_size) > mostBytes) {
+    return fileError(kReadTooLarge, "The item \"" + paths::lastComponent(path) + "\" is too large.", path);
   }
   FileReader reader(file.number(), buffer, visitor);
   if (reader.readAll(static_cast<std::size_t>(item.st_size)) != 0) {

@@ -49,8 +49,10 @@ namespace foundation::files {
 using PieceVisitor = std::function<void(std::span<const std::byte>)>;
 /// Reads a regular file whole into the buffer. Anything else (folder, pipe, device) is an error at once: it never
 /// waits. The bytes live in the buffer until its next use.
+/// @param mostBytes a file that is larger is an error with the code 263, before anything of it is read.
 [[nodiscard]] Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buffer,
-                                                      const PieceVisitor& visitor = {});
+                                                      const PieceVisitor& visitor = {},
+                                                      std::uint64_t mostBytes = UINT64_MAX);
 /// The same for small files, as a string.
 [[nodiscard]] Result<std::string> readText(const std::string& path);
 /// Replaces the file's content in one step: a reader sees all of the old or all of the new. A link in the way is

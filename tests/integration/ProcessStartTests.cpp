@@ -8,7 +8,6 @@
 
 namespace {
 
-using foundation::PropertyList;
 using support::CommandRule;
 using support::Outcome;
 using support::RecordedCall;

@@ -9,7 +9,6 @@
 
 namespace {
 
-using foundation::PropertyList;
 using support::KilledRun;
 using support::KillMoment;
 using support::Outcome;
@@ -23,9 +22,6 @@ const std::string kTemporary = kFolder + "/temp";
 const std::string kStaging = kTemporary + "/Installer.app";
 const std::string kSucceeded = "success=1 state=0 published=\n";
 const std::string kFailed = "success=0 state=1 published=\n";
-/// A root that has to obey the permissions of folders, so that something can go wrong for it.
-const std::vector<std::string> kWithoutOverride{"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search",
-                                                "--"};
 
 class Receipt : public tests::StepInRoot {
  protected:
@@ -54,12 +50,20 @@ class Receipt : public tests::StepInRoot {
   Outcome writeReceipt(const std::vector<std::string>& more = {"Core"}) {
     return root().run(command("write-receipt", more));
   }
-  Outcome writeReceiptWithoutOverride(const std::string& beforePublishing = "true") {
+  /// As a root that has to obey the permissions of folders, so that something can go wrong for it.
+  Outcome writeReceiptWithoutOverride(const std::vector<std::string>& more) {
+    const std::string setpriv = "/usr/bin/setpriv";
+    if (!root().exists(setpriv)) {
+      root().copyIn(setpriv, setpriv);
+    }
     EXPECT_TRUE(root().shell("chmod -R a+rX '" + std::string(kBundle) + "'").succeeded());
-    std::vector<std::string> arguments = kWithoutOverride;
-    const auto driver = command("write-receipt", {"--before-publishing", beforePublishing, "Core"});
+    std::vector<std::string> arguments{setpriv, "--bounding-set=-dac_override,-dac_read_search", "--"};
+    const auto driver = command("write-receipt", more);
     arguments.insert(arguments.end(), driver.begin(), driver.end());
     return root().run(arguments);
+  }
+  Outcome writeReceiptWithoutOverride(const std::string& beforePublishing = "true") {
+    return writeReceiptWithoutOverride(std::vector<std::string>{"--before-publishing", beforePublishing, "Core"});
   }
 
   Snapshot receipt() { return root().snapshot(kReceipt); }
@@ -191,10 +195,7 @@ TEST_F(Receipt, ACleanUpThatFailsIsLogged) {
   ASSERT_TRUE(root()
                   .shell("chown 501 '" + kLocation + "/temp/folder' && chmod 500 '" + kLocation + "/temp/folder'")
                   .succeeded());
-  std::vector<std::string> arguments = kWithoutOverride;
-  const auto driver = command("write-receipt", {"--failed", "Core"});
-  arguments.insert(arguments.end(), driver.begin(), driver.end());
-  const Outcome outcome = root().run(arguments);
+  const Outcome outcome = writeReceiptWithoutOverride(std::vector<std::string>{"--failed", "Core"});
   EXPECT_EQ(outcome.standardOutput, "success=0 state=0 published=\n");
   EXPECT_TRUE(
       loggedBeginning(outcome, "Error", "Failed to remove temp directory " + kLocation + "/temp. Error Domain="))
@@ -209,19 +210,28 @@ TEST_F(Receipt, AStagingFolderThatCannotBeCreatedFailsTheStep) {
       << outcome.standardError;
 }
 
-TEST_F(Receipt, AMissingExecutableFailsTheStepAndLeavesTheOldReceipt) {
-  for (const std::string name : {"InstallationDeployer", "Installer"}) {
+class IncompleteReceipt : public Receipt {
+ protected:
+  void expectFailureWithout(const std::string& executable) {
     makeOldReceipt();
     const Snapshot before = receipt();
-    ASSERT_TRUE(root().shell("rm '" + inBundle("Contents/MacOS/" + name) + "'").succeeded());
+    ASSERT_TRUE(root().shell("rm '" + inBundle(executable) + "'").succeeded());
     const Outcome outcome = writeReceipt();
     EXPECT_EQ(outcome.standardOutput, kFailed);
     EXPECT_TRUE(loggedBeginning(outcome, "Error",
-                                "Receipt incomplete. Unable to set execute attributes on file: " + kStaging +
-                                    "/Contents/MacOS/" + name + "\nError Domain="))
+                                "Receipt incomplete. Unable to set execute attributes on file: " + kStaging + "/" +
+                                    executable + "\nError Domain="))
         << outcome.standardError;
     EXPECT_EQ(receipt(), before);
   }
+};
+
+TEST_F(IncompleteReceipt, AMissingFrontEndFailsTheStepAndLeavesTheOldReceipt) {
+  expectFailureWithout("Contents/MacOS/Installer");
+}
+
+TEST_F(IncompleteReceipt, AMissingEngineFailsTheStepAndLeavesTheOldReceipt) {
+  expectFailureWithout("Contents/MacOS/InstallationDeployer");
 }
 
 TEST_F(Receipt, AFileThatCannotBeCopiedSetsTheStateAndTheReceiptIsWrittenAllTheSame) {

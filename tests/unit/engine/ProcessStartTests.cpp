@@ -20,7 +20,7 @@ class ProcessStart : public tests::StepTest {
  protected:
   /// A script that leaves a line in the journal when it runs.
   std::string makeScript(const std::string& name, const std::string& commands = "") {
-    const std::string script = path("bin/" + name);
+    std::string script = path("bin/" + name);
     writeFile(script, "#!/bin/sh\necho " + name + " >> '" + path("journal") + "'\n" + commands + "\n", 0755);
     return script;
   }

@@ -31,6 +31,7 @@ Interruption::~Interruption() {
   for (std::size_t index = 0; index < kSignals.size(); ++index) {
     (void)std::signal(kSignals[index], earlierHandlers[index]);
   }
+  noted = 0;
 }
 
 bool Interruption::requested() { return noted != 0; }

@@ -11,7 +11,7 @@ class Interruption {
   Interruption(const Interruption&) = delete;
   Interruption& operator=(const Interruption&) = delete;
 
-  /// True once such a signal came. Callable from any thread.
+  /// True once such a signal came to the one that lives. Callable from any thread.
   [[nodiscard]] static bool requested();
 };
 

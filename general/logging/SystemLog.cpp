@@ -10,6 +10,7 @@
 #include <ctime>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -51,7 +52,11 @@ std::tm localTime() {
   return parts;
 }
 
+/// The system keeps one write whole only for some kinds of files and lengths; long messages to a pipe are not.
+std::mutex standardErrorLock;
+
 void writeToStandardError(std::string_view line) {
+  const std::lock_guard lock(standardErrorLock);
   while (!line.empty()) {
     const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
     if (written < 0 && errno == EINTR) {

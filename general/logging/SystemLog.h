@@ -14,8 +14,9 @@
 /// The engine's log: one client per thread of the system's log service, and a copy of every message on standard error.
 ///
 /// Standard error carries `Mmm dd hh:mm:ss host Sender[pid] <Level>: message`; further lines of one message are
-/// indented by a tab and control characters are escaped, so no text from outside can pass for a line of the log. One
-/// message is one write. Logging never fails, never throws and never waits for the log service.
+/// indented by a tab and control characters are escaped, so no text from outside can pass for a line of the log.
+/// Messages of several threads do not mix, and each is one write. Logging never fails, never throws and never waits for
+/// the log service.
 namespace logging {
 
 /// An open client of the log service: who speaks, and for which facility. Belongs to the thread that opened it.

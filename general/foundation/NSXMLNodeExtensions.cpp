@@ -69,7 +69,7 @@ std::string XMLNode::stringValue() const {
 }
 
 std::string XMLNode::xmlString() const {
-  const std::string text = printed(content_->element());
+  std::string text = printed(content_->element());
   if (kind() == Kind::Element) {
     return text;
   }

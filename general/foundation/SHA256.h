@@ -7,7 +7,8 @@
 
 namespace foundation {
 
-/// SHA-256, fed in pieces. Not for use by two threads at once; reads no configuration and no environment.
+/// SHA-256, fed in pieces. Not for use by two threads at once; reads no configuration and loads
+/// no provider.
 class SHA256 {
  public:
   using Digest = std::array<std::byte, 32>;

@@ -5,7 +5,7 @@
 #include "general/foundation/Error.h"
 
 using namespace foundation;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "tests/unit/foundation/FileTest.h"
 
 using namespace foundation;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 TEST(NSArrayExtensions, CollectsTheValuesAtAKeyPathInOrder) {
   const PropertyList array = PropertyList::Array{

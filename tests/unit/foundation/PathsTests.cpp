@@ -3,7 +3,7 @@
 #include "general/foundation/Paths.h"
 
 using namespace foundation;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 TEST(Paths, AppendPutsOneSlashBetween) {
   EXPECT_EQ(paths::append("/a", "b"), "/a/b");

@@ -10,7 +10,7 @@
 #include "tests/unit/foundation/FileTest.h"
 
 using namespace foundation;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 namespace {
 
@@ -158,10 +158,12 @@ TEST_F(PreparedFiles, AnOwnerThatMeansNobodyAtAllIsRefused) {
 
 TEST_F(PreparedFiles, SeveralThreadsPrepareAtATime) {
   constexpr int kFiles = 200;
+  constexpr int kThreads = 4;
   std::vector<std::thread> threads;
-  for (int thread = 0; thread < 4; ++thread) {
+  threads.reserve(kThreads);
+  for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([&, thread] {
-      for (int index = thread; index < kFiles; index += 4) {
+      for (int index = thread; index < kFiles; index += kThreads) {
         // Every name is taken twice, so that both ways of publishing are used.
         EXPECT_TRUE(prepared(path("f" + std::to_string(index / 2)), std::string(3000, 'x')).publish());
       }

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/DefaultAttributes.h"
 #include "InstallationDeployer/FailedInstallCleanup.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/FileManager.h"
@@ -19,11 +20,6 @@ namespace paths = foundation::paths;
 
 namespace {
 
-constexpr std::uint32_t kRootUser = 0;
-constexpr std::uint32_t kAdminGroup = 80;
-constexpr FileAttributes kFileAttributes{kRootUser, kAdminGroup, 0644};
-constexpr FileAttributes kDirectoryAttributes{kRootUser, kAdminGroup, 0755};
-constexpr FileAttributes kExecuteAttributes{kRootUser, kAdminGroup, 0755};
 constexpr std::array kExecutables = {kQVNInstallerFrontEndName, kQVNInstallationDeployerName};
 /// Name below the temporary folder under which the receipt that is being replaced awaits its removal.
 constexpr std::string_view kReplacedReceiptName = "Replaced.app";
@@ -77,7 +73,8 @@ bool QVNWriteReceiptStrategy::stageBundle(const std::string& bundlePath) {
   }
   // A file that could not be copied has been logged and has set the state; a receipt with a gap still serves better
   // than none.
-  copySourceDirectoryContents(bundlePath, stagingPath(), kFileAttributes, kDirectoryAttributes, !hasPayload);
+  copySourceDirectoryContents(bundlePath, stagingPath(), kReceiptFileAttributes, kDefaultDirectoryAttributes,
+                              !hasPayload);
   buffer_.shrinkTo(0);
   return makeExecutablesRunnable();
 }
@@ -86,7 +83,7 @@ bool QVNWriteReceiptStrategy::makeStagingFolder() {
   // A run that was killed may have left a part of another bundle here.
   Status made = removeIfPresent(temporaryPath());
   if (made) {
-    made = files::createDirectory(stagingPath(), true, kDirectoryAttributes);
+    made = files::createDirectory(stagingPath(), true, kDefaultDirectoryAttributes);
   }
   if (!made) {
     logging::error("Error creating receipt directory, error: %@", made.error());
@@ -98,7 +95,7 @@ bool QVNWriteReceiptStrategy::makeStagingFolder() {
 bool QVNWriteReceiptStrategy::makeExecutablesRunnable() {
   for (const std::string_view name : kExecutables) {
     const std::string path = paths::append(paths::append(stagingPath(), kQVNExecutablesPath), name);
-    if (const Status set = files::setAttributes(kExecuteAttributes, path); !set) {
+    if (const Status set = files::setAttributes(kReceiptExecutableAttributes, path); !set) {
       return failBecause("Receipt incomplete. Unable to set execute attributes on file: %@\n%@", path, set.error());
     }
   }

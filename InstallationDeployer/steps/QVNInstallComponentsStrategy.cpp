@@ -4,6 +4,7 @@
 #include <thread>
 #include <utility>
 
+#include "InstallationDeployer/DefaultAttributes.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/steps/DiskSpace.h"
 #include "general/foundation/FileManager.h"
@@ -29,7 +30,6 @@ namespace {
 constexpr std::string_view kSystemVolume = "/";
 constexpr std::string_view kSystemFolder = "/System/";
 constexpr std::string_view kCopyFileSelector = "copyFileWithManifestInfo:forComponent:source:destination:attributes:";
-constexpr FileAttributes kDefaultDirectoryAttributes{.owner = 0, .group = 80, .permissions = 0755};
 
 // Below this, starting the helpers takes longer than what they save.
 constexpr std::size_t kEntriesWorthHelpers = 8;

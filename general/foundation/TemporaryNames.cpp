@@ -65,11 +65,11 @@ std::optional<pid_t> makerOf(std::string_view name) {
 
 bool isDead(pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; }
 
-// Items get their final owner under their temporary name, so what a killed run left may belong to anybody. Where nobody
-// else can write, it is ours all the same.
+// Items get their final owner under their temporary name, so what a killed run left may belong to anybody. It is ours
+// all the same in a folder that only its owner may write to: such an owner could fake the name only to lose the item.
 bool isProvenOwn(const struct stat& item, const struct stat& folder) {
-  const bool onlyWeWrite = folder.st_uid == geteuid() && (folder.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-  return item.st_uid == geteuid() || onlyWeWrite;
+  const bool onlyItsOwnerWrites = (folder.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+  return item.st_uid == geteuid() || onlyItsOwnerWrites;
 }
 
 void removeLeftover(int folder, const char* name) {

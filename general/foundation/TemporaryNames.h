@@ -12,8 +12,8 @@ namespace foundation::temporary_names {
 
 /// Removes from the folder what a killed run left behind, as far as that is certain: entries named exactly as make()
 /// names them, of a process that no longer lives, that are regular files, links or empty directories, and that belong
-/// to the effective user or lie in a folder that nobody else may write to (an item has its final owner before its final
-/// name). Links are removed, not followed; everything else stays, and what cannot be removed is left alone.
+/// to the effective user or lie in a folder that only its owner may write to (an item has its final owner before its
+/// final name). Links are removed, not followed; everything else stays, and what cannot be removed is left alone.
 void sweep(const std::string& folder);
 
 }  // namespace foundation::temporary_names

@@ -46,21 +46,21 @@ std::string BundleMaker::stagedPath(const std::string& component, const std::str
 
 std::string BundleMaker::stageFile(const std::string& component, const std::string& installPath,
                                    std::string_view content, mode_t mode, uid_t owner, gid_t group) {
-  const std::string path = directory_.write("staged/" + component + installPath, content);
+  std::string path = directory_.write("staged/" + component + installPath, content);
   setAttributes(path, mode, owner, group);
   return path;
 }
 
 std::string BundleMaker::stageDirectory(const std::string& component, const std::string& installPath, mode_t mode,
                                         uid_t owner, gid_t group) {
-  const std::string path = directory_.makeDirectory("staged/" + component + installPath);
+  std::string path = directory_.makeDirectory("staged/" + component + installPath);
   setAttributes(path, mode, owner, group);
   return path;
 }
 
 std::string BundleMaker::stageLink(const std::string& component, const std::string& installPath,
                                    const std::string& target, uid_t owner, gid_t group) {
-  const std::string path = stagedPath(component, installPath);
+  std::string path = stagedPath(component, installPath);
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   require(symlink(target.c_str(), path.c_str()) == 0 && lchown(path.c_str(), owner, group) == 0, path);
   return path;

@@ -1,5 +1,6 @@
 #include "tests/support/CapturedLog.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -29,7 +30,8 @@ std::vector<LoggedMessage> parseLog(std::string_view standardError) {
   return messages;
 }
 
-CapturedLog::CapturedLog() : capture_(memfd_create("captured log", MFD_CLOEXEC)), original_(dup(STDERR_FILENO)) {
+CapturedLog::CapturedLog()
+    : capture_(memfd_create("captured log", MFD_CLOEXEC)), original_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)) {
   if (capture_ < 0 || original_ < 0 || dup2(capture_, STDERR_FILENO) < 0) {
     throw std::runtime_error("cannot capture standard error");
   }

@@ -32,7 +32,7 @@ class TemporaryDirectory {
   [[nodiscard]] std::string path(std::string_view below) const { return path_ + "/" + std::string(below); }
   /// Writes a file below the folder, making its parents; returns its path.
   std::string write(std::string_view below, std::string_view content) const {
-    const std::string file = path(below);
+    std::string file = path(below);
     std::filesystem::create_directories(std::filesystem::path(file).parent_path());
     std::ofstream(file, std::ios::binary) << content;
     return file;

@@ -31,7 +31,7 @@ using EntryFields = std::vector<std::pair<std::string, PropertyList>>;
 // "/", "Library", the folder, the file's name: what lies deeper is no service.
 constexpr std::size_t kComponentsOfServicePath = 4;
 
-EntryFields entryFor(std::string installPath, const ItemAttributes& attributes, bool isDirectory) {
+EntryFields entryFor(const std::string& installPath, const ItemAttributes& attributes, bool isDirectory) {
   EntryFields fields;
   fields.reserve(8);
   fields.emplace_back(foundation::kFileOwnerAccountID, std::int64_t{attributes.owner});
@@ -39,7 +39,7 @@ EntryFields entryFor(std::string installPath, const ItemAttributes& attributes, 
   fields.emplace_back(foundation::kFilePosixPermissions, std::int64_t{attributes.permissions});
   fields.emplace_back(kManifestIsDirectory, isDirectory);
   fields.emplace_back(kManifestIsSymbolicLink, attributes.isSymbolicLink());
-  fields.emplace_back(kManifestFilePath, std::move(installPath));
+  fields.emplace_back(kManifestFilePath, installPath);
   return fields;
 }
 
@@ -95,11 +95,11 @@ bool ComponentScan::scan(const std::string& directory) {
 }
 
 void ComponentScan::addDirectory(const std::string& directory, const ItemAttributes& attributes) {
-  std::string installPath = installPathOf(directory);
+  const std::string installPath = installPathOf(directory);
   if (QVNInstallerManifest::restrictedPaths().contains(installPath)) {
     return;
   }
-  EntryFields fields = entryFor(std::move(installPath), attributes, true);
+  EntryFields fields = entryFor(installPath, attributes, true);
   // A tree may be scanned through a link to its root; the link is no part of it.
   std::ranges::find(fields, kManifestIsSymbolicLink, &EntryFields::value_type::first)->second = false;
   manifest_.files.push_back(PropertyList::dictionary(std::move(fields)));

@@ -45,6 +45,14 @@ std::vector<ComponentDescription> distinctComponents(const BundleDescription& de
   return components;
 }
 
+// A bundle in the making would be scanned into itself.
+bool liesBelow(const std::string& path, const std::string& folder) {
+  std::error_code error;
+  const auto inner = std::filesystem::canonical(path, error);
+  const auto outer = error ? std::filesystem::path() : std::filesystem::canonical(folder, error);
+  return !error && std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
 }  // namespace
 
 BundleBuilder::BundleBuilder(const BundleDescription& description, Settings settings, Problems& problems,
@@ -119,6 +127,12 @@ void BundleBuilder::examineComponents() {
   all.reserve(components.size());
   for (const ComponentDescription& component : components) {
     StagedFolder staged = examineStagedFolder(description_, component, problems_);
+    if (liesBelow(settings_.output, component.stagedFolder)) {
+      problems_.error(
+          {settings_.output, "",
+           foundation::format("the output folder lies in the staged folder of component %@", component.name),
+           "choose a folder outside"});
+    }
     files_ += staged.files * component.products.size();
     bytes_ += staged.bytes * component.products.size();
     if (component.authoringPlist) {

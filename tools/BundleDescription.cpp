@@ -13,7 +13,6 @@
 
 namespace bundletool {
 
-using foundation::PropertyList;
 namespace paths = foundation::paths;
 using Need = CheckedDictionary::Need;
 

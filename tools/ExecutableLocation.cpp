@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "general/foundation/Paths.h"
@@ -17,7 +18,7 @@ std::string folderOfExecutable(std::string_view startedAs) {
   const char* const variable = std::getenv("PATH");
   std::string_view folders = variable != nullptr ? variable : "";
   while (!folders.empty()) {
-    const std::string folder(folders.substr(0, folders.find(':')));
+    std::string folder(folders.substr(0, folders.find(':')));
     if (access(paths::append(folder, startedAs).c_str(), X_OK) == 0) {
       return folder;
     }

@@ -369,6 +369,14 @@ TEST_F(Refusal, OfProductsOfTheOptionsWithoutCrossGradesOrWithoutComponents) {
   EXPECT_TRUE(refuses("Options.plist", "Products.P.CrossGrades[0].AllowCrossGrades", "wrong kind"));
 }
 
+TEST_F(Refusal, OfAnOutputInAStagedFolder) {
+  describeCore("StagedFolder", path("."));
+  EXPECT_TRUE(refuses("out", "", "lies in the staged folder of component Core"));
+  stage("f", "f", "out");
+  describeCore("StagedFolder", "Staged/out");
+  EXPECT_TRUE(build()) << "a name that begins alike is another folder";
+}
+
 TEST_F(Refusal, OfAnOutputThatIsMissingOrTaken) {
   ASSERT_TRUE(build());
   EXPECT_TRUE(refuses("out/Installer.app", "", "there already"));

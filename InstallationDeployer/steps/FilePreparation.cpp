@@ -93,13 +93,14 @@ std::optional<FilePreparation::Prepared> FilePreparation::release(std::size_t in
 
 void FilePreparation::run(BufferAllowance& allowance, std::size_t keptBytes) {
   std::optional<PayloadFileReader> reader;
+  PreparedFile::WaitingPlace place;
   while (const auto index = claim()) {
     std::optional<Prepared> prepared;
     try {
       if (!reader) {
         reader.emplace(allowance, keptBytes);
       }
-      prepared = prepare(*index, *reader);
+      prepared = prepare(*index, *reader, place);
     } catch (const std::exception&) {
       // Out of memory: the owner tries again when the file's turn comes.
     }
@@ -121,7 +122,8 @@ std::optional<std::size_t> FilePreparation::claim() {
 
 bool FilePreparation::hasRoomFor(std::size_t index) const { return index < taken_ + slots_.size(); }
 
-std::optional<FilePreparation::Prepared> FilePreparation::prepare(std::size_t index, PayloadFileReader& reader) const {
+std::optional<FilePreparation::Prepared> FilePreparation::prepare(std::size_t index, PayloadFileReader& reader,
+                                                                  PreparedFile::WaitingPlace& place) const {
   auto file = chooser_(index);
   if (!file) {
     return std::nullopt;
@@ -130,7 +132,7 @@ std::optional<FilePreparation::Prepared> FilePreparation::prepare(std::size_t in
   if (!content || content->checksum() != file->checksum) {
     return std::nullopt;
   }
-  auto prepared = PreparedFile::prepare(file->destination, content->bytes(), file->attributes);
+  auto prepared = PreparedFile::prepare(file->destination, content->bytes(), file->attributes, place);
   if (!prepared) {
     return std::nullopt;
   }

@@ -67,7 +67,8 @@ class FilePreparation {
   void run(BufferAllowance& allowance, std::size_t keptBytes);
   [[nodiscard]] std::optional<std::size_t> claim();
   [[nodiscard]] bool hasRoomFor(std::size_t index) const;
-  [[nodiscard]] std::optional<Prepared> prepare(std::size_t index, PayloadFileReader& reader) const;
+  [[nodiscard]] std::optional<Prepared> prepare(std::size_t index, PayloadFileReader& reader,
+                                                foundation::PreparedFile::WaitingPlace& place) const;
   void deliver(std::size_t index, std::optional<Prepared> prepared);
   void waitFor(std::size_t index);
   [[nodiscard]] std::optional<Prepared> release(std::size_t index);

@@ -40,12 +40,16 @@ int openNewFile(const std::string& folder, std::string& temporaryPath) {
 }
 
 // The folder itself may be made only later; any of its parents lies on the same file system as a rule.
-int openInNearestFolder(const std::string& destination, std::string& temporaryPath) {
-  std::string folder = folderOf(destination);
+int openInNearestFolder(const std::string& destination, PreparedFile::WaitingPlace& place, std::string& temporaryPath) {
+  const std::string wanted = folderOf(destination);
+  std::string folder = wanted == place.missingFolder ? place.nearestFolder : wanted;
   int file = openNewFile(folder, temporaryPath);
   while (file < 0 && errno == ENOENT && folder != "/" && folder != ".") {
     folder = folderOf(folder);
     file = openNewFile(folder, temporaryPath);
+    if (file >= 0) {
+      place = {wanted, folder};
+    }
   }
   return file;
 }
@@ -91,11 +95,17 @@ void PreparedFile::discard() noexcept {
 
 Result<PreparedFile> PreparedFile::prepare(const std::string& destination, std::span<const std::byte> content,
                                            const FileAttributes& attributes) {
+  WaitingPlace place;
+  return prepare(destination, content, attributes, place);
+}
+
+Result<PreparedFile> PreparedFile::prepare(const std::string& destination, std::span<const std::byte> content,
+                                           const FileAttributes& attributes, WaitingPlace& place) {
   if (destination.empty() || destination.find('\0') != std::string::npos) {
     return fileError(destination.empty() ? ENOENT : EINVAL, Access::Write, destination);
   }
   std::string temporaryPath;
-  Descriptor file(openInNearestFolder(destination, temporaryPath));
+  Descriptor file(openInNearestFolder(destination, place, temporaryPath));
   if (!file.isOpen()) {
     return fileError(errno, Access::Write, destination);
   }

@@ -21,9 +21,18 @@ namespace foundation {
 /// ahead bounds how many.
 class PreparedFile {
  public:
+  /// Where files wait whose folder does not exist yet. Kept from file to file by who prepares many, so that the nearest
+  /// folder is looked for once per missing folder and not once per file. For one thread.
+  struct WaitingPlace {
+    std::string missingFolder;
+    std::string nearestFolder;
+  };
+
   /// @param attributes absent ones are the process's owner and group and mode 0644.
   [[nodiscard]] static Result<PreparedFile> prepare(const std::string& destination, std::span<const std::byte> content,
                                                     const FileAttributes& attributes);
+  [[nodiscard]] static Result<PreparedFile> prepare(const std::string& destination, std::span<const std::byte> content,
+                                                    const FileAttributes& attributes, WaitingPlace& place);
   PreparedFile(PreparedFile&& other) noexcept;
   PreparedFile& operator=(PreparedFile&& other) noexcept;
   PreparedFile(const PreparedFile&) = delete;

@@ -11,7 +11,6 @@
 namespace {
 
 using bundletool::BundleContents;
-using bundletool::Problems;
 using foundation::PropertyList;
 
 constexpr const char* kDigestOfAbc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";

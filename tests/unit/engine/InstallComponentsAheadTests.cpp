@@ -7,7 +7,6 @@
 
 namespace {
 
-using foundation::PropertyList;
 using tests::CapturedLog;
 
 constexpr int kManyFiles = 500;
@@ -67,6 +66,7 @@ class InstallComponentsAhead : public tests::InstallComponentsTest {
 
   Entries files(int from, int to, const std::string& folder = "") {
     Entries entries;
+    entries.reserve(static_cast<std::size_t>(to - from));
     for (int number = from; number < to; ++number) {
       entries.push_back(file(folder + "/" + name(number), contentOfFile(number), attributes(0640, 501, 20)));
     }
@@ -97,6 +97,7 @@ TEST_F(InstallComponentsAhead, FilesAppearInTheOrderOfTheManifest) {
   const CapturedLog log;
   EXPECT_TRUE(installComponents({"Core"}));
   std::vector<std::string> expected;
+  expected.reserve(kManyFiles);
   for (int number = 0; number < kManyFiles; ++number) {
     expected.push_back(name(number));
   }

@@ -43,6 +43,7 @@ TEST(BufferAllowance, WhatIsInUseNeverExceedsTheAllowance) {
   std::atomic<bool> exceeded = false;
   {
     std::vector<NamedThread> threads;
+    threads.reserve(4);
     for (std::size_t thread = 0; thread < 4; ++thread) {
       threads.emplace_back("user", [&, thread] {
         for (std::size_t round = 0; round < 1000; ++round) {
@@ -105,6 +106,7 @@ TEST(PayloadFileReader, LargeFilesOfSeveralReadersShareOneAllowance) {
   std::atomic<int> good = 0;
   {
     std::vector<NamedThread> threads;
+    threads.reserve(4);
     for (int thread = 0; thread < 4; ++thread) {
       threads.emplace_back("reader", [&] {
         PayloadFileReader reader(allowance, 4096);

@@ -45,7 +45,7 @@ class InstallComponentsTest : public StepTest {
 
   /// Puts content into the component's payload; returns its checksum.
   std::string addPayload(std::string_view content, const std::string& component = "Core") {
-    const std::string checksum = checksumOf(content);
+    std::string checksum = checksumOf(content);
     writeFile(payload(component) + "/" + checksum, content);
     return checksum;
   }

@@ -10,7 +10,6 @@
 namespace {
 
 using deployer::DiskSpace;
-using foundation::PropertyList;
 using tests::CapturedLog;
 using tests::mentions;
 

@@ -14,24 +14,26 @@ namespace {
 
 // Every prepared file holds a descriptor, and processes may have as few as 256.
 constexpr std::size_t kFilesAhead = 64;
-// Waking a thread for every file costs as much as preparing a small one. The owner sleeps until this many are ready,
-// and helpers that are too far ahead until there is room for as many. Well below half of kFilesAhead, so that nobody
-// sleeps for what only a sleeper can do.
+// Waking a thread for every file costs as much as preparing a small one: helpers that are too far ahead sleep until
+// there is room for this many.
 constexpr std::size_t kFilesPerWaking = 16;
-static_assert(kFilesAhead >= 3 * kFilesPerWaking);
 
 constexpr std::size_t kNothingAwaited = std::numeric_limits<std::size_t>::max();
 
 }  // namespace
 
-FilePreparation::FilePreparation(std::size_t count, Chooser chooser, unsigned helpers, BufferAllowance& allowance,
-                                 std::size_t keptBytes)
-    : count_(count), chooser_(std::move(chooser)), slots_(kFilesAhead), awaited_(kNothingAwaited) {
+FilePreparation::FilePreparation(std::size_t count, Chooser chooser, unsigned helpers, PayloadFileReader& reader,
+                                 BufferAllowance& allowance, std::size_t keptBytes)
+    : count_(count),
+      chooser_(std::move(chooser)),
+      ownersReader_(reader),
+      slots_(kFilesAhead),
+      awaited_(kNothingAwaited) {
   threads_.reserve(helpers);
   try {
     for (unsigned helper = 0; helper < helpers; ++helper) {
       threads_.emplace_back("file preparation " + std::to_string(helper + 1),
-                            [this, &allowance, keptBytes] { run(allowance, keptBytes); });
+                            [this, &allowance, keptBytes] { help(allowance, keptBytes); });
     }
   } catch (const std::system_error&) {
     // Those that could be started do the work, or else the owner does.
@@ -57,15 +59,16 @@ void FilePreparation::giveUp() {
 }
 
 std::optional<FilePreparation::Prepared> FilePreparation::takeNext() {
-  const std::size_t index = taken_;
-  std::size_t unclaimed = index;
-  if (stopping_ || next_.compare_exchange_strong(unclaimed, index + 1)) {
-    taken_ = index + 1;
+  if (stopping_) {
     return std::nullopt;
   }
-  if (!slot(index).ready) {
-    waitFor(std::min(index + kFilesPerWaking, count_) - 1);
-    waitFor(index);
+  const std::size_t index = taken_;
+  while (!slot(index).ready) {
+    if (const auto claimed = claimWithoutWaiting()) {
+      process(*claimed, ownersReader_, ownersPlace_);
+    } else {
+      waitFor(index);
+    }
   }
   return release(index);
 }
@@ -91,20 +94,15 @@ std::optional<FilePreparation::Prepared> FilePreparation::release(std::size_t in
   return prepared;
 }
 
-void FilePreparation::run(BufferAllowance& allowance, std::size_t keptBytes) {
-  std::optional<PayloadFileReader> reader;
-  PreparedFile::WaitingPlace place;
-  while (const auto index = claim()) {
-    std::optional<Prepared> prepared;
-    try {
-      if (!reader) {
-        reader.emplace(allowance, keptBytes);
-      }
-      prepared = prepare(*index, *reader, place);
-    } catch (const std::exception&) {
-      // Out of memory: the owner tries again when the file's turn comes.
+void FilePreparation::help(BufferAllowance& allowance, std::size_t keptBytes) {
+  try {
+    PayloadFileReader reader(allowance, keptBytes);
+    PreparedFile::WaitingPlace place;
+    while (const auto index = claim()) {
+      process(*index, reader, place);
     }
-    deliver(*index, std::move(prepared));
+  } catch (const std::exception&) {
+    // Too little memory to begin with, so nothing is claimed: the others do the work.
   }
 }
 
@@ -120,7 +118,35 @@ std::optional<std::size_t> FilePreparation::claim() {
   return stopping_ ? std::nullopt : std::optional(index);
 }
 
+std::optional<std::size_t> FilePreparation::claimWithoutWaiting() {
+  std::size_t index = next_;
+  while (index < count_ && hasRoomFor(index)) {
+    if (next_.compare_exchange_weak(index, index + 1)) {
+      return index;
+    }
+  }
+  return std::nullopt;
+}
+
 bool FilePreparation::hasRoomFor(std::size_t index) const { return index < taken_ + slots_.size(); }
+
+void FilePreparation::process(std::size_t index, PayloadFileReader& reader, PreparedFile::WaitingPlace& place) {
+  std::optional<Prepared> prepared;
+  try {
+    prepared = prepare(index, reader, place);
+  } catch (const std::exception&) {
+    // Out of memory: the owner tries again when the file's turn comes.
+  }
+  Slot& done = slot(index);
+  if (!stopping_) {
+    done.prepared = std::move(prepared);
+  }
+  done.ready = true;
+  if (awaited_ == index) {
+    const std::lock_guard lock(mutex_);
+    delivered_.notify_one();
+  }
+}
 
 std::optional<FilePreparation::Prepared> FilePreparation::prepare(std::size_t index, PayloadFileReader& reader,
                                                                   PreparedFile::WaitingPlace& place) const {
@@ -137,18 +163,6 @@ std::optional<FilePreparation::Prepared> FilePreparation::prepare(std::size_t in
     return std::nullopt;
   }
   return Prepared{std::move(prepared).value(), std::move(file->destination)};
-}
-
-void FilePreparation::deliver(std::size_t index, std::optional<Prepared> prepared) {
-  Slot& delivered = slot(index);
-  if (!stopping_) {
-    delivered.prepared = std::move(prepared);
-  }
-  delivered.ready = true;
-  if (awaited_ == index) {
-    const std::lock_guard lock(mutex_);
-    delivered_.notify_one();
-  }
 }
 
 }  // namespace deployer

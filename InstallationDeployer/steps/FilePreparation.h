@@ -25,8 +25,9 @@ struct PayloadFile {
   foundation::FileAttributes attributes;
 };
 
-/// Prepares the payload files of one list ahead of time on helper threads: reads, verifies and writes them, with their
-/// attributes, under no name. Their owner takes them in the order of the list and publishes them; nothing shows before.
+/// Prepares the payload files of one list ahead of time, on helper threads and on the owner's thread instead of
+/// waiting: reads, verifies and writes them, with their attributes, under no name. Their owner takes them in the order
+/// of the list and publishes them; nothing shows before.
 ///
 /// Preparing ahead is a chance, never a verdict: whatever fails here is done again by the owner when its turn comes, so
 /// that failures show in order and a folder that is missing yet is there by then. How far the helpers run ahead is
@@ -43,15 +44,16 @@ class FilePreparation {
 
   /// Starts the helpers, fewer when the system does not give as many.
   /// @param count length of the list.
+  /// @param reader what the owner's thread reads with; it outlives this.
   /// @param keptBytes memory each helper keeps for its buffer; see PayloadFileReader.
-  FilePreparation(std::size_t count, Chooser chooser, unsigned helpers, BufferAllowance& allowance,
-                  std::size_t keptBytes);
+  FilePreparation(std::size_t count, Chooser chooser, unsigned helpers, PayloadFileReader& reader,
+                  BufferAllowance& allowance, std::size_t keptBytes);
   ~FilePreparation();
   FilePreparation(const FilePreparation&) = delete;
   FilePreparation& operator=(const FilePreparation&) = delete;
 
-  /// The file of the next index, from 0 on, waiting for a helper that is busy with it; nothing when the caller must do
-  /// it itself.
+  /// The file of the next index, from 0 on, waiting for a helper that is busy with it; nothing when it was not to be
+  /// prepared or could not be.
   [[nodiscard]] std::optional<Prepared> takeNext();
   /// Throws away what is prepared and prepares no more; from now on the caller does everything itself. Waits for
   /// nobody.
@@ -64,18 +66,21 @@ class FilePreparation {
     std::optional<Prepared> prepared;
   };
 
-  void run(BufferAllowance& allowance, std::size_t keptBytes);
+  void help(BufferAllowance& allowance, std::size_t keptBytes);
   [[nodiscard]] std::optional<std::size_t> claim();
+  [[nodiscard]] std::optional<std::size_t> claimWithoutWaiting();
   [[nodiscard]] bool hasRoomFor(std::size_t index) const;
+  void process(std::size_t index, PayloadFileReader& reader, foundation::PreparedFile::WaitingPlace& place);
   [[nodiscard]] std::optional<Prepared> prepare(std::size_t index, PayloadFileReader& reader,
                                                 foundation::PreparedFile::WaitingPlace& place) const;
-  void deliver(std::size_t index, std::optional<Prepared> prepared);
   void waitFor(std::size_t index);
   [[nodiscard]] std::optional<Prepared> release(std::size_t index);
   [[nodiscard]] Slot& slot(std::size_t index) { return slots_[index % slots_.size()]; }
 
   const std::size_t count_;
   const Chooser chooser_;
+  PayloadFileReader& ownersReader_;
+  foundation::PreparedFile::WaitingPlace ownersPlace_;
   std::vector<Slot> slots_;
   std::atomic<std::size_t> next_ = 0;   // everything below was claimed by somebody
   std::atomic<std::size_t> taken_ = 0;  // everything below was taken

@@ -38,7 +38,8 @@ constexpr unsigned kMostHelpers = 4;
 constexpr std::size_t kKeptBufferBytes = std::size_t{128} << 20;
 constexpr std::size_t kLargeFileBytes = std::size_t{128} << 20;
 
-unsigned usefulHelpers() { return std::clamp(std::thread::hardware_concurrency(), 1U, kMostHelpers); }
+// The thread that publishes prepares files, too, instead of waiting for them.
+unsigned usefulHelpers() { return std::clamp(std::thread::hardware_concurrency(), 1U, kMostHelpers + 1) - 1; }
 
 std::size_t keptBytesPerThread(unsigned helpers) { return kKeptBufferBytes / (helpers + 1); }
 
@@ -260,7 +261,7 @@ void QVNInstallComponentsStrategy::prepareAhead(const PropertyList& manifest, co
         const bool kept = keepsModifiable && boolForKey(entry, kManifestIsModifiableFile);
         return kept ? std::nullopt : payloadFileFor(entry, component);
       },
-      helpers_, allowance_, keptBytesPerThread(helpers_));
+      helpers_, reader_, allowance_, keptBytesPerThread(helpers_));
 }
 
 std::optional<PayloadFile> QVNInstallComponentsStrategy::payloadFileFor(const PropertyList& entry,

@@ -31,12 +31,19 @@ constexpr std::string_view kSystemVolume = "/";
 constexpr std::string_view kSystemFolder = "/System/";
 constexpr std::string_view kCopyFileSelector = "copyFileWithManifestInfo:forComponent:source:destination:attributes:";
 
-// Below this, starting the helpers takes longer than what they save.
+// With fewer files and fewer bytes than this, starting the helpers takes longer than what they save.
 constexpr std::size_t kEntriesWorthHelpers = 8;
+constexpr std::int64_t kBytesWorthHelpers = std::int64_t{1} << 20;
 constexpr unsigned kMostHelpers = 4;
 // Buffers that stay with their thread, all together, and what larger files may take on top of them.
 constexpr std::size_t kKeptBufferBytes = std::size_t{128} << 20;
 constexpr std::size_t kLargeFileBytes = std::size_t{128} << 20;
+
+bool isWorthHelpers(const PropertyList& manifest) {
+  const std::size_t entries = manifest[kManifestListOfFiles].count();
+  const bool large = manifest[kManifestComponentSize].integer().value_or(0) >= kBytesWorthHelpers;
+  return entries >= kEntriesWorthHelpers || (large && entries > 1);
+}
 
 // The thread that publishes prepares files, too, instead of waiting for them.
 unsigned usefulHelpers() { return std::clamp(std::thread::hardware_concurrency(), 1U, kMostHelpers + 1) - 1; }
@@ -251,7 +258,7 @@ bool QVNInstallComponentsStrategy::isKeptAsItIs(const PropertyList& entry) const
 
 void QVNInstallComponentsStrategy::prepareAhead(const PropertyList& manifest, const Component& component) {
   const PropertyList& entries = manifest[kManifestListOfFiles];
-  if (ahead_ || entries.count() < kEntriesWorthHelpers) {
+  if (ahead_ || !isWorthHelpers(manifest)) {
     return;
   }
   ahead_.emplace(

@@ -11,7 +11,7 @@ for option in "$@"; do
   case "$option" in
     --with-lint) packages="$packages clang-format clang-tidy" ;;
     --with-benchmarks) packages="$packages rpm dpkg-dev time" ;;
-    --with-fuzz) packages="$packages clang" ;;
+    --with-fuzz) packages="$packages clang libclang-rt-14-dev" ;;
     --help) usage; exit 0 ;;
     *) usage >&2; exit 2 ;;
   esac

@@ -50,6 +50,7 @@ void prepareForUnattendedRun() {
     }
   }
   setSignalAction(SIGPIPE, SIG_IGN);
+  setSignalAction(SIGXFSZ, SIG_IGN);
   // Who started the engine may have ignored it, and then the system keeps no exit status of children.
   setSignalAction(SIGCHLD, SIG_DFL);
 }

@@ -13,7 +13,8 @@ namespace platform::self {
 [[nodiscard]] int processIdentifier();
 
 /// Makes the process safe to run unattended: standard descriptors that are closed are connected to the null device (so
-/// that no file opened later is mistaken for one), and writing to a reader that went away is an error, not a death.
+/// that no file opened later is mistaken for one), and writing to a reader that went away or beyond the limit for the
+/// size of a file is an error, not a death.
 void prepareForUnattendedRun();
 
 }  // namespace platform::self

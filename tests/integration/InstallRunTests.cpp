@@ -1,3 +1,4 @@
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -225,6 +226,20 @@ TEST_F(InstallRun, FullVolumeFailsWithoutHalfAFile) {
   for (const SnapshotEntry& entry : root().snapshot("/opt")) {
     EXPECT_TRUE(entry.path == "/opt" || entry.size == 5 || entry.size == 24U << 20) << entry;
   }
+}
+
+TEST_F(InstallRun, FileBeyondTheSizeLimitOfTheProcessIsAnErrorAndDoesNotShow) {
+  bundle().stageFile("Core", "/opt/a-small", "small");
+  bundle().stageFile("Core", "/opt/b-large", std::string(std::size_t{1} << 20, 'x'));
+  bundle().addComponent("Core", "1", kProduct);
+  deliverBundle();
+  support::RunOptions options;
+  options.limits = {{RLIMIT_FSIZE, rlim_t{64} << 10}};
+  const auto outcome = install(options);
+  EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Error writing: ")) << outcome.standardError;
+  EXPECT_EQ(root().readFile("/opt/a-small"), "small");
+  EXPECT_FALSE(root().exists("/opt/b-large"));
 }
 
 TEST_F(InstallRun, DataIsOnDiskBeforeTheReceiptVouchesForIt) {

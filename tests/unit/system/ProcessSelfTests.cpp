@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -112,6 +113,21 @@ TEST(PrepareForUnattendedRun, MakesAReaderThatWentAwayAnError) {
     }
     close(ends[0]);
     return write(ends[1], "x", 1) == -1 && errno == EPIPE ? 0 : 1;
+  });
+  EXPECT_EQ(result, 0);
+}
+
+TEST(PrepareForUnattendedRun, MakesAFileBeyondTheSizeLimitAnError) {
+  const tests::TemporaryDirectory directory;
+  const int result = runInChild([&directory] {
+    signal(SIGXFSZ, SIG_DFL);
+    self::prepareForUnattendedRun();
+    const rlimit nothing{0, 0};
+    const int file = open(directory.path("file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    if (file < 0 || setrlimit(RLIMIT_FSIZE, &nothing) != 0) {
+      return 2;
+    }
+    return write(file, "x", 1) == -1 && errno == EFBIG ? 0 : 1;
   });
   EXPECT_EQ(result, 0);
 }

@@ -20,12 +20,16 @@ namespace {
 // Distinguishes what a receipt process announces from what an installer at the same place announces.
 constexpr std::string_view kReceiptNotificationSuffix = ".receipt";
 
-std::vector<std::string> keysOf(const foundation::PropertyList& dictionary) {
+/// The keys as an array; nil when there is no dictionary.
+foundation::PropertyList keysOf(const foundation::PropertyList& dictionary) {
+  if (!dictionary.isDictionary()) {
+    return {};
+  }
   std::vector<std::string> keys;
   for (const auto& entry : dictionary.entries()) {
     keys.emplace_back(entry.key);
   }
-  return keys;
+  return foundation::PropertyList(keys);
 }
 
 }  // namespace

@@ -76,6 +76,14 @@ TEST_F(InstallController, FirstDetectedProductOfSeveralIsChosen) {
   EXPECT_TRUE(log.contains("Debug", "Product detected to install: B"));
 }
 
+TEST_F(InstallController, MissingIndexFailsTheRunWithNoProductsAtAll) {
+  QVNInstallController controller(installOf(std::nullopt));
+  const tests::CapturedLog log;
+  controller.startController();
+  EXPECT_EQ(controller.installerState(), QVNInstallerStateFailed);
+  EXPECT_TRUE(log.contains("Error", "Unable to select product. Products = (null)"));
+}
+
 TEST_F(InstallController, NoDetectedProductFailsTheRun) {
   writeIndex(dictionary({{"Products", dictionary({{"A", product({})}, {"B", product({})}})},
                          {"ProductDetectionList", array({detection("A", array({"/nowhere"}))})}}));

@@ -9,6 +9,9 @@ namespace deployer {
 
 void cleanupFailedInstall() {
   const std::string path = foundation::paths::append(kQVNInstallerReceiptPath, kQVNInstallerTemporaryName);
+  if (!foundation::files::attributesOfItem(path)) {
+    return;
+  }
   const auto removed = foundation::files::removeItem(path);
   if (!removed && !removed.error().isNoSuchFile()) {
     logging::error("Failed to remove temp directory %@. %@", path, removed.error());

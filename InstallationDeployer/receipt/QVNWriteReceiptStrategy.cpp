@@ -29,6 +29,13 @@ Status removeIfPresent(const std::string& path) {
   return !removed && removed.error().isNoSuchFile() ? Status() : removed;
 }
 
+/// Compares the folders themselves: a path may be relative or lead through links.
+bool liesDirectlyIn(const std::string& folder, const std::string& item) {
+  const auto expected = files::attributesOfTarget(folder);
+  const auto actual = files::attributesOfTarget(paths::append(item, ".."));
+  return expected && actual && expected->device == actual->device && expected->inode == actual->inode;
+}
+
 bool isPresent(const std::string& path) { return files::attributesOfItem(path).ok(); }
 
 }  // namespace
@@ -68,7 +75,7 @@ std::string QVNWriteReceiptStrategy::stagingPath() const {
 bool QVNWriteReceiptStrategy::stageBundle(const std::string& bundlePath) {
   const bool hasPayload = foundation::NSDictionaryExtensions::boolForKey(manifest().manifestIndex(),
                                                                          kManifestIndexReceiptHasPayloadContents);
-  if (!makeStagingFolder()) {
+  if (!makeStagingFolder(bundlePath)) {
     return false;
   }
   // A file that could not be copied has been logged and has set the state; a receipt with a gap still serves better
@@ -79,9 +86,10 @@ bool QVNWriteReceiptStrategy::stageBundle(const std::string& bundlePath) {
   return makeExecutablesRunnable();
 }
 
-bool QVNWriteReceiptStrategy::makeStagingFolder() {
-  // A run that was killed may have left a part of another bundle here.
-  Status made = removeIfPresent(temporaryPath());
+bool QVNWriteReceiptStrategy::makeStagingFolder(const std::string& bundlePath) {
+  // A run that was killed may have left a part of another bundle here. A run that failed left a whole one, and when
+  // that is what runs now, it is the only copy there is.
+  Status made = liesDirectlyIn(temporaryPath(), bundlePath) ? Status() : removeIfPresent(temporaryPath());
   if (made) {
     made = files::createDirectory(stagingPath(), true, kDefaultDirectoryAttributes);
   }

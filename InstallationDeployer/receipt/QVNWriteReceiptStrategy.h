@@ -42,7 +42,7 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] std::string stagingPath() const;
 
   bool stageBundle(const std::string& bundlePath);
-  bool makeStagingFolder();
+  bool makeStagingFolder(const std::string& bundlePath);
   bool makeExecutablesRunnable();
   bool publishStagedReceipt();
   bool removeExistingReceipt();

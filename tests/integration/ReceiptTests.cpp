@@ -164,6 +164,35 @@ TEST_F(Receipt, RunningFromTheReceiptLocationLeavesTheReceiptUntouched) {
   EXPECT_EQ(root().snapshot(kLocation), before);
 }
 
+TEST_F(Receipt, ABundleThatAFailedRunLeftInStagingCanWriteItsOwnReceipt) {
+  ASSERT_TRUE(root()
+                  .shell("mkdir -p '" + kTemporary + "' && mv '" + std::string(kBundle) + "' '" + kStaging + "'")
+                  .succeeded());
+  const Outcome outcome = root().run({kDriver, "write-receipt", kStaging, kProduct, "Core"});
+  EXPECT_EQ(outcome.standardOutput, kSucceeded) << outcome.standardError;
+  EXPECT_EQ(root().readFile(kReceipt + "/Contents/MacOS/InstallationDeployer"), "engine");
+  EXPECT_FALSE(root().exists(kTemporary));
+}
+
+TEST_F(Receipt, ABundleInStagingIsRecognisedHoweverItsPathIsWritten) {
+  ASSERT_TRUE(root()
+                  .shell("mkdir -p '" + kTemporary + "' && mv '" + std::string(kBundle) + "' '" + kStaging + "'")
+                  .succeeded());
+  const Outcome outcome =
+      root().shell("cd '" + kStaging + "/Contents/MacOS' && " + kDriver + " write-receipt ../.. " + kProduct + " Core");
+  EXPECT_EQ(outcome.standardOutput, kSucceeded) << outcome.standardError;
+  EXPECT_EQ(root().readFile(kReceipt + "/Contents/MacOS/InstallationDeployer"), "engine");
+}
+
+TEST_F(Receipt, AReceiptThatAKilledRunMovedAsideIsNotRemovedWhileItRuns) {
+  const std::string aside = kTemporary + "/Replaced.app";
+  ASSERT_TRUE(
+      root().shell("mkdir -p '" + kTemporary + "' && mv '" + std::string(kBundle) + "' '" + aside + "'").succeeded());
+  const Outcome outcome = root().run({kDriver, "write-receipt", aside, kProduct, "Core"});
+  EXPECT_EQ(outcome.standardOutput, kSucceeded) << outcome.standardError;
+  EXPECT_EQ(root().readFile(kReceipt + "/Contents/MacOS/InstallationDeployer"), "engine");
+}
+
 TEST_F(Receipt, AnEmptyPlanLeavesTheReceiptLocationUntouched) {
   makeOldReceipt();
   root().writeFile(kTemporary + "/file", "x");
@@ -188,6 +217,13 @@ TEST_F(Receipt, AnEarlierFailureWithNothingToCleanUpIsSilent) {
   EXPECT_EQ(outcome.standardOutput, "success=0 state=0 published=\n");
   EXPECT_FALSE(loggedAnything(outcome, "Error"));
   EXPECT_FALSE(root().exists(kLocation));
+}
+
+TEST_F(Receipt, AFileInPlaceOfTheReceiptLocationLeavesNothingToCleanUp) {
+  root().writeFile(kLocation, "a file");
+  const Outcome outcome = writeReceipt({"--failed", "Core"});
+  EXPECT_EQ(outcome.standardOutput, "success=0 state=0 published=\n");
+  EXPECT_FALSE(loggedAnything(outcome, "Error")) << outcome.standardError;
 }
 
 TEST_F(Receipt, ACleanUpThatFailsIsLogged) {

@@ -37,7 +37,7 @@ int failWithUsage() {
   return kUsageExitCode;
 }
 
-std::optional<std::string> bundlePathFromExecutablePath(const std::string& executablePath) {
+std::string bundlePathFromExecutablePath(const std::string& executablePath) {
   return foundation::paths::standardize(foundation::paths::append(executablePath, kFromExecutableToBundle));
 }
 

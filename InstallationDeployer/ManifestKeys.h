@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-/// The keys of the manifest index, the component manifests and the plists they are authored from. Nothing else spells a key
-/// out. The keys of file attributes are foundation's: see general/foundation/FileAttributes.h.
+/// The keys of the manifest index, the component manifests and the plists they are authored from. Nothing else spells a
+/// key out. The keys of file attributes are foundation's: see general/foundation/FileAttributes.h.
 namespace deployer {
 
 // Manifest index, top level.

@@ -5,8 +5,8 @@
 
 namespace deployer {
 
-/// What a run was asked to do: the options of the command line and what the controller learned from the machine. A plain
-/// value; a fresh one asks for nothing. Used by the main thread only.
+/// What a run was asked to do: the options of the command line and what the controller learned from the machine. A
+/// plain value; a fresh one asks for nothing. Used by the main thread only.
 class QVNInstallConfiguration {
  public:
   [[nodiscard]] bool install() const { return install_; }

@@ -28,8 +28,7 @@ class QVNInstallController : public InstallRun {
 
   void startController();
 
-  // --- What steps and watchers use
-  // ---------------------------------------------------------------------------------------
+  // What steps and watchers use.
   [[nodiscard]] QVNInstallConfiguration& configuration() override { return configuration_; }
   /// The manifests of the bundle, opened on first use.
   [[nodiscard]] QVNInstallerManifest& manifest() override;
@@ -49,8 +48,7 @@ class QVNInstallController : public InstallRun {
   [[nodiscard]] std::string postingNotificationId() const;
   [[nodiscard]] QVNReceiptClient* getReceiptClientForStrategy(QVNInstallStepStrategy& step) override;
 
-  // --- Parts of a run
-  // ------------------------------------------------------------------------------------------------------
+  // Parts of a run.
   void notifyInstallFailure();
   bool updateProductCache();
   static void cleanupFailedInstall();

@@ -119,9 +119,7 @@ std::optional<QVNInstallerManifest::FileStamp> QVNInstallerManifest::stampOf(con
                    attributes->changeNanoseconds};
 }
 
-PropertyList QVNInstallerManifest::productsDictionary() {
-  return manifestIndex()[kManifestIndexDictionaryOfProducts];
-}
+PropertyList QVNInstallerManifest::productsDictionary() { return manifestIndex()[kManifestIndexDictionaryOfProducts]; }
 
 PropertyList QVNInstallerManifest::arrayOfInstallPhasesForProduct(std::string_view product) {
   return productsDictionary()[product][kManifestIndexListOfPhases];
@@ -187,8 +185,8 @@ PropertyList QVNInstallerManifest::componentsAndVersionsForProduct(std::string_v
       installerState_ = QVNInstallerStateFailed;
       return {};
     }
-    records.push_back(PropertyList::dictionary({{std::string(kManifestComponentName), component},
-                                                {std::string(kManifestComponentVersion), version}}));
+    records.push_back(PropertyList::dictionary(
+        {{std::string(kManifestComponentName), component}, {std::string(kManifestComponentVersion), version}}));
   }
   return PropertyList(std::move(records));
 }

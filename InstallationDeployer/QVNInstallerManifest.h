@@ -35,9 +35,7 @@ class QVNInstallerManifest {
   /// Opens the manifests below a bundle's or receipt's root. Reads nothing yet.
   explicit QVNInstallerManifest(std::string installerPath);
 
-  // --- Questions
-  // -------------------------------------------------------------------------------------------------------
-
+  // Questions.
   [[nodiscard]] const std::string& installerPath() const { return installerPath_; }
   /// 0, or 1 once something failed; see the operations that set it.
   [[nodiscard]] std::int32_t installerState() const { return installerState_; }
@@ -80,9 +78,7 @@ class QVNInstallerManifest {
   /// System folders that are never recorded in a manifest and never removed. Compared as they stand.
   [[nodiscard]] static const std::set<std::string, std::less<>>& restrictedPaths();
 
-  // --- Authoring
-  // -------------------------------------------------------------------------------------------------------
-
+  // Authoring.
   /// Scans a staged folder into the component's manifest and adds the component to the product.
   /// @param rootPrefix where the staged folder will lie once installed.
   /// @param plistPath a plist with what a scan cannot know, or nothing.

@@ -4,8 +4,8 @@
 
 namespace deployer {
 
-/// Where a run stands. The last state of a run is the exit code of the process. Values above 21 are never set here but may
-/// come from elsewhere; every function below takes them. 2 and 5 to 10 are failures without a name of their own.
+/// Where a run stands. The last state of a run is the exit code of the process. Values above 21 are never set here but
+/// may come from elsewhere; every function below takes them. 2 and 5 to 10 are failures without a name of their own.
 enum QVNInstallerState : std::uint32_t {
   QVNInstallerStateSuccess = 0,
   QVNInstallerStateFailed = 1,

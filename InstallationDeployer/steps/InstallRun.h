@@ -11,8 +11,9 @@ namespace deployer {
 class QVNInstallStepStrategy;
 class QVNReceiptClient;
 
-/// The run as its steps see it: what they may ask and what they may tell. QVNInstallController is the run; the steps know
-/// no more of it than this. Used on the thread that runs the steps, but for the two flags, which any thread may touch.
+/// The run as its steps see it: what they may ask and what they may tell. QVNInstallController is the run; the steps
+/// know no more of it than this. Used on the thread that runs the steps, but for the two flags, which any thread may
+/// touch.
 class InstallRun {
  public:
   virtual ~InstallRun() = default;

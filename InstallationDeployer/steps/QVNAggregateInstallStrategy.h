@@ -8,9 +8,9 @@
 
 namespace deployer {
 
-/// Runs its children in order and hands the success of each to the next. After a failure the rest are still called, with
-/// false, so that a child made for cleaning up can do its work. Ends with success, or with the state of the first child
-/// that failed with one, or as cancelled when the run was cancelled while a child succeeded. Meant to run once.
+/// Runs its children in order and hands the success of each to the next. After a failure the rest are still called,
+/// with false, so that a child made for cleaning up can do its work. Ends with success, or with the state of the first
+/// child that failed with one, or as cancelled when the run was cancelled while a child succeeded. Meant to run once.
 class QVNAggregateInstallStrategy : public QVNInstallStepStrategy {
  public:
   QVNAggregateInstallStrategy(PropertyList dictionary, std::string stepName, StepList steps,

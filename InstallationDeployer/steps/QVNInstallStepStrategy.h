@@ -19,8 +19,8 @@ using SharedPlan = std::shared_ptr<Plan>;
 /// One unit of work of a run.
 ///
 /// execute() takes whether the steps before succeeded and returns its own success. A step that is handed false does
-/// nothing, sets no state and returns false. A step that fails sets a failure state first; nothing is thrown to report it.
-/// execute() runs on the main thread; getProgress() may be called from another thread meanwhile.
+/// nothing, sets no state and returns false. A step that fails sets a failure state first; nothing is thrown to report
+/// it. execute() runs on the main thread; getProgress() may be called from another thread meanwhile.
 class QVNInstallStepStrategy {
  public:
   using PropertyList = foundation::PropertyList;
@@ -29,15 +29,15 @@ class QVNInstallStepStrategy {
   /// @param parentStep the step that holds this one, or null; it outlives this step.
   /// @param controller the run; it outlives this step.
   /// @param plan shared with the other steps of the tree, or null.
-  QVNInstallStepStrategy(PropertyList installPhaseDictionary, std::string stepName,
-                         QVNInstallStepStrategy* parentStep, InstallRun& controller, SharedPlan plan);
+  QVNInstallStepStrategy(PropertyList installPhaseDictionary, std::string stepName, QVNInstallStepStrategy* parentStep,
+                         InstallRun& controller, SharedPlan plan);
   virtual ~QVNInstallStepStrategy() = default;
   QVNInstallStepStrategy(const QVNInstallStepStrategy&) = delete;
   QVNInstallStepStrategy& operator=(const QVNInstallStepStrategy&) = delete;
 
   [[nodiscard]] QVNInstallerState installerState() const { return installerState_; }
-  /// Keeps the state. An active state climbs to the root and from there to the run; a final state stays here, the parent
-  /// reports a summary when it is done.
+  /// Keeps the state. An active state climbs to the root and from there to the run; a final state stays here, the
+  /// parent reports a summary when it is done.
   virtual void setInstallerState(QVNInstallerState state);
   [[nodiscard]] std::uint64_t progressValue() const { return progressValue_; }
   void setProgressValue(std::uint64_t value) { progressValue_ = value; }

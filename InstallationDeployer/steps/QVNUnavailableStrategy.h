@@ -7,7 +7,7 @@
 namespace deployer {
 
 /// A step of a run that this engine can plan but not carry out yet. Reaching it ends the run with a clear error and
-/// state QVNInstallerStateFailed, before anything is half done.
+/// state QVNInstallerStateFailed; the step itself does nothing, and what steps before it did stays.
 class QVNUnavailableStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;

@@ -37,7 +37,8 @@ foundation::PropertyList keysOf(const foundation::PropertyList& dictionary) {
 QVNInstallController::QVNInstallController(QVNInstallConfiguration configuration)
     : configuration_(std::move(configuration)) {
   if (configuration_.isReceiptMode()) {
-    configuration_.setProductName(paths::lastComponent(paths::deleteLastComponent(installerPath())));
+    configuration_.setProductName(
+        paths::lastComponent(paths::deleteLastComponent(QVNInstallController::installerPath())));
     logging::debug("Receipt for installed product: %@", configuration_.productName());
   }
 }

@@ -13,7 +13,6 @@
 
 namespace deployer {
 
-using foundation::FileAttributes;
 using foundation::Status;
 namespace files = foundation::files;
 namespace paths = foundation::paths;

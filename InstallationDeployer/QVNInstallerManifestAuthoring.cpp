@@ -23,6 +23,8 @@ namespace plist = foundation::plist;
 namespace {
 
 constexpr std::string_view kDefaultVersion = "1.0.0";
+// A component may list tens of thousands of files; the binary form is read four times as fast.
+constexpr plist::Format kComponentManifestFormat = plist::Format::Binary;
 constexpr FileAttributes kManifestDirectoryAttributes{std::nullopt, std::nullopt, 0755};
 
 bool holds(const PropertyList& list, const PropertyList& element) {
@@ -145,7 +147,7 @@ bool QVNInstallerManifest::writeComponentManifest(const std::string& component,
   // A name with a slash in it would remove and write something elsewhere.
   if (paths::isSingleComponent(component)) {
     (void)files::removeItem(path);
-    if (plist::writeFile(componentManifestDictionary, path)) {
+    if (plist::writeFile(componentManifestDictionary, path, kComponentManifestFormat)) {
       return true;
     }
   }

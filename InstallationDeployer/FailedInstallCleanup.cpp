@@ -12,8 +12,7 @@ void cleanupFailedInstall() {
   if (!foundation::files::attributesOfItem(path)) {
     return;
   }
-  const auto removed = foundation::files::removeItem(path);
-  if (!removed && !removed.error().isNoSuchFile()) {
+  if (const auto removed = foundation::files::removeItemIfPresent(path); !removed) {
     logging::error("Failed to remove temp directory %@. %@", path, removed.error());
   }
 }

@@ -160,7 +160,7 @@ bool QVNBuildInstallPlanStrategy::addForChangedExternalFiles(const std::string& 
     if (!source || !boolForKey(entry, kManifestCheckForExternalFileChanges)) {
       continue;
     }
-    const std::string externalPath = resolvedExternalPath(*source);
+    const std::string externalPath = paths::resolve(controller().installerRootPath(), *source);
     logging::debug("#### checking external source: %s: externalSourcePath = %@", kUpgradePlanSelector, externalPath);
     const std::string installedPath(entry[kManifestFilePath].text());
     if (boolForKey(entry, kManifestIsDirectory)) {
@@ -252,13 +252,6 @@ std::optional<Plan> QVNBuildInstallPlanStrategy::listingOrEmpty(const std::strin
   logging::error("Unable to read directory contents. %@", listing.error());
   setInstallerState(QVNInstallerStateFailed);
   return std::nullopt;
-}
-
-std::string QVNBuildInstallPlanStrategy::resolvedExternalPath(std::string_view externalSourcePath) const {
-  if (paths::isAbsolute(externalSourcePath)) {
-    return std::string(externalSourcePath);
-  }
-  return paths::standardize(paths::append(controller().installerRootPath(), externalSourcePath));
 }
 
 }  // namespace deployer

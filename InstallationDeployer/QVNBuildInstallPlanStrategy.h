@@ -38,7 +38,6 @@ class QVNBuildInstallPlanStrategy : public QVNInstallStepStrategy {
                                                         const std::string& installedPath);
   [[nodiscard]] std::optional<bool> itemsDiffer(const std::string& externalPath, const std::string& installedPath);
   [[nodiscard]] std::optional<Plan> listingOrEmpty(const std::string& directory);
-  [[nodiscard]] std::string resolvedExternalPath(std::string_view externalSourcePath) const;
 };
 
 }  // namespace deployer

@@ -29,4 +29,8 @@ std::string QVNInstallConfiguration::receiptDirectory() const {
   return foundation::paths::append(kQVNInstallerReceiptPath, productName_.value_or(""));
 }
 
+std::string QVNInstallConfiguration::receiptPath() const {
+  return foundation::paths::append(receiptDirectory(), kQVNInstallerApplicationName);
+}
+
 }  // namespace deployer

@@ -49,6 +49,8 @@ class QVNInstallConfiguration {
 
   /// The folder of the product's receipt: the receipt location and, below it, the product's name.
   [[nodiscard]] std::string receiptDirectory() const;
+  /// The receipt in it: a copy of the installer bundle.
+  [[nodiscard]] std::string receiptPath() const;
 
  private:
   bool install_ = false;

@@ -53,7 +53,7 @@ std::unique_ptr<QVNInstallController> QVNInstallController::objectWithConfigurat
 void QVNInstallController::startController() {
   try {
     selectProduct();
-    configuration_.setBundlePathIsReceipt(configuration_.bundlePath() == receiptPath());
+    configuration_.setBundlePathIsReceipt(configuration_.bundlePath() == configuration_.receiptPath());
     checkRemovalLocation();
     if (!hasFailed() && !configuration_.install() && !configuration_.receipt() && !configuration_.remove()) {
       return;
@@ -109,7 +109,7 @@ void QVNInstallController::checkRemovalLocation() {
     return;
   }
   logging::error("Remove operation cannot run from this location (%@)\n\tit must be run from the receipt location (%@)",
-                 configuration_.bundlePath(), receiptPath());
+                 configuration_.bundlePath(), configuration_.receiptPath());
   setInstallerState(QVNInstallerStateFailed);
 }
 
@@ -199,10 +199,6 @@ bool QVNInstallController::updateProductCache() {
 
 void QVNInstallController::cleanupFailedInstall() { deployer::cleanupFailedInstall(); }
 
-std::string QVNInstallController::receiptPath() const {
-  return paths::append(configuration_.receiptDirectory(), kQVNInstallerApplicationName);
-}
-
-bool QVNInstallController::productHasReceipt() { return files::exists(receiptPath()); }
+bool QVNInstallController::productHasReceipt() { return files::exists(configuration_.receiptPath()); }
 
 }  // namespace deployer

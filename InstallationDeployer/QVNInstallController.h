@@ -86,11 +86,9 @@ class QVNInstallController : public InstallRun {
   void listPayload();
   void checkWatchability();
   [[nodiscard]] bool hasFailed() const { return isFailureState(installerState_); }
-  [[nodiscard]] std::string receiptPath() const;
   [[nodiscard]] std::string productName() const { return configuration_.productName().value_or(""); }
   [[nodiscard]] bool productHasReceipt();
 
-  [[nodiscard]] std::string resolvedDetectionPath(std::string_view path) const;
   [[nodiscard]] bool detectionPathExists(std::string_view path, std::string_view selector);
 
   [[nodiscard]] std::unique_ptr<QVNInstallStepStrategy> buildInstallTree();

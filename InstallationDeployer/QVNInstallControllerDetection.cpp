@@ -69,16 +69,9 @@ bool QVNInstallController::oneOfCollectionExists(const PropertyList& detectionPa
 }
 
 bool QVNInstallController::detectionPathExists(std::string_view path, std::string_view selector) {
-  const std::string resolved = resolvedDetectionPath(path);
+  const std::string resolved = paths::resolve(installerRootPath(), path);
   logging::debug("%s: checking detection path: %@", selector, resolved);
   return files::exists(resolved);
-}
-
-std::string QVNInstallController::resolvedDetectionPath(std::string_view path) const {
-  if (paths::isAbsolute(path)) {
-    return std::string(path);
-  }
-  return paths::standardize(paths::append(installerRootPath(), path));
 }
 
 }  // namespace deployer

@@ -23,11 +23,6 @@ constexpr std::array kExecutables = {kQVNInstallerFrontEndName, kQVNInstallation
 /// Name below the temporary folder under which the receipt that is being replaced awaits its removal.
 constexpr std::string_view kReplacedReceiptName = "Replaced.app";
 
-Status removeIfPresent(const std::string& path) {
-  Status removed = files::removeItem(path);
-  return !removed && removed.error().isNoSuchFile() ? Status() : removed;
-}
-
 /// Compares the folders themselves: a path may be relative or lead through links.
 bool liesDirectlyIn(const std::string& folder, const std::string& item) {
   const auto expected = files::attributesOfTarget(folder);
@@ -49,7 +44,7 @@ bool QVNWriteReceiptStrategy::execute(bool previousSuccess) {
     return true;
   }
   const std::string bundlePath = configuration().bundlePath().value_or("");
-  if (bundlePath == receiptPath()) {
+  if (bundlePath == configuration().receiptPath()) {
     logging::debug("Receipt running as installer. WriteReceipt will not update the receipt.");
     return true;
   }
@@ -57,10 +52,6 @@ bool QVNWriteReceiptStrategy::execute(bool previousSuccess) {
     return false;
   }
   return !validateContents() || publishStagedReceipt();
-}
-
-std::string QVNWriteReceiptStrategy::receiptPath() const {
-  return paths::append(configuration().receiptDirectory(), kQVNInstallerApplicationName);
 }
 
 std::string QVNWriteReceiptStrategy::temporaryPath() const {
@@ -88,7 +79,7 @@ bool QVNWriteReceiptStrategy::stageBundle(const std::string& bundlePath) {
 bool QVNWriteReceiptStrategy::makeStagingFolder(const std::string& bundlePath) {
   // A run that was killed may have left a part of another bundle here. A run that failed left a whole one, and when
   // that is what runs now, it is the only copy there is.
-  Status made = liesDirectlyIn(temporaryPath(), bundlePath) ? Status() : removeIfPresent(temporaryPath());
+  Status made = liesDirectlyIn(temporaryPath(), bundlePath) ? Status() : files::removeItemIfPresent(temporaryPath());
   if (made) {
     made = files::createDirectory(stagingPath(), true, kDefaultDirectoryAttributes);
   }
@@ -119,17 +110,17 @@ bool QVNWriteReceiptStrategy::publishStagedReceipt() {
 }
 
 bool QVNWriteReceiptStrategy::removeExistingReceipt() {
-  if (!isPresent(receiptPath())) {
+  if (!isPresent(configuration().receiptPath())) {
     return true;
   }
   // Out of the way in one step, so that a killed run leaves the receipt whole or gone.
   const std::string replaced = paths::append(temporaryPath(), kReplacedReceiptName);
-  Status removed = files::moveItem(receiptPath(), replaced);
+  Status removed = files::moveItem(configuration().receiptPath(), replaced);
   if (removed) {
     removed = files::removeItem(replaced);
   }
   if (!removed) {
-    return failBecause("Failed to remove existing receipt %@. %@", receiptPath(), removed.error());
+    return failBecause("Failed to remove existing receipt %@. %@", configuration().receiptPath(), removed.error());
   }
   return true;
 }
@@ -138,14 +129,14 @@ bool QVNWriteReceiptStrategy::moveReceiptIntoPlace() {
   if (!isPresent(stagingPath())) {
     return true;
   }
-  if (const Status moved = files::moveItem(stagingPath(), receiptPath()); !moved) {
-    return failBecause("Failed to move receipt to %@. %@", receiptPath(), moved.error());
+  if (const Status moved = files::moveItem(stagingPath(), configuration().receiptPath()); !moved) {
+    return failBecause("Failed to move receipt to %@. %@", configuration().receiptPath(), moved.error());
   }
   return true;
 }
 
 void QVNWriteReceiptStrategy::removeTemporaryFolder() {
-  if (const Status removed = removeIfPresent(temporaryPath()); !removed) {
+  if (const Status removed = files::removeItemIfPresent(temporaryPath()); !removed) {
     logging::error("Failed to remove temp directory %@. %@", stagingPath(), removed.error());
   }
 }

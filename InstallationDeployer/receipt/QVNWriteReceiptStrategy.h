@@ -37,7 +37,6 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] virtual bool validateContents() { return true; }
 
  private:
-  [[nodiscard]] std::string receiptPath() const;
   [[nodiscard]] std::string temporaryPath() const;
   [[nodiscard]] std::string stagingPath() const;
 

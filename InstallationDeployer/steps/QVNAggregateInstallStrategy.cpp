@@ -24,7 +24,8 @@ bool QVNAggregateInstallStrategy::execute(bool previousSuccess) {
       success = false;
       recordedFailure = QVNInstallerStateCancelled;
     }
-    if (!success && recordedFailure == QVNInstallerStateSuccess) {
+    if (!success && recordedFailure == QVNInstallerStateSuccess &&
+        child->installerState() != QVNInstallerStateSuccess) {
       recordedFailure = child->installerState();
       logging::debug("%@ failed. Installer state %d", child->qualifiedName(),
                      static_cast<std::uint32_t>(recordedFailure));

@@ -83,7 +83,7 @@ std::optional<std::string> externalPathOf(const PropertyList& entry, const std::
   if (!path) {
     return std::nullopt;
   }
-  return paths::isAbsolute(*path) ? std::string(*path) : paths::standardize(paths::append(source, *path));
+  return paths::resolve(source, *path);
 }
 
 std::string payloadPath(const std::string& source, const std::string& component, std::string_view checksum) {
@@ -355,7 +355,7 @@ bool QVNInstallComponentsStrategy::copyDirectory(const PropertyList& entry, cons
 bool QVNInstallComponentsStrategy::refillDirectory(const std::string& path, const std::string& externalPath,
                                                    const FileAttributes& own, const FileAttributes& parents) {
   logging::debug("%s: externalFilePath = %@", kCopyFileSelector, externalPath);
-  if (auto removed = files::removeItem(path); !removed && !removed.error().isNoSuchFile()) {
+  if (auto removed = files::removeItemIfPresent(path); !removed) {
     return fail("Unable to delete directory: %@\n%@", path, removed.error());
   }
   if (auto made = makeDirectory(path, own, parents); !made) {

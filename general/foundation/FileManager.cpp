@@ -234,7 +234,31 @@ int changeOwnerAndPermissions(const std::string& path, const FileAttributes& att
   return chmod(path.c_str(), static_cast<mode_t>(*attributes.permissions));
 }
 
+bool isLinkOfOthers(const std::string& path) {
+  struct stat item {};
+  return lstat(path.c_str(), &item) == 0 && S_ISLNK(item.st_mode) && item.st_uid != geteuid();
+}
+
+bool isLink(const std::string& path) {
+  struct stat item {};
+  return lstat(path.c_str(), &item) == 0 && S_ISLNK(item.st_mode);
+}
+
+// The folder is held while its attributes change: who may write to its parent could put a link in its place meanwhile.
+int changeDirectoryAttributes(const std::string& path, const FileAttributes& attributes) {
+  const int following = isLink(path) ? 0 : O_NOFOLLOW;
+  const Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | following));
+  return directory.isOpen() ? descriptors::setAttributes(directory.number(), attributes) : -1;
+}
+
 int changeAttributes(const std::string& path, const FileAttributes& attributes) {
+  if (isLinkOfOthers(path)) {
+    errno = EPERM;
+    return -1;
+  }
+  if (attributes.permissions && isDirectory(path)) {
+    return changeDirectoryAttributes(path, attributes);
+  }
   if (changeOwnerAndPermissions(path, attributes) != 0) {
     return -1;
   }
@@ -392,6 +416,11 @@ Status createSymbolicLink(const std::string& path, const std::string& target, co
 
 Status removeItem(const std::string& path) {
   return perform(path, Access::Write, [&] { return removeEntry(withoutTrailingSlashes(path)); });
+}
+
+Status removeItemIfPresent(const std::string& path) {
+  Status removed = removeItem(path);
+  return !removed && removed.error().isNoSuchFile() ? Status() : removed;
 }
 
 Status moveItem(const std::string& from, const std::string& to) {

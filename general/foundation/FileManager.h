@@ -38,9 +38,12 @@ namespace foundation::files {
 /// Removes an item; a directory goes with all its content. Links are removed, never followed, also when someone swaps a
 /// directory for a link meanwhile. Other file systems mounted below are not entered.
 [[nodiscard]] Status removeItem(const std::string& path);
+/// The same; nothing to remove is success.
+[[nodiscard]] Status removeItemIfPresent(const std::string& path);
 /// Renames an item on one file system. Fails with 516 when the new name is taken.
 [[nodiscard]] Status moveItem(const std::string& from, const std::string& to);
-/// Owner and group first, then permissions (a change of owner clears set-id bits), then the date. Follows links.
+/// Owner and group first, then permissions (a change of owner clears set-id bits), then the date. Follows links
+/// of the effective user; a link of anybody else is an error, for it may lead where no change was asked for.
 [[nodiscard]] Status setAttributes(const FileAttributes& attributes, const std::string& path);
 /// Owner, group and (where the system has such a thing) permissions of a link itself.
 [[nodiscard]] Status setLinkAttributes(const FileAttributes& attributes, const std::string& path);

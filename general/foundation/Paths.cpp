@@ -123,6 +123,10 @@ std::string standardize(std::string_view path) {
 
 bool isAbsolute(std::string_view path) { return path.starts_with('/'); }
 
+std::string resolve(std::string_view base, std::string_view path) {
+  return isAbsolute(path) ? std::string(path) : standardize(append(base, path));
+}
+
 bool isSingleComponent(std::string_view name) {
   return !name.empty() && name.size() <= NAME_MAX && name != "." && name != ".." &&
          name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;

@@ -26,6 +26,8 @@ namespace foundation::paths {
 /// A relative path keeps its "..". A trailing slash is dropped, and of "." alone stays ".".
 [[nodiscard]] std::string standardize(std::string_view path);
 [[nodiscard]] bool isAbsolute(std::string_view path);
+/// An absolute path as it stands; a relative one appended to the base and standardized.
+[[nodiscard]] std::string resolve(std::string_view base, std::string_view path);
 /// True when the text can be the name of one item of a directory: not empty, not "." or "..", no slash, no NUL, and no
 /// longer than the system takes.
 [[nodiscard]] bool isSingleComponent(std::string_view name);

@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
+#include <filesystem>
+
 #include "tests/integration/EngineInRoot.h"
 #include "tests/support/KilledRun.h"
 
@@ -205,7 +207,9 @@ TEST_F(InstallRun, RemovalFromTheInstallerIsRefused) {
 }
 
 TEST_F(InstallRun, FullVolumeFailsWithoutHalfAFile) {
-  makeRoot({.way = support::PrivateRoot::Way::Best, .rootSizeBytes = 64U << 20});
+  // Room for the bundle and a little more, but not for one of its large files.
+  const std::uint64_t bundleBytes = std::filesystem::file_size(CORVANE_ENGINE) + (48U << 20);
+  makeRoot({.way = support::PrivateRoot::Way::Best, .rootSizeBytes = bundleBytes + (16U << 20)});
   if (!root().hasPrivateMounts()) {
     GTEST_SKIP() << root().whyNoMounts();
   }
@@ -240,6 +244,20 @@ TEST_F(InstallRun, FileBeyondTheSizeLimitOfTheProcessIsAnErrorAndDoesNotShow) {
   EXPECT_TRUE(loggedBeginning(outcome, "Error", "Error writing: ")) << outcome.standardError;
   EXPECT_EQ(root().readFile("/opt/a-small"), "small");
   EXPECT_FALSE(root().exists("/opt/b-large"));
+}
+
+TEST_F(InstallRun, FolderThatSomebodyReplacedByALinkIsNotGivenAway) {
+  bundle().stageDirectory("Core", "/Users/Shared/guard", 0755, 501, 20);
+  bundle().stageDirectory("Core", "/Users/Shared/guard/cache", 0700, 501, 20);
+  bundle().addComponent("Core", "1", kProduct);
+  deliverBundle();
+  root().makeDirectory("/Users/Shared/guard", 0755, 501, 20);
+  root().makeLink("/Users/Shared/guard/cache", "/etc");
+  ASSERT_EQ(root().shell("chown -h 501:20 /Users/Shared/guard/cache").exitCode, 0);
+  const auto outcome = install();
+  EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Unable to set attributes on directory: /Users/Shared/guard/cache"));
+  expectAttributes("/etc", 'd', 0755, 0, 0);
 }
 
 TEST_F(InstallRun, DataIsOnDiskBeforeTheReceiptVouchesForIt) {

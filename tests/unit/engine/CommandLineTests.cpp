@@ -171,6 +171,7 @@ TEST(Configuration, ReceiptDirectoryIsNamedAfterTheProduct) {
   QVNInstallConfiguration configuration;
   configuration.setProductName("Some Product");
   EXPECT_EQ(configuration.receiptDirectory(), "/Library/Application Support/Corvane/Some Product");
+  EXPECT_EQ(configuration.receiptPath(), "/Library/Application Support/Corvane/Some Product/Installer.app");
 }
 
 TEST(Usage, TextIsWhatScriptsCompare) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
@@ -112,6 +113,9 @@ TEST_F(StepFramework, FirstFailureWithAStateCounts) {
   EXPECT_FALSE(root->execute(true));
   EXPECT_EQ(root->installerState(), QVNInstallerStateFailed);
   EXPECT_TRUE(log.contains("Debug", "Root.B failed. Installer state 1"));
+  const auto texts = log.texts("Debug");
+  EXPECT_EQ(std::ranges::count_if(texts, [](const std::string& text) { return text.find(" failed. ") != text.npos; }),
+            1);
 }
 
 TEST_F(StepFramework, FailuresWithoutAnyStateEndInStateZeroWithFalse) {

@@ -291,6 +291,27 @@ TEST_F(FileManager, AbsentAttributesAreLeftAsTheyAre) {
   EXPECT_EQ(modeOf(path("file")), 0600U);
 }
 
+TEST_F(FileManager, SettingAttributesNeverFollowsALinkOfSomebodyElse) {
+  box_.makeDirectory("folder");
+  ASSERT_EQ(symlink("folder", path("link").c_str()), 0);
+  ASSERT_EQ(lchown(path("link").c_str(), 501, 20), 0);
+  const FileAttributes attributes{.owner = 501, .group = 20, .permissions = 0700};
+  EXPECT_EQ(files::setAttributes(attributes, path("link")).error().code, 513);
+  EXPECT_EQ(files::attributesOfItem(path("folder"))->owner, geteuid());
+  ASSERT_EQ(lchown(path("link").c_str(), geteuid(), 0), 0);
+  EXPECT_TRUE(files::setAttributes(attributes, path("link")));
+  EXPECT_EQ(files::attributesOfItem(path("folder"))->owner, 501U);
+}
+
+TEST_F(FileManager, RemovingWhatIsNotThereIsSuccessWhereAskedFor) {
+  EXPECT_FALSE(files::removeItem(path("missing")));
+  EXPECT_TRUE(files::removeItemIfPresent(path("missing")));
+  box_.write("file", "x");
+  EXPECT_TRUE(files::removeItemIfPresent(path("file")));
+  EXPECT_FALSE(files::exists(path("file")));
+  EXPECT_FALSE(files::removeItemIfPresent(std::string("nul\0", 4)));
+}
+
 TEST_F(FileManager, SettingAttributesFollowsLinksAndNeverWaits) {
   box_.write("file", "x");
   ASSERT_EQ(symlink("file", path("link").c_str()), 0);

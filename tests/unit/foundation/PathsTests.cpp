@@ -142,6 +142,11 @@ TEST(Paths, ASingleComponentIsTheNameOfOneItem) {
   EXPECT_FALSE(paths::isSingleComponent("a\0b"s));
 }
 
+TEST(Paths, ResolvingLeavesAbsolutePathsAsTheyStandAndFoldsRelativeOnes) {
+  EXPECT_EQ(paths::resolve("/base", "/a/../b/"), "/a/../b/");
+  EXPECT_EQ(paths::resolve("/base/x", "../y/./z"), "/base/y/z");
+}
+
 TEST(Paths, ClimbsOnlyWithAComponentOfTwoDots) {
   EXPECT_TRUE(paths::climbs(".."));
   EXPECT_TRUE(paths::climbs("/a/../b"));

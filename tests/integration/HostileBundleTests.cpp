@@ -45,7 +45,7 @@ class HostileBundle : public EngineInRoot {
   }
   /// Runs an install over the bundle as it is, and checks that it ended by itself.
   support::Outcome installHostile() {
-    const auto outcome = install(bounded());
+    auto outcome = install(bounded());
     EXPECT_FALSE(outcome.timedOut);
     EXPECT_EQ(outcome.signal, 0) << outcome.description();
     EXPECT_TRUE(outcome.exitCode == 0 || outcome.exitCode == 1 || outcome.exitCode == 4) << outcome.description();

@@ -14,7 +14,6 @@
 namespace deployer {
 namespace {
 
-using foundation::PropertyList;
 
 class BuildPlan : public ::testing::Test, protected tests::BundleFixture {
  protected:

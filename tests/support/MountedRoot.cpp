@@ -183,7 +183,10 @@ class MountedRoot : public RootDirectory {
 
   [[nodiscard]] bool opened() const { return mounts_ >= 0 && processes_ >= 0; }
   [[nodiscard]] std::string outsidePath() const override { return "/proc/" + std::to_string(first_) + "/root"; }
-  [[nodiscard]] int enter() const override { return setns(mounts_, CLONE_NEWNS) == 0 ? 0 : errno; }
+  // A thread of a sanitizer shares its root and working directory with this one; only who has them alone may change.
+  [[nodiscard]] int enter() const override {
+    return unshare(CLONE_FS) == 0 && setns(mounts_, CLONE_NEWNS) == 0 ? 0 : errno;
+  }
   [[nodiscard]] int processNamespace() const override { return processes_; }
   void provideLibrariesFor(const std::string& /*hostProgram*/) override {}
 

@@ -232,8 +232,9 @@ measure() {
   while [ "$round" -lt "$rounds" ]; do
     for way in install tar rpm dpkg cp; do
       make_root
-      # What the last one left to write is not this one's to wait for.
+      # What the last one left to write, and to free, is not this one's to wait for.
       sync
+      sleep 1
       run_way "$way"
       check_root "$way"
     done

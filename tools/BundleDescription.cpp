@@ -53,7 +53,12 @@ class DescriptionReader {
                                                   Need need) const {
     auto path =
         text(from, key, need, faultOfSourcePath, "give a path below the folder of the description, or an absolute one");
-    if (path && !paths::isAbsolute(*path)) {
+    if (!path) {
+      return std::nullopt;
+    }
+    // The scan cuts the staged folder off in front of what lies in it, so both must be written alike.
+    path = paths::standardize(*path);
+    if (!paths::isAbsolute(*path)) {
       path = paths::append(paths::deleteLastComponent(top_.file()), *path);
     }
     return path;

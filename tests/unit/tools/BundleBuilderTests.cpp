@@ -61,6 +61,16 @@ TEST_F(BundleBuilder, MakesABundleThatTheQueriesReadBack) {
       << "/Library and /opt are the system's";
 }
 
+TEST_F(BundleBuilder, RecordsTheSamePathsHoweverTheStagedFolderIsWritten) {
+  for (const std::string& folder : {path("Staged/Core//"), path("Staged//./Core/"), std::string("./Staged//Core//")}) {
+    describeCore("StagedFolder", folder);
+    ASSERT_TRUE(build(true)) << folder;
+    const PropertyList core = QVNInstallerManifest(bundle()).getManifestForComponent("Core");
+    ASSERT_EQ(core["ListOfFiles"].count(), 1U) << folder;
+    EXPECT_EQ(core["ListOfFiles"].at(0)["Path"].text(), "/opt/file") << folder;
+  }
+}
+
 TEST_F(BundleBuilder, StoresEachContentOncePerComponentUnderItsChecksum) {
   useEverything();
   ASSERT_TRUE(build());

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "general/logging/SystemLog.h"
+#include "general/system/ProcessSelf.h"
 #include "tools/BundleBuilder.h"
 #include "tools/BundleDescription.h"
 #include "tools/Complaint.h"
@@ -14,6 +15,8 @@
 namespace bundletool {
 
 int BuildCommand::run() const {
+  // A death by signal would leave a half-made bundle.
+  platform::self::prepareForUnattendedRun();
   const Interruption interruption;
   logging::setLeastUrgentLevel(verbose ? logging::Level::Debug : logging::Level::Error);
   logging::corvanelogger_open("installer-tool", "install");

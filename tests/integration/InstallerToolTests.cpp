@@ -213,6 +213,23 @@ TEST_F(InstallerTool, LeavesTheWholeBundleOrNothingWhenInterrupted) {
   }
 }
 
+TEST_F(InstallerTool, LeavesNothingBehindWhenFilesMayNotGrowAsBigAsTheEngine) {
+  const Outcome built = support::runOnHost({"/bin/sh", "-c", "ulimit -f 1; exec \"$0\" \"$@\"", CORVANE_INSTALLER_TOOL,
+                                            "build", folder_.path("D.plist"), "-o", folder_.path("out")});
+  EXPECT_EQ(built.exitCode, 1);
+  EXPECT_NE(built.standardError.find("the executable cannot be written"), std::string::npos) << built.standardError;
+  EXPECT_TRUE(fs::is_empty(folder_.path("out")));
+}
+
+TEST_F(InstallerTool, FinishesTheBundleWhenNobodyReadsItsLogAnyMore) {
+  const Outcome built =
+      support::runOnHost({"/bin/bash", "-c", "\"$0\" \"$@\" --verbose 2>&1 >/dev/null | true; exit ${PIPESTATUS[0]}",
+                          CORVANE_INSTALLER_TOOL, "build", folder_.path("D.plist"), "-o", folder_.path("out")});
+  EXPECT_EQ(built.exitCode, 0);
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path("out")), {}), 1);
+  EXPECT_TRUE(fs::exists(bundle()));
+}
+
 TEST_F(InstallerTool, MakesABundleThatTheEngineInstalls) {
   if (const auto reason = support::PrivateRoot::whyImpossible()) {
     GTEST_SKIP() << *reason;

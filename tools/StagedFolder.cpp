@@ -4,6 +4,7 @@
 #include "general/foundation/FileManager.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/TextFormat.h"
+#include "general/foundation/Unicode.h"
 #include "tools/DescriptionKeys.h"
 #include "tools/PathRules.h"
 
@@ -41,6 +42,10 @@ class Examination {
 
  private:
   void item(const std::string& path, const std::string& installPath) {
+    if (!foundation::unicode::isValidUtf8(paths::lastComponent(path))) {
+      problems_.error({path, "", "the name is not valid UTF-8", "rename it: a manifest holds Unicode text only"});
+      return;
+    }
     const auto attributes = files::attributesOfItem(path);
     if (!attributes) {
       problems_.error({path, "", "the item cannot be examined: " + attributes.error().text, "make it readable"});
@@ -66,6 +71,11 @@ class Examination {
     const auto target = files::destinationOfSymbolicLink(path);
     if (!target || target->empty()) {
       problems_.error({path, "", "the link has no target", "make the link again"});
+      return;
+    }
+    if (!foundation::unicode::isValidUtf8(*target)) {
+      problems_.error({path, "", "the target of the link is not valid UTF-8",
+                       "make the link again: a manifest holds Unicode text only"});
       return;
     }
     add(InstallItem::Kind::Link, path, installPath, attributes);

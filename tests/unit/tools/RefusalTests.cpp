@@ -176,6 +176,17 @@ TEST_F(Refusal, OfSpecialFilesInTheStagedFolder) {
   close(socketDescriptor);
 }
 
+TEST_F(Refusal, OfNamesAndLinkTargetsThatAPropertyListCannotHold) {
+  stage("opt/bad\xff", "abc");
+  EXPECT_TRUE(refuses("Staged/Core/opt/bad\xff", "", "not valid UTF-8"));
+  fs::remove(staged("opt/bad\xff"));
+  fs::create_directory(staged("opt/folder\xc3"));
+  EXPECT_TRUE(refuses("Staged/Core/opt/folder\xc3", "", "not valid UTF-8"));
+  fs::remove(staged("opt/folder\xc3"));
+  fs::create_symlink("bad\xff", staged("opt/link"));
+  EXPECT_TRUE(refuses("Staged/Core/opt/link", "", "not valid UTF-8"));
+}
+
 TEST_F(Refusal, OfFilesThatCannotBeRead) {
   constexpr uid_t kNobody = 65534;
   if (geteuid() != 0) {

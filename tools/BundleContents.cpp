@@ -32,6 +32,7 @@ class BundleReader {
  public:
   BundleReader(std::string path, Problems& problems) : manifests_(path), problems_(problems) {
     contents_.path = std::move(path);
+    hasPayload_ = files::attributesOfItem(paths::append(contents_.path, kQVNPayloadRootPath)).ok();
   }
 
   BundleContents read() {
@@ -148,7 +149,7 @@ class BundleReader {
             flagsOf(entry, {kManifestExecuteOnInstall, kManifestRunOnce, kManifestIsApplication})};
   }
 
-  static BundleContents::File readFile(const CheckedDictionary& entry, const std::string& payload) {
+  [[nodiscard]] BundleContents::File readFile(const CheckedDictionary& entry, const std::string& payload) const {
     BundleContents::File file;
     file.path = readPath(entry);
     file.owner = entry.number(foundation::kFileOwnerAccountID, kLargestId);
@@ -166,7 +167,7 @@ class BundleReader {
     return file;
   }
 
-  static void readChecksum(const CheckedDictionary& entry, const std::string& payload, BundleContents::File& file) {
+  void readChecksum(const CheckedDictionary& entry, const std::string& payload, BundleContents::File& file) const {
     file.checksum = entry.string(kManifestSHAChecksum, Need::Optional);
     if (file.type == "file" && !file.externalSource && !entry.has(kManifestSHAChecksum)) {
       entry.refuse("", "the file has no source", "give it a checksum or an external source");
@@ -182,6 +183,10 @@ class BundleReader {
     const auto stored = files::attributesOfItem(paths::append(payload, *file.checksum));
     if (stored && stored->type == foundation::FileType::Regular) {
       file.size = stored->size;
+    } else if (hasPayload_ && file.type == "file" && !file.externalSource) {
+      entry.refuse(kManifestSHAChecksum,
+                   foundation::format("the payload has no file with the checksum %@", *file.checksum),
+                   "copy the bundle again, or rebuild it");
     }
   }
 
@@ -209,6 +214,7 @@ class BundleReader {
   const QVNInstallerManifest manifests_;
   Problems& problems_;
   BundleContents contents_;
+  bool hasPayload_ = false;  // a receipt may leave it out
   std::vector<std::string> componentNames_;
   std::unordered_set<std::string> known_;
 };

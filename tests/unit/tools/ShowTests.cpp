@@ -71,6 +71,15 @@ TEST_F(Show, GivesNoSizeWhereThePayloadIsNotThere) {
   EXPECT_TRUE(problems_.none()) << "a receipt may leave the payload out";
 }
 
+TEST_F(Show, SaysWhichContentThePayloadLacks) {
+  ASSERT_TRUE(build());
+  const std::string content = bundle("Contents/Install/Root/Core/") + kDigestOfAbc;
+  std::filesystem::remove(content);
+  EXPECT_TRUE(complains(kCore, "ListOfFiles[0].SHAChecksum"));
+  std::filesystem::create_directory(content);
+  EXPECT_TRUE(complains(kCore, "ListOfFiles[0].SHAChecksum")) << "a folder holds no content";
+}
+
 TEST_F(Show, SaysWhichManifestIsMissingOrDoesNotParse) {
   EXPECT_TRUE(complains(kIndex, ""));
   ASSERT_TRUE(build());

@@ -1,7 +1,8 @@
 #include "tools/JsonWriter.h"
 
 #include "general/foundation/TextFormat.h"
-#include "tools/Utf8.h"
+#include "general/foundation/Unicode.h"
+#include "tools/PrintableText.h"
 
 namespace bundletool {
 
@@ -9,12 +10,9 @@ namespace {
 
 constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 
-// JSON asks for the first ones only; the others keep a terminal that shows the document from acting on it.
-bool needsEscape(char32_t code) {
-  return code < 0x20 || code == '"' || code == '\\' || (code >= 0x7F && code < 0xA0) ||
-         (code >= 0x200B && code <= 0x200F) || (code >= 0x2028 && code <= 0x202E) ||
-         (code >= 0x2066 && code <= 0x2069) || code == 0xFEFF;
-}
+// JSON asks for controls, quote and backslash only; the others keep a terminal that shows the document from acting on
+// it.
+bool needsEscape(char32_t code) { return code == '"' || code == '\\' || actsOnTerminal(code); }
 
 }  // namespace
 
@@ -117,12 +115,12 @@ void JsonWriter::newLine() { text_ += '\n' + std::string(2 * hasElements_.size()
 void JsonWriter::appendEscaped(std::string_view text) {
   text_ += '"';
   while (!text.empty()) {
-    const auto character = firstCharacter(text);
+    const auto character = foundation::unicode::firstCodePoint(text);
     const std::size_t length = character ? character->length : 1;
     if (!character) {
       text_ += kReplacementCharacter;
-    } else if (needsEscape(character->code)) {
-      text_ += foundation::format("\\u%04x", static_cast<std::uint32_t>(character->code));
+    } else if (needsEscape(character->codePoint)) {
+      text_ += foundation::format("\\u%04x", static_cast<std::uint32_t>(character->codePoint));
     } else {
       text_ += text.substr(0, length);
     }

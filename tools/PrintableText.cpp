@@ -4,32 +4,26 @@
 #include <cstdio>
 
 #include "general/foundation/TextFormat.h"
-#include "tools/Utf8.h"
+#include "general/foundation/Unicode.h"
 
 namespace bundletool {
 
-namespace {
-
-// Controls, and the characters that turn the direction of text around or break lines: they make one text look like
-// another.
 bool actsOnTerminal(char32_t code) {
   return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x200B && code <= 0x200F) ||
          (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069) || code == 0xFEFF;
 }
 
-}  // namespace
-
 std::string printable(std::string_view text) {
   std::string result;
   result.reserve(text.size());
   while (!text.empty()) {
-    const auto character = firstCharacter(text);
+    const auto character = foundation::unicode::firstCodePoint(text);
     const std::size_t length = character ? character->length : 1;
     if (!character) {
       result += foundation::format("\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(text.front())));
-    } else if (actsOnTerminal(character->code)) {
-      result += foundation::format(character->code < 0x80 ? "\\x%02x" : "\\u{%x}",
-                                   static_cast<std::uint32_t>(character->code));
+    } else if (actsOnTerminal(character->codePoint)) {
+      result += foundation::format(character->codePoint < 0x80 ? "\\x%02x" : "\\u{%x}",
+                                   static_cast<std::uint32_t>(character->codePoint));
     } else {
       result += text.substr(0, length);
     }

@@ -29,7 +29,7 @@ int BuildCommand::run() const {
     built = BundleBuilder(bundle, {output, defaultEngine, force}, problems, progress).build();
   }
   complainOf(problems);
-  if (Interruption::requested()) {
+  if (!built && Interruption::requested()) {
     complain("interrupted; nothing was left behind");
     return kExitFailure;
   }

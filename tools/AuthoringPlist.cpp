@@ -8,6 +8,7 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/QVNInstallerManifest.h"
 #include "general/foundation/FileAttributes.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/TextFormat.h"
@@ -70,6 +71,10 @@ class AuthoringReader {
                      kManifestRemoveDirectoryAndContents});
     InstallItem item;
     item.path = installPath(entry);
+    if (QVNInstallerManifest::restrictedPaths().contains(item.path)) {
+      entry.refuse(kManifestFilePath, "the folder belongs to the system",
+                   "remove the entry, or name what the product has in the folder");
+    }
     item.file = entry.file();
     item.key = entry.keyPath();
     item.attributes = readAttributes(entry);

@@ -51,6 +51,9 @@ class Examination {
       problems_.error({path, "", "the item cannot be examined: " + attributes.error().text, "make it readable"});
     } else if (attributes->isDirectory()) {
       folder(path, installPath, *attributes);
+    } else if (deployer::QVNInstallerManifest::restrictedPaths().contains(installPath)) {
+      problems_.error({path, "", "the item stands in place of a folder that belongs to the system",
+                       "remove it from the staged folder"});
     } else if (const auto fault = faultOfInstallPath(installPath)) {
       problems_.error({path, "", *fault, "shorten the names, or stage it elsewhere"});
     } else if (attributes->isSymbolicLink()) {

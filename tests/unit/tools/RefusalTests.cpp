@@ -176,6 +176,23 @@ TEST_F(Refusal, OfSpecialFilesInTheStagedFolder) {
   close(socketDescriptor);
 }
 
+TEST_F(Refusal, OfEntriesThatStandForFoldersOfTheSystem) {
+  for (const char* folder : {"/", "/Library", "/Library/LaunchDaemons"}) {
+    useFileEntry({{"Path", folder}, {"IsDirectory", true}, {"NSFilePosixPermissions", 0700}});
+    EXPECT_TRUE(refuses("Core.plist", "ListOfFiles[0].Path", "belongs to the system")) << folder;
+  }
+  useFileEntry({{"Path", "/Library/Guard"}, {"IsDirectory", true}});
+  EXPECT_TRUE(build());
+}
+
+TEST_F(Refusal, OfALinkOrAFileStagedInPlaceOfAFolderOfTheSystem) {
+  fs::create_symlink("private", staged("Library"));
+  EXPECT_TRUE(refuses("Staged/Core/Library", "", "belongs to the system"));
+  fs::remove(staged("Library"));
+  stage("Library", "abc");
+  EXPECT_TRUE(refuses("Staged/Core/Library", "", "belongs to the system"));
+}
+
 TEST_F(Refusal, OfNamesAndLinkTargetsThatAPropertyListCannotHold) {
   stage("opt/bad\xff", "abc");
   EXPECT_TRUE(refuses("Staged/Core/opt/bad\xff", "", "not valid UTF-8"));
@@ -299,12 +316,12 @@ TEST_F(Refusal, OfFileEntriesThatCannotBeInstalled) {
 }
 
 TEST_F(Refusal, AcceptsEntriesByHandThatCanBeInstalled) {
-  useAuthoringPlist(
-      dictionary({{"ListOfFiles",
-                   array({dictionary({{"Path", "/copy"}, {"SHAChecksum", kDigestOfAbc}}),
-                          dictionary({{"Path", "/opt"}, {"IsDirectory", true}, {"RemoveDirectoryAndContents", true}}),
-                          dictionary({{"Path", "/ext"}, {"ExternalSourcePath", "../../../beside"}}),
-                          dictionary({{"Path", "/l"}, {"IsSymbolicLink", true}, {"SymbolicLinkTarget", "../t"}})})}}));
+  useAuthoringPlist(dictionary(
+      {{"ListOfFiles",
+        array({dictionary({{"Path", "/copy"}, {"SHAChecksum", kDigestOfAbc}}),
+               dictionary({{"Path", "/opt/x/opt"}, {"IsDirectory", true}, {"RemoveDirectoryAndContents", true}}),
+               dictionary({{"Path", "/ext"}, {"ExternalSourcePath", "../../../beside"}}),
+               dictionary({{"Path", "/l"}, {"IsSymbolicLink", true}, {"SymbolicLinkTarget", "../t"}})})}}));
   describeCore("RootPrefix", "/opt/x");
   EXPECT_TRUE(build()) << (problems_.none() ? "" : problems_.errors()[0].text());
 }

@@ -4,6 +4,7 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ComponentScan.h"
+#include "InstallationDeployer/DiskSpace.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "InstallationDeployer/QVNInstallerState.h"
@@ -175,11 +176,12 @@ bool QVNInstallerManifest::updateManifestIndexForComponent(const std::string& co
   const PropertyList newPhase =
       phase.with(kManifestIndexListOfComponents, phase[kManifestIndexListOfComponents].appending(component))
           .with(kQVNInstallPhaseType, kQVNInstallPhaseLocalPayload);
-  const std::int64_t payloadSize =
-      index[kManifestIndexPayloadSize].integer().value_or(0) + manifest[kManifestComponentSize].integer().value_or(0);
+  DiskSpace payload;
+  payload.add(index[kManifestIndexPayloadSize].integer().value_or(0));
+  payload.add(manifest[kManifestComponentSize].integer().value_or(0));
   return writeProduct(
       forProduct, product.with(kManifestIndexListOfPhases, replacingElement(phases, 0, newPhase)),
-      index.with(kManifestIndexPayloadSize, payloadSize).with(kManifestIndexReceiptSize, sizeOfReceipt()));
+      index.with(kManifestIndexPayloadSize, payload.required()).with(kManifestIndexReceiptSize, sizeOfReceipt()));
 }
 
 std::int64_t QVNInstallerManifest::sizeOfReceipt() {

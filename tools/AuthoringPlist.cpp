@@ -159,7 +159,7 @@ class AuthoringReader {
     entry.allowOnly({kManifestFilePath, kManifestListOfArguments, kManifestRunOnce, kManifestExecuteOnInstall,
                      kManifestIsApplication, kManifestBundleIdentifier});
     (void)installPath(entry);
-    (void)entry.strings(kManifestListOfArguments, Need::Optional);
+    (void)entry.arguments(kManifestListOfArguments);
     (void)entry.boolean(kManifestRunOnce);
     (void)entry.boolean(kManifestExecuteOnInstall);
     (void)entry.boolean(kManifestIsApplication);

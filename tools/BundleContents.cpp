@@ -145,7 +145,7 @@ class BundleReader {
   }
 
   static BundleContents::Executable readExecutable(const CheckedDictionary& entry) {
-    return {readPath(entry), entry.strings(kManifestListOfArguments, Need::Optional),
+    return {readPath(entry), entry.arguments(kManifestListOfArguments),
             flagsOf(entry, {kManifestExecuteOnInstall, kManifestRunOnce, kManifestIsApplication})};
   }
 

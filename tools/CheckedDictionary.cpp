@@ -13,10 +13,13 @@ using foundation::PropertyList;
 namespace {
 
 constexpr std::string_view kTextType = "a string that is not empty";
+constexpr std::string_view kArgumentType = "a string";
 
-bool isUsableText(const PropertyList& value) {
-  return value.isString() && !value.text().empty() && value.text().find('\0') == std::string_view::npos;
+bool isArgument(const PropertyList& value) {
+  return value.isString() && value.text().find('\0') == std::string_view::npos;
 }
+
+bool isUsableText(const PropertyList& value) { return isArgument(value) && !value.text().empty(); }
 
 }  // namespace
 
@@ -91,21 +94,30 @@ std::optional<std::uint64_t> CheckedDictionary::number(std::string_view key, std
 }
 
 std::vector<std::string> CheckedDictionary::strings(std::string_view key, Need need) const {
-  std::vector<std::string> texts;
-  const auto found = array(key, need);
-  if (!found) {
-    return texts;
+  return texts(key, need, &isUsableText, kTextType);
+}
+
+std::vector<std::string> CheckedDictionary::arguments(std::string_view key) const {
+  return texts(key, Need::Optional, &isArgument, kArgumentType);
+}
+
+std::vector<std::string> CheckedDictionary::texts(std::string_view key, Need need,
+                                                  bool (*isUsable)(const PropertyList&), std::string_view type) const {
+  std::vector<std::string> found;
+  const auto list = array(key, need);
+  if (!list) {
+    return found;
   }
-  const auto elements = found->elements();
-  texts.reserve(elements.size());
+  const auto elements = list->elements();
+  found.reserve(elements.size());
   for (std::size_t index = 0; index < elements.size(); ++index) {
-    if (isUsableText(elements[index])) {
-      texts.emplace_back(elements[index].text());
+    if (isUsable(elements[index])) {
+      found.emplace_back(elements[index].text());
     } else {
-      refuseType(elementKey(keyPath(key), index), kTextType);
+      refuseType(elementKey(keyPath(key), index), type);
     }
   }
-  return texts;
+  return found;
 }
 
 std::vector<CheckedDictionary> CheckedDictionary::dictionaries(std::string_view key, Need need) const {

@@ -34,6 +34,8 @@ class CheckedDictionary {
   [[nodiscard]] std::optional<std::uint64_t> number(std::string_view key, std::uint64_t largest) const;
   /// The elements of an array of texts, none of them empty.
   [[nodiscard]] std::vector<std::string> strings(std::string_view key, Need need) const;
+  /// The elements of an optional array of arguments for a program, which may be empty texts.
+  [[nodiscard]] std::vector<std::string> arguments(std::string_view key) const;
   [[nodiscard]] std::vector<CheckedDictionary> dictionaries(std::string_view key, Need need) const;
   [[nodiscard]] std::optional<CheckedDictionary> dictionary(std::string_view key, Need need) const;
   [[nodiscard]] std::optional<foundation::PropertyList> array(std::string_view key, Need need) const;
@@ -45,6 +47,9 @@ class CheckedDictionary {
   void refuse(std::string_view key, std::string what, std::string advice) const;
 
  private:
+  [[nodiscard]] std::vector<std::string> texts(std::string_view key, Need need,
+                                               bool (*isUsable)(const foundation::PropertyList&),
+                                               std::string_view type) const;
   [[nodiscard]] const foundation::PropertyList* lookUp(std::string_view key, Need need,
                                                        std::string_view typeName) const;
   void refuseType(const std::string& keyPath, std::string_view typeName) const;

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "InstallationDeployer/DefaultAttributes.h"
+#include "InstallationDeployer/DiskSpace.h"
 #include "InstallationDeployer/ManifestKeys.h"
-#include "InstallationDeployer/steps/DiskSpace.h"
 #include "general/foundation/FileManager.h"
 #include "general/foundation/NSDictionaryExtensions.h"
 #include "general/foundation/NSFileManagerExtensions.h"

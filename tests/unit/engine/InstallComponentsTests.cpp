@@ -3,7 +3,7 @@
 
 #include <limits>
 
-#include "InstallationDeployer/steps/DiskSpace.h"
+#include "InstallationDeployer/DiskSpace.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
 #include "tests/unit/engine/InstallComponentsTest.h"
 

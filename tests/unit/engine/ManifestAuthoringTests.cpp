@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <limits>
 #include <stdexcept>
 
 #include "InstallationDeployer/InternalInconsistency.h"
@@ -400,6 +401,15 @@ TEST_F(ManifestAuthoring, FailsWhenTheSameComponentIsAddedToTheSameProductTwice)
   EXPECT_FALSE(add());
   EXPECT_EQ(log.texts("Error"), Names{"Error. P already has a reference to Core in ListOfComponents"});
   EXPECT_EQ(manifests_.installerState(), 1);
+}
+
+TEST_F(ManifestAuthoring, SizesBeyondTheRangeStopAtItsEnd) {
+  constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
+  stage("f", "123");
+  ASSERT_TRUE(add("Core", "P"));
+  ASSERT_TRUE(manifests_.writeManifestIndex(index().with("PayloadSize", kLargest)));
+  ASSERT_TRUE(add("Core", "Q"));
+  EXPECT_EQ(index()["PayloadSize"].integer(), kLargest);
 }
 
 TEST_F(ManifestAuthoring, RebuildsTheManifestOfAComponentAddedToASecondProductAndCountsItsSizeAgain) {

@@ -326,6 +326,12 @@ TEST_F(Refusal, AcceptsEntriesByHandThatCanBeInstalled) {
   EXPECT_TRUE(build()) << (problems_.none() ? "" : problems_.errors()[0].text());
 }
 
+TEST_F(Refusal, AcceptsAnEmptyArgumentOfAnExecutable) {
+  useAuthoringPlist(dictionary(
+      {{"ListOfExecutables", array({dictionary({{"Path", "/bin/x"}, {"ListOfArguments", array({"-n", ""})}})})}}));
+  EXPECT_TRUE(build()) << (problems_.none() ? "" : problems_.errors()[0].text());
+}
+
 TEST_F(Refusal, OfAnAuthoringPlistThatIsMissingOrMisspelt) {
   describeCore("AuthoringPlist", "None.plist");
   EXPECT_TRUE(refuses("None.plist", "", "missing"));

@@ -1,4 +1,4 @@
-#include "InstallationDeployer/steps/DiskSpace.h"
+#include "InstallationDeployer/DiskSpace.h"
 
 #include <algorithm>
 #include <limits>

@@ -4,8 +4,8 @@
 
 namespace deployer {
 
-/// The space an installation needs, in bytes. Sizes come from outside and may be any number: sums stop at the ends of
-/// the range instead of wrapping round.
+/// Space on disk that several things need together, in bytes. Sizes come from outside and may be any number: sums stop
+/// at the ends of the range instead of wrapping round.
 class DiskSpace {
  public:
   void add(std::int64_t bytes);

@@ -34,7 +34,6 @@ class HostileBundle : public EngineInRoot {
 
   static std::string index() { return inBundle("Contents/Install/Manifests/Index.plist"); }
   static std::string core() { return inBundle("Contents/Install/Manifests/Core.plist"); }
-  static std::string inBundle(const std::string& below) { return std::string(kBundle) + "/" + below; }
   std::string payload() {
     return inBundle(bundle().payloadPath("Core", "/opt/guard/file").substr(bundle().path().size() + 1));
   }

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "general/foundation/Unicode.h"
+
 namespace logging {
 
 namespace {
@@ -14,39 +16,16 @@ constexpr std::array<std::string_view, 12> kMonths{"Jan", "Feb", "Mar", "Apr", "
 constexpr int kUserFacility = 1 << 3;
 constexpr unsigned char kDelete = 0x7f;
 constexpr unsigned char kFirstNonAscii = 0x80;
+constexpr char32_t kFirstHarmlessBeyondAscii = 0xa0;
 constexpr std::size_t kLengthBytes = 8;
 
 unsigned char byteAt(std::string_view text, std::size_t index) { return static_cast<unsigned char>(text[index]); }
 
-std::size_t sequenceLength(unsigned char lead) {
-  if (lead >= 0xc2 && lead <= 0xdf) {
-    return 2;
-  }
-  if (lead >= 0xe0 && lead <= 0xef) {
-    return 3;
-  }
-  return lead >= 0xf0 && lead <= 0xf4 ? 4 : 0;
-}
-
 /// The length of the character beyond ASCII that starts the text; 0 when it is no UTF-8 or one of the control
 /// characters U+0080 to U+009F, which terminals obey too.
 std::size_t harmlessCharacterLength(std::string_view text) {
-  const unsigned char lead = byteAt(text, 0);
-  const std::size_t length = sequenceLength(lead);
-  if (length == 0 || text.size() < length) {
-    return 0;
-  }
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byteAt(text, i) & 0xc0U) != 0x80U) {
-      return 0;
-    }
-  }
-  const unsigned char second = byteAt(text, 1);
-  const bool control = lead == 0xc2 && second < 0xa0;
-  const bool overlong = (lead == 0xe0 && second < 0xa0) || (lead == 0xf0 && second < 0x90);
-  const bool surrogate = lead == 0xed && second > 0x9f;
-  const bool tooLarge = lead == 0xf4 && second > 0x8f;
-  return control || overlong || surrogate || tooLarge ? 0 : length;
+  const auto character = foundation::unicode::firstCodePoint(text);
+  return character && character->codePoint >= kFirstHarmlessBeyondAscii ? character->length : 0;
 }
 
 void appendEscaped(std::string& line, unsigned char byte) {

@@ -4,36 +4,21 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
+#include "general/foundation/FileDescriptors.h"
 #include "general/logging/LogService.h"
 
 namespace logging {
 
 namespace {
 
-bool writeAll(int descriptor, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t written = write(descriptor, content.data(), content.size());
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      return false;
-    }
-    content.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
 /// The journal accepts a file only when nobody can change it any more.
 foundation::Descriptor sealedFile(std::string_view content) {
   foundation::Descriptor file(memfd_create("log message", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (!file.isOpen() || !writeAll(file.number(), content) ||
+  if (!file.isOpen() || foundation::descriptors::writeAll(file.number(), std::as_bytes(std::span(content))) != 0 ||
       fcntl(file.number(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL) != 0) {
     return {};
   }

@@ -5,6 +5,7 @@
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/FailedInstallCleanup.h"
 #include "InstallationDeployer/InternalInconsistency.h"
+#include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "general/foundation/FileManager.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Thread.h"
@@ -16,9 +17,6 @@ namespace paths = foundation::paths;
 namespace files = foundation::files;
 
 namespace {
-
-// Distinguishes what a receipt process announces from what an installer at the same place announces.
-constexpr std::string_view kReceiptNotificationSuffix = ".receipt";
 
 /// The keys as an array; nil when there is no dictionary.
 foundation::PropertyList keysOf(const foundation::PropertyList& dictionary) {
@@ -179,12 +177,17 @@ std::string QVNInstallController::installerRootPath() const {
 }
 
 std::string QVNInstallController::postingNotificationId() const {
-  return configuration_.isReceiptMode() ? installerPath() + std::string(kReceiptNotificationSuffix) : installerPath();
+  return configuration_.isReceiptMode() ? QVNReceiptServiceStrategy::receiptNotificationIdForBundlePath(installerPath())
+                                        : installerPath();
 }
 
 QVNReceiptClient* QVNInstallController::getReceiptClientForStrategy(QVNInstallStepStrategy& /*step*/) {
   return nullptr;
 }
+
+std::shared_ptr<foundation::RunLoop> QVNInstallController::statusServerThread() { return nullptr; }
+
+void QVNInstallController::shutdownStatusService() {}
 
 void QVNInstallController::notifyInstallFailure() {
   setInstallerState(QVNInstallerStateFailed);

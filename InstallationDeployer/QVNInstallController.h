@@ -45,7 +45,9 @@ class QVNInstallController : public InstallRun {
   [[nodiscard]] std::string installerPath() const override;
   [[nodiscard]] std::string installerRootPath() const override;
   /// Names this run to those who watch several.
-  [[nodiscard]] std::string postingNotificationId() const;
+  [[nodiscard]] std::string postingNotificationId() const override;
+  [[nodiscard]] std::shared_ptr<foundation::RunLoop> statusServerThread() override;
+  void shutdownStatusService() override;
   [[nodiscard]] QVNReceiptClient* getReceiptClientForStrategy(QVNInstallStepStrategy& step) override;
 
   // Parts of a run.

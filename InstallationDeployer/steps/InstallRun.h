@@ -1,10 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "InstallationDeployer/QVNInstallConfiguration.h"
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "InstallationDeployer/QVNInstallerState.h"
+#include "general/foundation/RunLoop.h"
 
 namespace deployer {
 
@@ -29,6 +31,12 @@ class InstallRun {
   [[nodiscard]] virtual std::string installerRootPath() const = 0;
   /// The client of the installed product's receipt process, working for this step from now on; null when there is none.
   [[nodiscard]] virtual QVNReceiptClient* getReceiptClientForStrategy(QVNInstallStepStrategy& step) = 0;
+  /// Names this run to those who watch several: the object of the notifications it posts.
+  [[nodiscard]] virtual std::string postingNotificationId() const = 0;
+  /// The run loop of the thread that serves watchers; null when the run has none.
+  [[nodiscard]] virtual std::shared_ptr<foundation::RunLoop> statusServerThread() = 0;
+  /// Ends the service for watchers, as a watcher would.
+  virtual void shutdownStatusService() = 0;
 };
 
 }  // namespace deployer

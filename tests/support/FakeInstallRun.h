@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,10 @@ class FakeInstallRun : public deployer::InstallRun {
   deployer::QVNReceiptClient* getReceiptClientForStrategy(deployer::QVNInstallStepStrategy&) override {
     return nullptr;
   }
+
+  std::string postingNotificationId() const override { return installerPath(); }
+  std::shared_ptr<foundation::RunLoop> statusServerThread() override { return nullptr; }
+  void shutdownStatusService() override {}
 
   std::vector<deployer::QVNInstallerState> states;
   std::atomic<bool> cancelled = false;

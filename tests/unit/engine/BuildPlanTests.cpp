@@ -14,7 +14,6 @@
 namespace deployer {
 namespace {
 
-
 class BuildPlan : public ::testing::Test, protected tests::BundleFixture {
  protected:
   void SetUp() override { run_.configuration().setProductName("P"); }

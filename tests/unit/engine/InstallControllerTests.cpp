@@ -3,8 +3,9 @@
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/InternalInconsistency.h"
 #include "InstallationDeployer/QVNInstallController.h"
+#include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
-#include "InstallationDeployer/steps/QVNUnavailableStrategy.h"
+#include "InstallationDeployer/steps/QVNRemoveComponentsStrategy.h"
 #include "general/foundation/FileManager.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/unit/engine/BundleFixture.h"
@@ -348,7 +349,7 @@ TEST_F(InstallController, DetectedProductTreatedAsUpdateIsCachedStoppedRemovedAn
   EXPECT_EQ(*steps[0]->plan(), (Plan{"OldCore", "OldAgent"}));
   EXPECT_EQ(steps[6]->plan(), steps[0]->plan());
   EXPECT_NE(steps[3]->plan(), steps[0]->plan());
-  EXPECT_TRUE(dynamic_cast<const QVNUnavailableLocalStrategy&>(*steps[1]).isLocal());
+  EXPECT_TRUE(dynamic_cast<const QVNProcessStopStrategy&>(*steps[1]).isLocal());
 }
 
 TEST_F(InstallController, DetectedProductThatIsNoUpdateIsStoppedAndRemovedWithoutCache) {
@@ -438,10 +439,10 @@ TEST_F(InstallController, RemovalTreeWithCleanupRunsItLocallyOnItsOwnPlan) {
             (std::vector<std::string>{"buildRemovePlan", "stopProcesses", "removeFiles", "cleanup.stopProcesses",
                                       "cleanup.removeComponents", "removeReceipt"}));
   const auto& steps = dynamic_cast<const QVNAggregateInstallStrategy&>(*root).steps();
-  EXPECT_FALSE(dynamic_cast<const QVNUnavailableLocalStrategy&>(*steps[1]).isLocal());
-  EXPECT_FALSE(dynamic_cast<const QVNUnavailableLocalStrategy&>(*steps[2]).isLocal());
-  EXPECT_TRUE(dynamic_cast<const QVNUnavailableLocalStrategy&>(*steps[3]).isLocal());
-  EXPECT_TRUE(dynamic_cast<const QVNUnavailableLocalStrategy&>(*steps[4]).isLocal());
+  EXPECT_FALSE(dynamic_cast<const QVNProcessStopStrategy&>(*steps[1]).isLocal());
+  EXPECT_FALSE(dynamic_cast<const QVNRemoveComponentsStrategy&>(*steps[2]).isLocal());
+  EXPECT_TRUE(dynamic_cast<const QVNProcessStopStrategy&>(*steps[3]).isLocal());
+  EXPECT_TRUE(dynamic_cast<const QVNRemoveComponentsStrategy&>(*steps[4]).isLocal());
   EXPECT_EQ(*steps[3]->plan(), (Plan{"Old1", "Old2"}));
   EXPECT_EQ(steps[3]->plan(), steps[4]->plan());
   EXPECT_EQ(steps[0]->plan(), steps[5]->plan());

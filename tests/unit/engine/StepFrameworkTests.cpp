@@ -4,7 +4,6 @@
 #include <functional>
 
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
-#include "InstallationDeployer/steps/QVNUnavailableStrategy.h"
 #include "general/foundation/Thread.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeInstallRun.h"
@@ -252,19 +251,6 @@ TEST_F(StepFramework, ExecutingIsLoggedWithThePlan) {
   EXPECT_TRUE(step.execute(true));
   EXPECT_FALSE(step.execute(false));
   EXPECT_EQ(log.count("Debug", ">>> executing step with plan: (Core, Agent)"), 2U);
-}
-
-TEST_F(StepFramework, StepThatIsNotAvailableFailsTheRunInPlainWords) {
-  QVNProcessStopStrategy step({}, "stopProcesses", nullptr, run_, nullptr, true);
-  EXPECT_TRUE(step.isLocal());
-  EXPECT_FALSE(step.execute(false));
-  EXPECT_EQ(step.installerState(), QVNInstallerStateSuccess);
-  const tests::CapturedLog log;
-  EXPECT_FALSE(step.execute(true));
-  EXPECT_EQ(step.installerState(), QVNInstallerStateFailed);
-  EXPECT_TRUE(log.contains("Error",
-                           "The step <QVNProcessStopStrategy: > stopProcesses is not available in this engine. Nothing "
-                           "was done."));
 }
 
 }  // namespace

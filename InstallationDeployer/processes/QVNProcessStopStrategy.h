@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+#include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+
+namespace deployer {
+
+/// Stops what runs of the planned components.
+class QVNProcessStopStrategy : public QVNInstallStepStrategy {
+ public:
+  /// @param runLocally whether the step may run from wherever the engine was started, or from the receipt only.
+  QVNProcessStopStrategy(PropertyList installPhaseDictionary, std::string stepName, QVNInstallStepStrategy* parentStep,
+                         InstallRun& controller, SharedPlan plan, bool runLocally)
+      : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
+                               std::move(plan)),
+        isLocal_(runLocally) {}
+  bool execute(bool previousSuccess) override;
+  [[nodiscard]] std::string_view className() const override { return "QVNProcessStopStrategy"; }
+  [[nodiscard]] bool isLocal() const { return isLocal_; }
+  void setIsLocal(bool isLocal) { isLocal_ = isLocal; }
+
+ private:
+  bool isLocal_;
+};
+
+}  // namespace deployer

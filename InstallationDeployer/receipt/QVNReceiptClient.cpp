@@ -1,0 +1,1 @@
+#include "InstallationDeployer/receipt/QVNReceiptClient.h"

@@ -1,0 +1,16 @@
+#include "InstallationDeployer/receipt/QVNRemoveReceiptStrategy.h"
+
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+bool QVNRemoveReceiptStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  logging::error("The step \"%@\" (%@) is not available.", qualifiedName(), className());
+  return failWith();
+}
+
+}  // namespace deployer

@@ -1,0 +1,16 @@
+#include "InstallationDeployer/steps/QVNRemoveComponentsStrategy.h"
+
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+bool QVNRemoveComponentsStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  logging::error("The step \"%@\" (%@) is not available.", qualifiedName(), className());
+  return failWith();
+}
+
+}  // namespace deployer

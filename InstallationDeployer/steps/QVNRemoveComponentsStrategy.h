@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+
+namespace deployer {
+
+/// Removes the files of the planned components.
+class QVNRemoveComponentsStrategy : public QVNInstallStepStrategy {
+ public:
+  /// @param runLocally whether the step may run from wherever the engine was started, or from the receipt only.
+  QVNRemoveComponentsStrategy(PropertyList installPhaseDictionary, std::string stepName,
+                              QVNInstallStepStrategy* parentStep, InstallRun& controller, SharedPlan plan,
+                              bool runLocally)
+      : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
+                               std::move(plan)),
+        isLocal_(runLocally) {}
+  bool execute(bool previousSuccess) override;
+  [[nodiscard]] std::string_view className() const override { return "QVNRemoveComponentsStrategy"; }
+  [[nodiscard]] bool isLocal() const { return isLocal_; }
+  void setIsLocal(bool isLocal) { isLocal_ = isLocal; }
+
+ private:
+  bool isLocal_;
+};
+
+}  // namespace deployer

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+namespace ipc {
+
+/// Vouches for one end of a connection and vets the other. Used on the thread of the connection it belongs to.
+class ConnectionDelegate {
+ public:
+  virtual ~ConnectionDelegate() = default;
+  /// What goes with a message that is about to be sent.
+  [[nodiscard]] virtual std::vector<std::byte> authenticationDataForComponents(
+      std::span<const std::byte> components) = 0;
+  /// Whether a message that arrived with this data may be believed.
+  [[nodiscard]] virtual bool authenticateComponents(std::span<const std::byte> components,
+                                                    std::span<const std::byte> data) = 0;
+};
+
+}  // namespace ipc

@@ -1,0 +1,11 @@
+#include "general/ipc/Notification.h"
+
+#include "general/foundation/TextFormat.h"
+
+namespace ipc {
+
+std::string Notification::description() const {
+  return foundation::format("{name = %@; object = %@; userInfo = %@}", name, object, userInfo);
+}
+
+}  // namespace ipc

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "general/foundation/RunLoop.h"
+#include "general/ipc/ConnectionDelegate.h"
+#include "general/ipc/Notification.h"
+#include "general/ipc/ProtocolChecker.h"
+
+namespace ipc {
+
+/// Vends one object under a name that other processes on this machine can look up.
+///
+/// Peers are served on the run loop of the thread that made the connection, one request at a time; everything here
+/// belongs to that thread. Nothing a peer does, or fails to do, costs more than its own connection: what it sends is
+/// bounded, vetted and checked before the target is reached, and what it does not read is dropped with it.
+class ServerConnection {
+ public:
+  enum class Peers { Everybody, RootOnly };
+  struct Options {
+    Peers peers = Peers::RootOnly;
+    std::size_t maximumRequestSize = std::size_t{64} * 1024;  ///< of one message, in bytes
+  };
+
+  explicit ServerConnection(const Options& options);
+  ~ServerConnection();  ///< gives the name up and closes every connection
+  ServerConnection(const ServerConnection&) = delete;
+  ServerConnection& operator=(const ServerConnection&) = delete;
+
+  /// Both must be set before registerName() and stay until the connection ends.
+  void setDelegate(std::shared_ptr<ConnectionDelegate> delegate);
+  void setRootObject(std::shared_ptr<const ProtocolChecker> rootObject);
+  /// Takes the name; false when a living process has it, or when this process may not register names. The name of a
+  /// process that died is taken over. Until then nobody can connect.
+  [[nodiscard]] bool registerName(const std::string& name);
+  /// Sends the notification to those peers that asked for notifications.
+  void sendNotification(const Notification& notification);
+
+ private:
+  class Implementation;
+  std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace ipc

@@ -80,6 +80,7 @@ class CorvaneDistantObject : private ConnectionDelegate {
 
   /// The connection to the remote object, made now if need be; null when nobody vends under the name.
   ClientConnection* rootProxy();
+  void invokeWithRetries(const Operation& operation, Invocation& invocation);
   void dropConnection();
 
   std::optional<std::string> remoteServerName_;

@@ -1,5 +1,7 @@
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 
+#include "general/foundation/TextFormat.h"
+
 namespace deployer {
 
 using foundation::PropertyList;
@@ -51,5 +53,9 @@ bool QVNInstallationReceiptProxy::removeComponents(const std::vector<std::string
 }
 
 void QVNInstallationReceiptProxy::shutdownService() { remote_->send(kShutdownService); }
+
+std::string QVNInstallationReceiptProxy::description() const {
+  return foundation::format("<CorvaneDistantObject: %@>", remote_->remoteServerName());
+}
 
 }  // namespace deployer

@@ -33,6 +33,8 @@ class QVNInstallationReceiptProtocol {
   virtual bool removeComponents(const std::vector<std::string>& components) = 0;
   /// Ends the receipt process.
   virtual void shutdownService() = 0;
+  /// For log lines.
+  [[nodiscard]] virtual std::string description() const { return "<QVNInstallationReceiptProtocol>"; }
 };
 
 /// Hands remote requests to an object in this process; the object must outlive the target.
@@ -47,6 +49,7 @@ class QVNInstallationReceiptProxy : public QVNInstallationReceiptProtocol {
   [[nodiscard]] std::optional<std::vector<std::string>> fixPlanForValidation() override;
   bool removeComponents(const std::vector<std::string>& components) override;
   void shutdownService() override;
+  [[nodiscard]] std::string description() const override;
   [[nodiscard]] const ipc::CorvaneDistantObject& remote() const { return *remote_; }
 
  private:

@@ -1,5 +1,7 @@
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 
+#include "general/foundation/TextFormat.h"
+
 namespace deployer {
 
 using foundation::PropertyList;
@@ -45,5 +47,9 @@ std::int64_t QVNInstallationStatusProxy::getProgress() { return remote_->send(kG
 void QVNInstallationStatusProxy::cancelInstallation() { remote_->send(kCancelInstallation); }
 
 void QVNInstallationStatusProxy::shutdownService() { remote_->send(kShutdownService); }
+
+std::string QVNInstallationStatusProxy::description() const {
+  return foundation::format("<CorvaneDistantObject: %@>", remote_->remoteServerName());
+}
 
 }  // namespace deployer

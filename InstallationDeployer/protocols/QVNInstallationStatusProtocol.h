@@ -31,6 +31,8 @@ class QVNInstallationStatusProtocol {
   virtual void cancelInstallation() = 0;
   /// Lets the engine end.
   virtual void shutdownService() = 0;
+  /// For log lines.
+  [[nodiscard]] virtual std::string description() const { return "<QVNInstallationStatusProtocol>"; }
 };
 
 /// Hands remote requests to an object in this process; the object must outlive the target.
@@ -44,6 +46,7 @@ class QVNInstallationStatusProxy : public QVNInstallationStatusProtocol {
   [[nodiscard]] std::int64_t getProgress() override;
   void cancelInstallation() override;
   void shutdownService() override;
+  [[nodiscard]] std::string description() const override;
   [[nodiscard]] const ipc::CorvaneDistantObject& remote() const { return *remote_; }
 
  private:

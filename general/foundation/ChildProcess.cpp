@@ -63,7 +63,11 @@ void restoreDefaultSignals() noexcept {
 }
 
 /// Runs in the child: async-signal-safe calls only.
-[[noreturn]] void becomeProgram(const ChildPlan& plan, char* const* argumentVector, int reportEnd) noexcept {
+[[noreturn]] void becomeProgram(const ChildPlan& plan, char* const* argumentVector, pid_t parent,
+                                int reportEnd) noexcept {
+  if (plan.endsWithParent && !primitives::endWithParent(parent)) {
+    giveUp(reportEnd, ChildStart::Failure::Resources);
+  }
   restoreDefaultSignals();
   primitives::closeDescriptorsOnExec(kFirstOrdinaryDescriptor);
   if (plan.standardOutput >= 0 && dup2(plan.standardOutput, STDOUT_FILENO) < 0) {
@@ -112,6 +116,7 @@ ChildStart startChild(const ChildPlan& plan) {
     return {ChildStart::Failure::Resources, errno, 0};
   }
   const std::vector<char*> vector = argumentVector(plan);
+  const pid_t parent = getpid();
   pid_t child = -1;
   int forkError = 0;
   {
@@ -119,7 +124,7 @@ ChildStart startChild(const ChildPlan& plan) {
     child = fork();
     forkError = errno;
     if (child == 0) {
-      becomeProgram(plan, vector.data(), report->writeEnd.number());
+      becomeProgram(plan, vector.data(), parent, report->writeEnd.number());
     }
   }
   if (child < 0) {

@@ -12,6 +12,7 @@ struct ChildPlan {
   const char* workingDirectory = nullptr;
   int standardOutput = -1;  ///< what takes the place of descriptor 1; -1 leaves it
   int standardError = -1;
+  bool endsWithParent = false;  ///< is killed when the thread that starts it ends; no promise where no system call is
 };
 
 /// How far a child came.

@@ -11,6 +11,10 @@ namespace foundation::primitives {
 /// A descriptor that becomes readable when the child exits; none when this system offers no such thing.
 [[nodiscard]] Descriptor childExitDescriptor(int processIdentifier);
 
+/// Has the calling process killed when its parent ends. False when the parent, by this number, has ended already.
+/// Async-signal-safe: runs between fork and exec. Does nothing where the system offers no such thing.
+[[nodiscard]] bool endWithParent(int parent) noexcept;
+
 /// Marks every descriptor from `lowest` up to be closed by the next exec. Async-signal-safe: runs between fork and
 /// exec.
 void closeDescriptorsOnExec(int lowest) noexcept;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -22,6 +23,8 @@ namespace {
 constexpr int kExitPollMilliseconds = 20;
 // The exit status reported when the system kept none, because the engine was started with SIGCHLD ignored.
 constexpr int kUnknownStatus = 255;
+using Clock = std::chrono::steady_clock;
+
 constexpr std::size_t kReadSize = 16384;
 
 bool holdsNul(const std::string& text) { return text.find('\0') != std::string::npos; }
@@ -71,6 +74,16 @@ std::size_t waitingBytes(const Descriptor& end) {
   return ioctl(end.number(), FIONREAD, &count) == 0 && count > 0 ? static_cast<std::size_t>(count) : 0;
 }
 
+/// Rounded up, and 0 only when the moment has come.
+int millisecondsUntil(Clock::time_point moment) {
+  const Clock::time_point now = Clock::now();
+  if (moment <= now) {
+    return 0;
+  }
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(moment - now).count();
+  return static_cast<int>(std::min<decltype(wait)>(wait, std::numeric_limits<int>::max()));
+}
+
 ssize_t readSome(const Descriptor& end, std::array<char, kReadSize>& buffer) {
   ssize_t count = 0;
   do {
@@ -89,6 +102,7 @@ Task::Task(Task&& other) noexcept
       arguments_(std::move(other.arguments_)),
       currentDirectory_(std::move(other.currentDirectory_)),
       keptBytes_(other.keptBytes_),
+      endsWithParent_(other.endsWithParent_),
       processIdentifier_(std::exchange(other.processIdentifier_, 0)),
       exit_(std::move(other.exit_)),
       output_(std::move(other.output_)),
@@ -118,6 +132,7 @@ void Task::launch() {
   plan.program = launchPath_;
   plan.arguments = arguments_;
   plan.workingDirectory = currentDirectory_ ? currentDirectory_->c_str() : nullptr;
+  plan.endsWithParent = endsWithParent_;
   Pipe output;
   Pipe error;
   if (keptBytes_) {
@@ -139,10 +154,27 @@ void Task::launch() {
 
 void Task::waitUntilExit() {
   while (isRunning()) {
-    std::array<pollfd, 3> watched{pollfd{exit_.number(), POLLIN, 0}, pollfd{output_.number(), POLLIN, 0},
-                                  pollfd{error_.number(), POLLIN, 0}};
-    poll(watched.data(), watched.size(), exit_.isOpen() ? -1 : kExitPollMilliseconds);
+    waitForNews(-1);
   }
+}
+
+bool Task::waitUntilExit(Clock::time_point deadline) {
+  while (isRunning()) {
+    const int left = millisecondsUntil(deadline);
+    if (left == 0) {
+      return false;
+    }
+    waitForNews(left);
+  }
+  return true;
+}
+
+void Task::waitForNews(int milliseconds) const {
+  std::array<pollfd, 3> watched{pollfd{exit_.number(), POLLIN, 0}, pollfd{output_.number(), POLLIN, 0},
+                                pollfd{error_.number(), POLLIN, 0}};
+  const bool announced = exit_.isOpen();
+  const int unannounced = milliseconds < 0 ? kExitPollMilliseconds : std::min(milliseconds, kExitPollMilliseconds);
+  poll(watched.data(), watched.size(), announced ? milliseconds : unannounced);
 }
 
 bool Task::isRunning() {
@@ -168,7 +200,6 @@ void Task::rememberExit(int waitStatus) {
   exited_ = true;
   signalled_ = WIFSIGNALED(waitStatus);
   terminationStatus_ = signalled_ ? WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
-  exit_.reset();
   output_.reset();
   error_.reset();
 }

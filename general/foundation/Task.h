@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <stdexcept>
@@ -33,14 +34,24 @@ class Task {
   /// first `bytes` are kept. Both are drained while waitUntilExit() waits, so that a talkative child cannot block for
   /// ever.
   void captureOutput(std::size_t bytes);
+  /// Whether the system kills the child when this process ends, however it ends. On Linux that is when the thread that
+  /// launches the child ends, so launch from one that stays; a child of an engine started by another user than root
+  /// must not be launched before the engine is root for good. macOS offers no such thing: there the child is left to
+  /// itself.
+  void setEndsWithParent(bool ends) { endsWithParent_ = ends; }
 
   /// Starts the child. Throws TaskLaunchException when the program cannot be started: missing, not executable, a path
   /// or arguments that the system does not take, a missing working directory, a task that was launched before.
   void launch();
   /// Waits until the child itself has exited; children that it left behind with its pipes open do not matter.
   void waitUntilExit();
+  /// The same until a deadline at most; returns at once when the child exits. False when the child still runs.
+  bool waitUntilExit(std::chrono::steady_clock::time_point deadline);
   /// False once the child has exited (and not before it was launched).
   [[nodiscard]] bool isRunning();
+  /// Readable from the child's exit on, and open from the launch to the end of this object; -1 where the system cannot
+  /// announce an exit, and before the launch. For poll(); see TaskExitSource for run loops.
+  [[nodiscard]] int exitDescriptor() const { return exit_.number(); }
   [[nodiscard]] int processIdentifier() const { return processIdentifier_; }
   /// The exit status, or the number of the signal that ended the child. Meaningful after the exit.
   [[nodiscard]] int terminationStatus() const { return terminationStatus_; }
@@ -49,6 +60,7 @@ class Task {
   [[nodiscard]] const std::string& standardErrorOutput() const { return standardError_; }
 
  private:
+  void waitForNews(int milliseconds) const;
   void rememberExit(int waitStatus);
   void drain(Descriptor& end, std::string* kept);
 
@@ -56,6 +68,7 @@ class Task {
   std::vector<std::string> arguments_;
   std::optional<std::string> currentDirectory_;
   std::optional<std::size_t> keptBytes_;
+  bool endsWithParent_ = false;
   int processIdentifier_ = 0;
   Descriptor exit_;
   Descriptor output_;

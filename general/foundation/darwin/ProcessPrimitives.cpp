@@ -29,6 +29,12 @@ Descriptor childExitDescriptor(int processIdentifier) {
   return queue;
 }
 
+bool endWithParent(int parent) noexcept {
+  // Missing here: the system does not end a process with its parent. A child would have to watch its parent itself
+  // (EVFILT_PROC with NOTE_EXIT) once its program runs.
+  return getppid() == parent;
+}
+
 void closeDescriptorsOnExec(int lowest) noexcept {
   const int end = getdtablesize();
   for (int descriptor = lowest; descriptor < end; ++descriptor) {

@@ -1,11 +1,13 @@
 #include "general/foundation/ProcessPrimitives.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <limits>
 
 namespace foundation::primitives {
@@ -31,6 +33,12 @@ bool openPipe(int (&ends)[2]) { return pipe2(ends, O_CLOEXEC) == 0; }
 
 Descriptor childExitDescriptor(int processIdentifier) {
   return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, processIdentifier, 0)));
+}
+
+bool endWithParent(int parent) noexcept {
+  // In this order: a parent that ends before the first call is noticed by the second, one that ends later by the
+  // system.
+  return prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && getppid() == parent;
 }
 
 void closeDescriptorsOnExec(int lowest) noexcept {

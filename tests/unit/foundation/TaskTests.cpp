@@ -1,12 +1,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <exception>
 #include <filesystem>
@@ -17,12 +20,16 @@
 #include <utility>
 #include <vector>
 
+#include "general/foundation/ProcessPrimitives.h"
 #include "general/foundation/Task.h"
+#include "general/foundation/TaskExitSource.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
+using foundation::RunLoop;
 using foundation::Task;
+using foundation::TaskExitSource;
 using foundation::TaskLaunchException;
 using tests::TemporaryDirectory;
 
@@ -236,6 +243,138 @@ TEST(Task, CanBeMovedWhileItRuns) {
   gate.open();
   second.waitUntilExit();
   EXPECT_EQ(second.terminationStatus(), 6);
+}
+
+// Far enough away that a test which reaches it has failed.
+constexpr std::chrono::minutes kLongTime{2};
+
+TEST(Task, AWaitWithADeadlineEndsWithTheChild) {
+  Task task = shell("exit 3");
+  task.launch();
+  EXPECT_TRUE(task.waitUntilExit(RunLoop::Clock::now() + kLongTime));
+  EXPECT_EQ(task.terminationStatus(), 3);
+  EXPECT_TRUE(task.waitUntilExit(RunLoop::Clock::now()));
+}
+
+TEST(Task, AWaitWithADeadlineEndsWithoutTheChild) {
+  const Gate gate;
+  Task task = shell(gate.waitHere() + "; exit 4");
+  task.launch();
+  EXPECT_FALSE(task.waitUntilExit(RunLoop::Clock::now() + std::chrono::milliseconds(1)));
+  EXPECT_FALSE(task.waitUntilExit(RunLoop::Clock::time_point::min()));
+  EXPECT_TRUE(task.isRunning());
+  gate.open();
+  EXPECT_TRUE(task.waitUntilExit(RunLoop::Clock::now() + kLongTime));
+  EXPECT_EQ(task.terminationStatus(), 4);
+}
+
+TEST(Task, TheExitOfAChildEndsATurnOfTheRunLoop) {
+  const Gate gate;
+  Task task = shell(gate.waitHere());
+  task.launch();
+  RunLoop loop;
+  int exits = 0;
+  const TaskExitSource source(loop, task, [&] { ++exits; });
+  EXPECT_TRUE(loop.runUntil(RunLoop::Clock::now()));
+  EXPECT_EQ(exits, 0);
+  gate.open();
+  EXPECT_TRUE(loop.runUntil(RunLoop::Clock::now() + kLongTime));
+  EXPECT_EQ(exits, 1);
+  EXPECT_FALSE(task.isRunning());
+}
+
+TEST(Task, AnExitSourceLeavesTheLoopAtItsEndAndOutlivesTheExit) {
+  Task task = shell("exit 0");
+  RunLoop loop;
+  EXPECT_EQ(task.exitDescriptor(), -1);
+  task.launch();
+  {
+    const TaskExitSource source(loop, task);
+    task.waitUntilExit();
+    EXPECT_TRUE(loop.runUntil(RunLoop::Clock::now() + kLongTime)) << "its descriptor is still the task's";
+  }
+  EXPECT_FALSE(loop.runUntil(RunLoop::Clock::now() + kLongTime));
+}
+
+/// Another process that launches a task and stays until it is ended from outside.
+class LaunchingProcess {
+ public:
+  LaunchingProcess(const std::string& script, bool endsWithParent) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    process_ = fork();
+    if (process_ == 0) {
+      dup2(ends[1], STDOUT_FILENO);
+      close(ends[0]);
+      close(ends[1]);
+      Task task = shell(script);
+      task.setEndsWithParent(endsWithParent);
+      task.launch();
+      // So that the task's child is the only one that holds the pipe.
+      close(STDOUT_FILENO);
+      while (true) {
+        pause();
+      }
+    }
+    close(ends[1]);
+    output_ = ends[0];
+  }
+  ~LaunchingProcess() {
+    end();
+    close(output_);
+  }
+  LaunchingProcess(const LaunchingProcess&) = delete;
+  LaunchingProcess& operator=(const LaunchingProcess&) = delete;
+
+  void end() {
+    if (process_ > 0) {
+      kill(process_, SIGKILL);
+      waitpid(process_, nullptr, 0);
+      process_ = 0;
+    }
+  }
+  /// What the child writes next; empty once it has ended.
+  [[nodiscard]] std::string nextOutput() const {
+    pollfd watched{output_, POLLIN, 0};
+    if (poll(&watched, 1, static_cast<int>(std::chrono::milliseconds(kLongTime).count())) <= 0) {
+      return "nothing came";
+    }
+    char text[100];
+    const ssize_t count = read(output_, text, sizeof text);
+    return {text, static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+  }
+
+ private:
+  pid_t process_ = -1;
+  int output_ = -1;
+};
+
+TEST(Task, AChildThatEndsWithItsParentIsKilledWithIt) {
+  const Gate gate;
+  LaunchingProcess parent("trap '' TERM HUP INT; echo ready; " + gate.waitHere() + "; echo gone on", true);
+  ASSERT_EQ(parent.nextOutput(), "ready\n");
+  parent.end();
+  EXPECT_EQ(parent.nextOutput(), "");
+}
+
+TEST(Task, AChildOutlivesItsParentWhereNothingElseWasAskedFor) {
+  const Gate gate;
+  LaunchingProcess parent("echo ready; " + gate.waitHere() + "; echo gone on", false);
+  ASSERT_EQ(parent.nextOutput(), "ready\n");
+  parent.end();
+  gate.open();
+  EXPECT_EQ(parent.nextOutput(), "gone on\n");
+}
+
+TEST(Task, AChildWhoseParentEndedBeforeItCouldAskForItsSignalDoesNotStart) {
+  const pid_t child = fork();
+  if (child == 0) {
+    // As after the parent's end: the parent is another process than the one that forked.
+    _exit(foundation::primitives::endWithParent(getpid()) ? 1 : 0);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(Task, AMissingProgramIsALaunchFailureThatNamesIt) {

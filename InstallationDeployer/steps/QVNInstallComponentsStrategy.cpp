@@ -7,6 +7,7 @@
 #include "InstallationDeployer/DefaultAttributes.h"
 #include "InstallationDeployer/DiskSpace.h"
 #include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/steps/EntryPath.h"
 #include "general/foundation/FileManager.h"
 #include "general/foundation/NSDictionaryExtensions.h"
 #include "general/foundation/NSFileManagerExtensions.h"
@@ -49,27 +50,6 @@ bool isWorthHelpers(const PropertyList& manifest) {
 unsigned usefulHelpers() { return std::clamp(std::thread::hardware_concurrency(), 1U, kMostHelpers + 1) - 1; }
 
 std::size_t keptBytesPerThread(unsigned helpers) { return kKeptBufferBytes / (helpers + 1); }
-
-// An entry that names no place below the root must not end up as the root itself, nor beside it.
-bool isUsablePath(std::string_view path) {
-  if (path == "/") {
-    return true;
-  }
-  bool named = false;
-  while (!path.empty()) {
-    const std::size_t end = std::min(path.find('/'), path.size());
-    const std::string_view component = path.substr(0, end);
-    path.remove_prefix(std::min(end + 1, path.size()));
-    if (component.empty() || component == ".") {
-      continue;
-    }
-    if (!paths::isSingleComponent(component)) {
-      return false;
-    }
-    named = true;
-  }
-  return named;
-}
 
 bool isRoot(std::string_view path) { return paths::standardize(path) == "/"; }
 

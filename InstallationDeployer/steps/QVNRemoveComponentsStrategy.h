@@ -4,9 +4,19 @@
 
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 
+namespace foundation {
+class GuardedRemoval;
+}
+
 namespace deployer {
 
-/// Removes the files of the planned components.
+/// Removes the files of the planned components, the contents of a directory before the directory. The first entry that
+/// fails ends the step; what is missing already is no failure, and what was removed stays removed.
+///
+/// Nothing is removed that the manifests do not list: a directory that holds something else stays, and so does one in
+/// a file's place, and a link in a directory's place. No link of anybody but the effective user is followed on the way
+/// to an item, and none at its end. System folders are refused, however their path is written. Only an entry that says
+/// so takes a directory with everything in it, and then nothing that is mounted there.
 class QVNRemoveComponentsStrategy : public QVNInstallStepStrategy {
  public:
   /// @param runLocally whether the step may run from wherever the engine was started, or from the receipt only.
@@ -22,6 +32,16 @@ class QVNRemoveComponentsStrategy : public QVNInstallStepStrategy {
   void setIsLocal(bool isLocal) { isLocal_ = isLocal; }
 
  private:
+  [[nodiscard]] bool removeEntry(const std::string& component, const PropertyList& entry,
+                                 foundation::GuardedRemoval& removal);
+  [[nodiscard]] bool removeWithContents(const std::string& path, foundation::GuardedRemoval& removal);
+  [[nodiscard]] bool removeUnlessInUse(const std::string& path, foundation::GuardedRemoval& removal);
+  [[nodiscard]] bool removeFile(const std::string& path, foundation::GuardedRemoval& removal);
+  [[nodiscard]] bool isKept(const PropertyList& entry) const;
+
+  template <class... Arguments>
+  bool fail(std::string_view text, const Arguments&... arguments);
+
   bool isLocal_;
 };
 

@@ -14,6 +14,7 @@
 #include "general/foundation/DirectoryListing.h"
 #include "general/foundation/FileDescriptors.h"
 #include "general/foundation/ItemRemoval.h"
+#include "general/foundation/ItemStatus.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/PlatformFiles.h"
 #include "general/foundation/PreparedFile.h"
@@ -51,39 +52,6 @@ std::string withoutTrailingSlashes(const std::string& path) {
 std::string folderOf(const std::string& path) {
   std::string folder = paths::deleteLastComponent(path);
   return folder.empty() ? "." : folder;
-}
-
-FileType typeOf(mode_t mode) {
-  switch (mode & S_IFMT) {
-    case S_IFREG:
-      return FileType::Regular;
-    case S_IFDIR:
-      return FileType::Directory;
-    case S_IFLNK:
-      return FileType::SymbolicLink;
-    case S_IFCHR:
-      return FileType::CharacterSpecial;
-    case S_IFBLK:
-      return FileType::BlockSpecial;
-    case S_IFSOCK:
-      return FileType::Socket;
-    case S_IFIFO:
-      return FileType::Fifo;
-    default:
-      return FileType::Unknown;
-  }
-}
-
-ItemAttributes attributesFrom(const struct stat& item) {
-  return {.type = typeOf(item.st_mode),
-          .size = static_cast<std::uint64_t>(item.st_size),
-          .owner = item.st_uid,
-          .group = item.st_gid,
-          .permissions = static_cast<std::uint32_t>(item.st_mode) & kPermissionBits,
-          .modificationNanoseconds = platform_files::modificationTime(item),
-          .changeNanoseconds = platform_files::changeTime(item),
-          .device = static_cast<std::uint64_t>(item.st_dev),
-          .inode = static_cast<std::uint64_t>(item.st_ino)};
 }
 
 bool isDirectory(const std::string& path) {

@@ -23,6 +23,15 @@ int renameExclusively(const char* from, const char* to);
 /// is mounted is refused (EXDEV).
 int openSubdirectory(int folder, const char* name);
 
+/// Opens a directory only to reach what lies in it, which takes no permission to list it. Links are followed.
+int openFolder(const char* path);
+/// The same, but fails when any part of the path is a link, or where the system cannot tell in one call.
+int openFolderWithoutLinks(const char* path);
+/// Opens an item only to look at it; a link itself, never what it leads to.
+int openItself(int folder, const char* name);
+/// The text of a link that openItself() opened, cut to the memory given. The number of bytes, or -1.
+ssize_t readOpenLink(int link, char* text, std::size_t size);
+
 /// Opens a new file in this folder that has no name; EOPNOTSUPP where there is no such thing.
 int openUnnamedFile(const char* folder);
 /// Gives an unnamed file its name. EEXIST when it is taken, EOPNOTSUPP when this process can name none: it then has to

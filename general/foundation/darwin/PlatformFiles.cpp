@@ -44,6 +44,16 @@ int openSubdirectory(int folder, const char* name) {
   return directory.release();
 }
 
+int openFolder(const char* path) { return open(path, O_SEARCH | O_CLOEXEC); }
+
+int openFolderWithoutLinks(const char* path) { return open(path, O_SEARCH | O_NOFOLLOW_ANY | O_CLOEXEC); }
+
+int openItself(int folder, const char* name) {
+  return openat(folder, name, O_RDONLY | O_SYMLINK | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+ssize_t readOpenLink(int link, char* text, std::size_t size) { return freadlink(link, text, size); }
+
 int openUnnamedFile(const char* /*folder*/) {
   errno = EOPNOTSUPP;
   return -1;

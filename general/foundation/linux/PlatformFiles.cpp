@@ -70,6 +70,19 @@ int openSubdirectory(int folder, const char* name) {
   return static_cast<int>(directory);
 }
 
+int openFolder(const char* path) { return open(path, O_PATH | O_DIRECTORY | O_CLOEXEC); }
+
+int openFolderWithoutLinks(const char* path) {
+  open_how how{};
+  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  return static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how));
+}
+
+int openItself(int folder, const char* name) { return openat(folder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC); }
+
+ssize_t readOpenLink(int link, char* text, std::size_t size) { return readlinkat(link, "", text, size); }
+
 int openUnnamedFile(const char* folder) {
   if (!unnamedFilesCanBeNamed.load(std::memory_order_relaxed)) {
     errno = EOPNOTSUPP;

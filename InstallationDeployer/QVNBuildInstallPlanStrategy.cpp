@@ -3,9 +3,11 @@
 #include <unordered_set>
 
 #include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "general/foundation/FileManager.h"
 #include "general/foundation/NSDictionaryExtensions.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/Thread.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
@@ -46,14 +48,22 @@ bool QVNBuildInstallPlanStrategy::execute(bool previousSuccess) {
   if (!previousSuccess) {
     return false;
   }
-  const auto& product = configuration().productName();
   if (!configuration().hasInstallerReceipt()) {
-    const auto components = manifest().componentListForProduct(product.value_or(""));
-    if (components && plan()) {
-      plan()->insert(plan()->end(), components->begin(), components->end());
-    }
+    planFreshInstall();
     return true;
   }
+  return canPlanUpgrade() && planUpgrade();
+}
+
+void QVNBuildInstallPlanStrategy::planFreshInstall() {
+  const auto components = manifest().componentListForProduct(configuration().productName().value_or(""));
+  if (components && plan()) {
+    plan()->insert(plan()->end(), components->begin(), components->end());
+  }
+}
+
+bool QVNBuildInstallPlanStrategy::canPlanUpgrade() {
+  const auto& product = configuration().productName();
   if (!product) {
     logging::error("Unable to determine product name");
     return failWith();
@@ -63,13 +73,71 @@ bool QVNBuildInstallPlanStrategy::execute(bool previousSuccess) {
     setInstallerState(static_cast<QVNInstallerState>(manifest().installerState()));
     return false;
   }
-  // Without a client there is nobody to ask what is installed, and guessing could take a working product apart.
-  if (controller().getReceiptClientForStrategy(*this) == nullptr) {
+  return true;
+}
+
+bool QVNBuildInstallPlanStrategy::planUpgrade() {
+  QVNReceiptClient* client = controller().getReceiptClientForStrategy(*this);
+  if (client == nullptr || client->receiptProxy() == nullptr || client->receiptStatusProxy() == nullptr) {
     setInstallerState(QVNInstallerStateFailed);
     logging::error("Failed to connect with receipt");
     return false;
   }
-  return failWith();
+  PropertyList records;
+  if (!askForInstalledComponents(*client, records)) {
+    return false;
+  }
+  UpgradePlan combined;
+  for (const std::string& component : upgradePlanForComponents(records).value_or(Plan{})) {
+    combined.add(component);
+  }
+  Plan fixPlan;
+  if (!askForFixPlan(*client, fixPlan)) {
+    return false;
+  }
+  for (const std::string& component : fixPlan) {
+    combined.add(component);
+  }
+  if (plan()) {
+    *plan() = combined.components();
+  }
+  return true;
+}
+
+bool QVNBuildInstallPlanStrategy::askForInstalledComponents(QVNReceiptClient& client, PropertyList& records) {
+  records = client.receiptProxy()->componentsAndVersions();
+  if (!client.lastReceiptProxyMessageSuccess()) {
+    return failWith();
+  }
+  return !records.isNil() || receiptHasNothingToTell(client, "Unable to acquire upgrade plan");
+}
+
+bool QVNBuildInstallPlanStrategy::askForFixPlan(QVNReceiptClient& client, Plan& fixPlan) {
+  client.startUpdatingCurrentStepStatusFromReceipt();
+  const auto found = client.receiptProxy()->fixPlanForValidation();
+  client.stopUpdatingCurrentStepStatusFromReceipt();
+  if (!client.lastReceiptProxyMessageSuccess()) {
+    return failWith();
+  }
+  fixPlan = found.value_or(Plan{});
+  return found || receiptHasNothingToTell(client, "Unable to acquire fix plan, or fix plan is invalid");
+}
+
+bool QVNBuildInstallPlanStrategy::receiptHasNothingToTell(QVNReceiptClient& client, std::string_view message) {
+  QVNInstallationStatusProtocol* statusProxy = client.receiptStatusProxy();
+  logging::debug("----- <%@>%s\n\tstatusProxy = %@\n\t[statusProxy getCurrentState]", foundation::currentThreadName(),
+                 "execute:", statusProxy->description());
+  setInstallerState(static_cast<QVNInstallerState>(statusProxy->getCurrentState()));
+  const bool answered = client.lastReceiptStatusProxyMessageSuccess();
+  if (answered && installerState() == QVNInstallerStateSuccess) {
+    return true;
+  }
+  if (!answered) {
+    // The state is none that the receipt gave, and must not pass for success.
+    setInstallerState(QVNInstallerStateFailed);
+  }
+  logging::error(message);
+  return false;
 }
 
 std::uint64_t QVNBuildInstallPlanStrategy::getProgress() { return kHalfWay; }
@@ -107,6 +175,10 @@ bool QVNBuildInstallPlanStrategy::addInstalledComponents(const PropertyList& rec
   const std::unordered_set<std::string_view> listed(productComponents.begin(), productComponents.end());
   for (const PropertyList& record : records.elements()) {
     const std::string component(record[kManifestComponentName].text());
+    if (component.empty()) {
+      // A receipt of another version may say what this engine does not understand.
+      continue;
+    }
     upgrade.noteInstalled(component);
     if (!listed.contains(component)) {
       // What the new product dropped stays in the plan, so that its files are taken care of.

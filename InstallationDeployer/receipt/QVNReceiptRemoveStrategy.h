@@ -12,6 +12,10 @@ class QVNReceiptRemoveStrategy : public QVNInstallStepStrategy {
 
   bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNReceiptRemoveStrategy"; }
+
+ private:
+  /// Takes the receipt's state over after a removal that went wrong there.
+  bool failWithReceiptState(QVNReceiptClient& client);
 };
 
 }  // namespace deployer

@@ -1,12 +1,30 @@
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 
+#include <chrono>
+#include <utility>
+
+#include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
+#include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
+#include "InstallationDeployer/steps/QVNRemoveComponentsStrategy.h"
+#include "InstallationDeployer/steps/QVNValidateStrategy.h"
+#include "general/foundation/RunLoop.h"
+#include "general/foundation/TextFormat.h"
+#include "general/foundation/Thread.h"
+#include "general/ipc/DistributedNotifications.h"
 #include "general/logging/SystemLog.h"
+#include "general/system/ProcessSelf.h"
 
 namespace deployer {
+
+using foundation::PropertyList;
+using foundation::RunLoop;
 
 namespace {
 
 constexpr std::string_view kReceiptNotificationSuffix = ".receipt";
+constexpr std::chrono::milliseconds kTurn(500);
+constexpr bool kRunLocally = true;
 
 }  // namespace
 
@@ -16,11 +34,109 @@ std::string QVNReceiptServiceStrategy::receiptNotificationIdForBundlePath(std::s
 
 bool QVNReceiptServiceStrategy::execute(bool previousSuccess) {
   QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
+  return startReceiptService();
+}
+
+bool QVNReceiptServiceStrategy::startReceiptService() {
+  const std::string serviceName = setupReceiptService();
+  receiptRunLoopShouldKeepRunning_ = true;
+  logging::debug("<%@>startReceiptService >> receiptServiceName = %@", foundation::currentThreadName(), serviceName);
+  const auto loop = RunLoop::current();
+  const auto timer = loop->addTimer(kTurn, true, {});
+  while (receiptRunLoopShouldKeepRunning_ && loop->runUntil(RunLoop::Clock::now() + kTurn)) {
   }
-  logging::error("The step \"%@\" (%@) is not available.", qualifiedName(), className());
-  return failWith();
+  loop->removeSource(timer);
+  logging::debug("Shutting down service: %@", serviceName);
+  logging::debug("exiting main run loop.");
+  return true;
+}
+
+std::string QVNReceiptServiceStrategy::setupReceiptService() {
+  std::string serviceName =
+      foundation::format(kQVNInstallationReceiptServiceNameFormat, platform::self::processIdentifier());
+  logging::debug("<%@>[QVNReceiptServiceStrategy setupReceiptService]\n\treceiptPath = %@\n\tserviceName = %@",
+                 foundation::currentThreadName(), controller().installerPath(), serviceName);
+  installationReceiptService_ = QVNInstallationReceiptService::serviceWithName(serviceName, *this);
+  const std::string object = controller().postingNotificationId();
+  logging::debug("----- posting %@ with object: %@", kQVNInstallationReceiptServiceStartedNotification, object);
+  ipc::postDistributedNotification(
+      {std::string(kQVNInstallationReceiptServiceStartedNotification), object,
+       PropertyList::dictionary({{std::string(kQVNInstallationStatusServiceName), serviceName}})});
+  return serviceName;
+}
+
+void QVNReceiptServiceStrategy::shutdownReceiptService() {
+  receiptRunLoopShouldKeepRunning_ = false;
+  controller().shutdownStatusService();
+}
+
+void QVNReceiptServiceStrategy::shutdownService() {
+  shutdownReceiptService();
+  logging::debug("received shutDownService message for receipt service");
+}
+
+PropertyList QVNReceiptServiceStrategy::componentsAndVersions() {
+  PropertyList records = manifest().componentsAndVersionsForProduct(configuration().productName().value_or(""));
+  const auto manifestState = static_cast<QVNInstallerState>(manifest().installerState());
+  if (records.isNil() && isFailureState(manifestState)) {
+    setInstallerState(manifestState);
+  }
+  return records;
+}
+
+std::optional<std::vector<std::string>> QVNReceiptServiceStrategy::fixPlanForValidation() {
+  logging::debug("%s:", "fixPlanForValidation");
+  const auto components = manifest().componentListForProduct(configuration().productName().value_or(""));
+  const SharedPlan plan = components ? std::make_shared<Plan>(*components) : nullptr;
+  executeActiveStrategy(
+      std::make_shared<QVNValidateStrategy>(PropertyList(), "createFixPlan", this, controller(), plan));
+  if (plan && !plan->empty()) {
+    logging::notice("Fix plan is: %@", planDescription(plan));
+  } else {
+    logging::notice("Fix plan is empty. Nothing to fix");
+  }
+  return plan ? std::optional(*plan) : std::nullopt;
+}
+
+bool QVNReceiptServiceStrategy::removeComponents(const std::vector<std::string>& components) {
+  const auto plan = std::make_shared<Plan>(components);
+  StepList steps;
+  steps.push_back(std::make_unique<QVNProcessStopStrategy>(PropertyList(), "stopProcesses", this, controller(), plan,
+                                                           !kRunLocally));
+  steps.push_back(std::make_unique<QVNRemoveComponentsStrategy>(PropertyList(), "removeFiles", this, controller(), plan,
+                                                                !kRunLocally));
+  const auto removal = std::make_shared<QVNAggregateInstallStrategy>(PropertyList(), "removeComponents",
+                                                                     std::move(steps), this, controller());
+  const bool success = executeActiveStrategy(removal);
+  logging::notice("\"%@\" success: %@", removal->qualifiedName(), success ? "YES" : "NO");
+  return installerState() == QVNInstallerStateSuccess;
+}
+
+bool QVNReceiptServiceStrategy::executeActiveStrategy(const std::shared_ptr<QVNInstallStepStrategy>& step) {
+  setActiveStrategy(step);
+  const bool success = step->execute(true);
+  setInstallerState(step->installerState());
+  setActiveStrategy(nullptr);
+  return success;
+}
+
+void QVNReceiptServiceStrategy::setActiveStrategy(std::shared_ptr<QVNInstallStepStrategy> step) {
+  const std::scoped_lock lock(activeStrategyMutex_);
+  std::swap(activeStrategy_, step);
+}
+
+std::uint64_t QVNReceiptServiceStrategy::getProgress() {
+  std::shared_ptr<QVNInstallStepStrategy> active;
+  {
+    const std::scoped_lock lock(activeStrategyMutex_);
+    active = activeStrategy_;
+  }
+  return active ? active->getProgress() : 0;
+}
+
+void QVNReceiptServiceStrategy::setInstallerState(QVNInstallerState state) {
+  keepInstallerState(state);
+  passOnInstallerState(state);
 }
 
 }  // namespace deployer

@@ -21,12 +21,19 @@ QVNInstallStepStrategy::QVNInstallStepStrategy(PropertyList installPhaseDictiona
       plan_(std::move(plan)) {}
 
 void QVNInstallStepStrategy::setInstallerState(QVNInstallerState state) {
+  keepInstallerState(state);
+  if (!isCompletionState(state)) {
+    passOnInstallerState(state);
+  }
+}
+
+void QVNInstallStepStrategy::keepInstallerState(QVNInstallerState state) {
   logging::debug("----- <%@>[%@ setInstallerState:%d]", foundation::currentThreadName(), qualifiedName(),
                  static_cast<std::uint32_t>(state));
   installerState_ = state;
-  if (isCompletionState(state)) {
-    return;
-  }
+}
+
+void QVNInstallStepStrategy::passOnInstallerState(QVNInstallerState state) {
   if (parentStep_ != nullptr) {
     parentStep_->setInstallerState(state);
   } else {

@@ -64,6 +64,10 @@ class QVNInstallStepStrategy {
   [[nodiscard]] virtual std::string_view className() const { return "QVNInstallStepStrategy"; }
 
  protected:
+  /// Logs and keeps the state without telling anybody.
+  void keepInstallerState(QVNInstallerState state);
+  /// Hands the state to the parent, or to the run where there is none.
+  void passOnInstallerState(QVNInstallerState state);
   /// Ends the step's work: sets a failure state and returns false, to be returned by the caller.
   bool failWith(QVNInstallerState state = QVNInstallerStateFailed);
 

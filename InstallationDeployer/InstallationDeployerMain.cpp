@@ -4,6 +4,7 @@
 #include <new>
 
 #include "InstallationDeployer/CommandLine.h"
+#include "InstallationDeployer/EngineLog.h"
 #include "InstallationDeployer/QVNInstallController.h"
 #include "InstallationDeployer/Usage.h"
 #include "general/foundation/FileManager.h"
@@ -16,21 +17,10 @@ namespace deployer {
 namespace {
 
 constexpr const char* kMainThreadName = "main thread";
-constexpr const char* kLogSender = "Corvane Installer";
-constexpr const char* kLogFacility = "install";
 constexpr std::string_view kTargetPath = "/";
 // From the executable, Contents/MacOS/InstallationDeployer, up to the bundle.
 constexpr std::string_view kFromExecutableToBundle = "../../../";
 constexpr int kUsageExitCode = 1;
-
-/// Holds the main thread's log open for as long as it lives.
-class MainThreadLog {
- public:
-  MainThreadLog() { logging::corvanelogger_open(kLogSender, kLogFacility); }
-  ~MainThreadLog() { logging::corvanelogger_close(); }
-  MainThreadLog(const MainThreadLog&) = delete;
-  MainThreadLog& operator=(const MainThreadLog&) = delete;
-};
 
 int failWithUsage() {
   usage();
@@ -98,7 +88,7 @@ int runEngine(const std::vector<std::string>& arguments) {
 int installationDeployerMain(const std::vector<std::string>& arguments) {
   platform::self::prepareForUnattendedRun();
   foundation::setCurrentThreadName(kMainThreadName);
-  const MainThreadLog log;
+  const EngineLog log;
   try {
     return runEngine(arguments);
   } catch (const std::exception& exception) {

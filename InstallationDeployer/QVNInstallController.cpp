@@ -10,6 +10,7 @@
 #include "general/foundation/Paths.h"
 #include "general/foundation/Thread.h"
 #include "general/logging/SystemLog.h"
+#include "general/system/ProcessSelf.h"
 
 namespace deployer {
 
@@ -39,6 +40,10 @@ QVNInstallController::QVNInstallController(QVNInstallConfiguration configuration
         paths::lastComponent(paths::deleteLastComponent(QVNInstallController::installerPath())));
     logging::debug("Receipt for installed product: %@", configuration_.productName());
   }
+  if (configuration_.statusServer()) {
+    installationStatusService_ = std::make_unique<QVNInstallationStatusService>(
+        foundation::format(kQVNInstallationStatusServiceNameFormat, platform::self::processIdentifier()), *this);
+  }
 }
 
 QVNInstallController::~QVNInstallController() = default;
@@ -49,26 +54,23 @@ std::unique_ptr<QVNInstallController> QVNInstallController::objectWithConfigurat
 }
 
 void QVNInstallController::startController() {
-  try {
+  failOnException([this] {
     selectProduct();
     configuration_.setBundlePathIsReceipt(configuration_.bundlePath() == configuration_.receiptPath());
     checkRemovalLocation();
-    if (!hasFailed() && !configuration_.install() && !configuration_.receipt() && !configuration_.remove()) {
-      return;
-    }
-    checkInstallerLocation();
-    listPayload();
-    checkWatchability();
-  } catch (const InternalInconsistency& inconsistency) {
-    logging::error("%@", inconsistency.what());
-    setInstallerState(QVNInstallerStateFailed);
+  });
+  if (!hasFailed() && !configuration_.install() && !configuration_.receipt() && !configuration_.remove()) {
+    return;
   }
+  checkInstallerLocation();
+  listPayload();
   if (hasFailed()) {
     startStatusServiceForError(installerState());
     return;
   }
   runSteps();
-  mainThreadComplete_ = true;
+  shutdownReceiptProcess();
+  completeMainThread();
   logging::debug("exiting %s", "startController");
   if (configuration_.install()) {
     logging::notice("Installation complete");
@@ -78,10 +80,43 @@ void QVNInstallController::startController() {
 void QVNInstallController::runSteps() {
   logStartupMessage();
   setInstallerState(QVNInstallerStatePreparing);
+  if (installationStatusService_) {
+    installationStatusService_->startServer();
+  }
+  failOnException([this] { buildAndRunStrategies(); });
+}
+
+void QVNInstallController::shutdownReceiptProcess() {
+  if (!receiptClient_) {
+    return;
+  }
+  bool isShutDown = false;
   try {
-    buildAndRunStrategies();
+    isShutDown = receiptClient_->shutdownReceiptService();
+  } catch (const std::exception& exception) {
+    logging::error("%@", exception.what());
+  }
+  if (!isShutDown) {
+    logging::error("Unable to shutdown the receipt service.");
+  }
+}
+
+void QVNInstallController::completeMainThread() {
+  mainThreadComplete_ = true;
+  if (installationStatusService_) {
+    installationStatusService_->waitForServiceCompletion();
+  }
+}
+
+void QVNInstallController::failOnException(const std::function<void()>& work) {
+  try {
+    work();
   } catch (const InternalInconsistency& inconsistency) {
     logging::error("%@", inconsistency.what());
+    setInstallerState(QVNInstallerStateFailed);
+  } catch (const std::exception& exception) {
+    // The receipt process and the watchers of this run must still be dealt with.
+    logging::error("The run cannot go on. %@", exception.what());
     setInstallerState(QVNInstallerStateFailed);
   }
 }
@@ -127,18 +162,14 @@ void QVNInstallController::listPayload() {
   [[maybe_unused]] const auto listing = files::contentsOfDirectory(installerRootPath());
 }
 
-void QVNInstallController::checkWatchability() {
-  // A watcher would wait for ever for a service that nobody vends, so the run does not begin.
-  if (hasFailed() || !configuration_.statusServer()) {
-    return;
-  }
-  logging::error("The installation status service is not available. Watched runs and receipt runs cannot be started.");
-  setInstallerState(QVNInstallerStateFailed);
-}
-
 void QVNInstallController::startStatusServiceForError(QVNInstallerState state) {
   setInstallerState(state);
-  mainThreadComplete_ = true;
+  if (installationStatusService_) {
+    installationStatusService_->startServer();
+    // Once more, now that there is somebody to announce it.
+    setInstallerState(state);
+  }
+  completeMainThread();
   logging::debug("exiting %s", "startStatusServiceForError:");
 }
 
@@ -163,6 +194,9 @@ void QVNInstallController::setInstallerState(QVNInstallerState state) {
   logging::debug("----- <%@>[QVNInstallController setInstallerState:%d]", foundation::currentThreadName(),
                  static_cast<std::uint32_t>(state));
   installerState_ = state;
+  if (installationStatusService_) {
+    installationStatusService_->stateUpdatedNotification();
+  }
 }
 
 std::uint64_t QVNInstallController::getProgress() {
@@ -181,13 +215,27 @@ std::string QVNInstallController::postingNotificationId() const {
                                         : installerPath();
 }
 
-QVNReceiptClient* QVNInstallController::getReceiptClientForStrategy(QVNInstallStepStrategy& /*step*/) {
-  return nullptr;
+QVNReceiptClient* QVNInstallController::getReceiptClientForStrategy(QVNInstallStepStrategy& step) {
+  if (!receiptClient_) {
+    receiptClient_ = makeReceiptClient();
+  }
+  receiptClient_->setStrategy(&step);
+  return receiptClient_.get();
 }
 
-std::shared_ptr<foundation::RunLoop> QVNInstallController::statusServerThread() { return nullptr; }
+std::unique_ptr<QVNReceiptClient> QVNInstallController::makeReceiptClient() {
+  return std::make_unique<QVNReceiptClient>();
+}
 
-void QVNInstallController::shutdownStatusService() {}
+std::shared_ptr<foundation::RunLoop> QVNInstallController::statusServerThread() {
+  return installationStatusService_ ? installationStatusService_->statusServerThread() : nullptr;
+}
+
+void QVNInstallController::shutdownStatusService() {
+  if (installationStatusService_) {
+    installationStatusService_->shutdownService();
+  }
+}
 
 void QVNInstallController::notifyInstallFailure() {
   setInstallerState(QVNInstallerStateFailed);

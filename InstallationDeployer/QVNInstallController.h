@@ -1,10 +1,14 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "InstallationDeployer/QVNInstallationStatusService.h"
+#include "InstallationDeployer/WatchedRun.h"
+#include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "InstallationDeployer/steps/InstallRun.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/PropertyList.h"
@@ -14,9 +18,10 @@ namespace deployer {
 /// One run of the engine, from the configuration to the final state.
 ///
 /// startController() checks that the run may go ahead, builds the tree of steps for the mode, runs it on the calling
-/// (main) thread and returns when the run is over; installerState() is then the exit code. State, progress and
-/// cancellation may be used from any thread; everything else belongs to the main thread.
-class QVNInstallController : public InstallRun {
+/// (main) thread and returns when the run is over and, where it is watched, its watcher has seen the end;
+/// installerState() is then the exit code. State, progress and cancellation may be used from any thread; everything
+/// else belongs to the main thread.
+class QVNInstallController : public InstallRun, public WatchedRun {
  public:
   using PropertyList = foundation::PropertyList;
 
@@ -32,19 +37,17 @@ class QVNInstallController : public InstallRun {
   [[nodiscard]] QVNInstallConfiguration& configuration() override { return configuration_; }
   /// The manifests of the bundle, opened on first use.
   [[nodiscard]] QVNInstallerManifest& manifest() override;
-  [[nodiscard]] QVNInstallerState installerState() const { return installerState_; }
+  [[nodiscard]] QVNInstallerState installerState() const override { return installerState_; }
   /// Every change of the run's state goes through here.
   void setInstallerState(QVNInstallerState state) override;
   /// Progress of the root step; 0 while there is none.
-  [[nodiscard]] std::uint64_t getProgress();
-  /// Asks the run to stop after the step that is running.
-  void cancelInstallation() { installationCancelled_ = true; }
+  [[nodiscard]] std::uint64_t getProgress() override;
+  void cancelInstallation() override { installationCancelled_ = true; }
   [[nodiscard]] bool installationCancelled() const override { return installationCancelled_; }
-  /// The run's work is over; only watchers may still be waited for.
-  [[nodiscard]] bool mainThreadComplete() const { return mainThreadComplete_; }
+  /// Only watchers may still be waited for.
+  [[nodiscard]] bool mainThreadComplete() const override { return mainThreadComplete_; }
   [[nodiscard]] std::string installerPath() const override;
   [[nodiscard]] std::string installerRootPath() const override;
-  /// Names this run to those who watch several.
   [[nodiscard]] std::string postingNotificationId() const override;
   [[nodiscard]] std::shared_ptr<foundation::RunLoop> statusServerThread() override;
   void shutdownStatusService() override;
@@ -76,17 +79,22 @@ class QVNInstallController : public InstallRun {
  protected:
   /// Builds the tree of the mode without running it; null when there is none.
   [[nodiscard]] std::unique_ptr<QVNInstallStepStrategy> buildStrategies();
+  [[nodiscard]] virtual std::unique_ptr<QVNReceiptClient> makeReceiptClient();
 
  private:
   void startStatusServiceForError(QVNInstallerState state);
   void logStartupMessage();
   void runSteps();
+  void shutdownReceiptProcess();
+  /// Ends the work: from now on only watchers are waited for.
+  void completeMainThread();
+  /// Does the work; an exception that leaves it fails the run and is logged.
+  void failOnException(const std::function<void()>& work);
   /// The checks before the steps, each skipped after a failure.
   void selectProduct();
   void checkRemovalLocation();
   void checkInstallerLocation();
   void listPayload();
-  void checkWatchability();
   [[nodiscard]] bool hasFailed() const { return isFailureState(installerState_); }
   [[nodiscard]] std::string productName() const { return configuration_.productName().value_or(""); }
   [[nodiscard]] bool productHasReceipt();
@@ -114,6 +122,9 @@ class QVNInstallController : public InstallRun {
   std::atomic<QVNInstallerState> installerState_ = QVNInstallerStateSuccess;
   std::atomic<bool> installationCancelled_ = false;
   std::atomic<bool> mainThreadComplete_ = false;
+  std::unique_ptr<QVNReceiptClient> receiptClient_;  // works for steps of the tree, so it goes before them
+  // Null when nobody is to watch. Its thread uses all of the above, so it ends first.
+  std::unique_ptr<QVNInstallationStatusService> installationStatusService_;
 };
 
 }  // namespace deployer

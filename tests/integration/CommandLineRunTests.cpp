@@ -87,20 +87,6 @@ TEST_F(CommandLineRun, RelativeExecutablePathIsUsedAsItIs) {
       << outcome.standardError;
 }
 
-TEST_F(CommandLineRun, WatchedAndReceiptRunsEndWithAClearError) {
-  bundle().stageFile("Core", "/opt/core", "x");
-  bundle().addComponent("Core", "1", kProduct);
-  deliverBundle();
-  for (const auto& options : {std::vector<std::string>{"--ui", "--install"}, {"--receipt"}}) {
-    const auto outcome = runEngine(options);
-    EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
-    EXPECT_TRUE(
-        logged(outcome, "Error",
-               "The installation status service is not available. Watched runs and receipt runs cannot be started."));
-    EXPECT_FALSE(root().exists("/opt/core"));
-  }
-}
-
 TEST_F(CommandLineRun, ClosedStandardDescriptorsHarmNothing) {
   bundle().stageFile("Core", "/opt/core", "content");
   bundle().addComponent("Core", "1", kProduct);

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+#include <string>
+#include <thread>
+
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/InternalInconsistency.h"
 #include "InstallationDeployer/QVNInstallController.h"
@@ -8,6 +12,7 @@
 #include "InstallationDeployer/steps/QVNRemoveComponentsStrategy.h"
 #include "general/foundation/FileManager.h"
 #include "tests/support/CapturedLog.h"
+#include "tests/support/PrivateRunFolder.h"
 #include "tests/unit/engine/BundleFixture.h"
 
 namespace deployer {
@@ -20,6 +25,51 @@ class PlannedController : public QVNInstallController {
  public:
   using QVNInstallController::buildStrategies;
   using QVNInstallController::QVNInstallController;
+};
+
+/// Asks for its receipt client while its startup state is published, and counts how often that is shut down.
+class ControllerWithClient : public QVNInstallController {
+ public:
+  using QVNInstallController::QVNInstallController;
+
+  void setInstallerState(QVNInstallerState state) override {
+    QVNInstallController::setInstallerState(state);
+    if (state == QVNInstallerStatePreparing) {
+      [[maybe_unused]] const auto* client = getReceiptClientForStrategy(step_);
+    }
+  }
+  bool installationCancelled() const override {
+    if (throws) {
+      throw std::runtime_error("out of luck");
+    }
+    return QVNInstallController::installationCancelled();
+  }
+
+  bool throws = false;
+  bool shutsDown = true;
+  bool shutdownRaises = false;
+  int shutdowns = 0;
+
+ protected:
+  std::unique_ptr<QVNReceiptClient> makeReceiptClient() override { return std::make_unique<Client>(*this); }
+
+ private:
+  class Client : public QVNReceiptClient {
+   public:
+    explicit Client(ControllerWithClient& controller) : controller_(controller) {}
+    bool shutdownReceiptService() override {
+      ++controller_.shutdowns;
+      if (controller_.shutdownRaises) {
+        throw std::runtime_error("broken");
+      }
+      return controller_.shutsDown;
+    }
+
+   private:
+    ControllerWithClient& controller_;
+  };
+
+  QVNInstallStepStrategy step_{{}, "step", nullptr, *this, nullptr};
 };
 
 class InstallController : public ::testing::Test, protected tests::BundleFixture {
@@ -192,18 +242,89 @@ TEST_F(InstallController, ProductNameThatIsNoFolderNameIsRefused) {
   EXPECT_TRUE(log.contains("Error", "The product name \"../../tmp/evil\" cannot be the name of a folder."));
 }
 
-TEST_F(InstallController, WatchedRunEndsWithAClearErrorBeforeItBegins) {
+TEST_F(InstallController, WatchedRunWaitsUntilItsServiceIsToldToEnd) {
+  if (const auto reason = tests::enterPrivateRunFolder()) {
+    GTEST_SKIP() << *reason;
+  }
   writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({})})}})}}));
-  QVNInstallConfiguration configuration = installOf("P");
-  configuration.setStatusServer(true);
-  QVNInstallController controller(configuration);
+  for (const char* product : {"Q", "../P"}) {
+    QVNInstallConfiguration configuration = installOf(product);
+    configuration.setStatusServer(true);
+    QVNInstallController controller(configuration);
+    EXPECT_EQ(controller.statusServerThread(), nullptr);
+    const tests::CapturedLog log;
+    std::thread mainThread([&] { controller.startController(); });
+    while (!controller.mainThreadComplete()) {
+      std::this_thread::yield();
+    }
+    EXPECT_NE(controller.statusServerThread(), nullptr);
+    controller.shutdownStatusService();
+    mainThread.join();
+    EXPECT_EQ(controller.installerState(), QVNInstallerStateFailed);
+    // Told of the end first, and only then on its way out.
+    const std::string text = log.text();
+    const auto told = text.find("Setting exit condition for the main run loop");
+    EXPECT_NE(told, std::string::npos);
+    EXPECT_LT(told, text.find("exiting start"));
+    EXPECT_NE(text.find("exiting start"), std::string::npos);
+    EXPECT_NE(text.find("stateUpdatedNotification]"), std::string::npos);
+  }
+}
+
+TEST_F(InstallController, UnwatchedRunHasNoService) {
+  QVNInstallController controller(installOf("Q"));
   const tests::CapturedLog log;
   controller.startController();
-  EXPECT_EQ(controller.installerState(), QVNInstallerStateFailed);
-  EXPECT_EQ(log.texts("Error"),
-            std::vector<std::string>{
-                "The installation status service is not available. Watched runs and receipt runs cannot be started."});
-  EXPECT_EQ(controller.strategy(), nullptr);
+  EXPECT_EQ(controller.statusServerThread(), nullptr);
+  controller.shutdownStatusService();
+  EXPECT_EQ(log.text().find("QVNInstallationStatusService"), std::string::npos);
+}
+
+TEST_F(InstallController, OneReceiptClientServesTheStepsOfARun) {
+  writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({})})}})}}));
+  PlannedController controller(installOf("P"));
+  const auto root = controller.buildStrategies();
+  const auto& steps = dynamic_cast<const QVNAggregateInstallStrategy&>(*root).steps();
+  QVNReceiptClient* const client = controller.getReceiptClientForStrategy(*steps[0]);
+  ASSERT_NE(client, nullptr);
+  EXPECT_EQ(controller.getReceiptClientForStrategy(*steps[1]), client);
+}
+
+TEST_F(InstallController, ReceiptServiceIsShutDownAfterSuccessFailureAndExceptions) {
+  struct Case {
+    const char* product;
+    bool throws;
+    const char* error;
+  };
+  for (const Case& tried :
+       {Case{"Q", false, "The product Q does not exist in the manifest. InstallPhaseDictionaries = (null)"},
+        Case{"P", true, "The run cannot go on. out of luck"}}) {
+    writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({})})}})}}));
+    ControllerWithClient controller(installOf(tried.product));
+    controller.throws = tried.throws;
+    const tests::CapturedLog log;
+    controller.startController();
+    EXPECT_EQ(controller.installerState(), QVNInstallerStateFailed);
+    EXPECT_EQ(controller.shutdowns, 1);
+    EXPECT_TRUE(log.contains("Error", tried.error)) << log.text();
+    EXPECT_FALSE(log.contains("Error", "Unable to shutdown the receipt service."));
+    EXPECT_TRUE(log.contains("Notice", "Installation complete"));
+    EXPECT_TRUE(controller.mainThreadComplete());
+  }
+}
+
+TEST_F(InstallController, ReceiptServiceThatDoesNotShutDownIsLoggedAndChangesNothing) {
+  for (const bool raises : {false, true}) {
+    ControllerWithClient controller(installOf("Q"));
+    controller.shutsDown = false;
+    controller.shutdownRaises = raises;
+    const tests::CapturedLog log;
+    controller.startController();
+    EXPECT_EQ(controller.shutdowns, 1);
+    EXPECT_EQ(log.count("Error", "Unable to shutdown the receipt service."), 1U);
+    EXPECT_EQ(controller.installerState(), QVNInstallerStateFailed);
+    EXPECT_TRUE(log.contains("Debug", "exiting startController"));
+  }
 }
 
 TEST_F(InstallController, ReceiptModeTakesTheProductFromItsFolder) {

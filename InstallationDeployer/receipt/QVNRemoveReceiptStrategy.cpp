@@ -1,16 +1,70 @@
 #include "InstallationDeployer/receipt/QVNRemoveReceiptStrategy.h"
 
+#include <utility>
+#include <vector>
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "general/foundation/FileManager.h"
+#include "general/foundation/TemporaryNames.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
+
+using foundation::Status;
+namespace files = foundation::files;
+namespace temporary_names = foundation::temporary_names;
+
+namespace {
+
+/// What file browsers leave in the folders they show.
+constexpr std::string_view kBrowserFileName = ".DS_Store";
+
+bool holdsOtherReceipts(const std::string& receiptLocation) {
+  auto listing = files::contentsOfDirectory(receiptLocation);
+  if (!listing) {
+    return false;
+  }
+  // What is put aside is on its way out.
+  std::vector<std::string> names = std::move(listing).value();
+  std::erase_if(names, temporary_names::isTemporary);
+  return names.size() > 1 || (names.size() == 1 && names.front() != kBrowserFileName);
+}
+
+}  // namespace
 
 bool QVNRemoveReceiptStrategy::execute(bool previousSuccess) {
   QVNInstallStepStrategy::execute(previousSuccess);
   if (!previousSuccess) {
     return false;
   }
-  logging::error("The step \"%@\" (%@) is not available.", qualifiedName(), className());
-  return failWith();
+  if (!configuration().bundlePathIsReceipt()) {
+    setInstallerState(QVNInstallerStateFailed);
+    logging::error("%@ must run from the receipt location.\n\tCurrently running from: %@", className(),
+                   configuration().bundlePath());
+    return false;
+  }
+  if (const Status removed = removeReceipts(); !removed) {
+    logging::error("Unable to remove receipt at %@\n\terror: %@", configuration().receiptDirectory(), removed.error());
+    return failWith();
+  }
+  return true;
+}
+
+Status QVNRemoveReceiptStrategy::removeReceipts() {
+  const std::string receiptLocation(kQVNInstallerReceiptPath);
+  temporary_names::sweepWithContent(receiptLocation);
+  if (Status removed = removeReceiptDirectory(); !removed) {
+    return removed;
+  }
+  return holdsOtherReceipts(receiptLocation) ? Status() : files::removeItemIfPresent(receiptLocation);
+}
+
+Status QVNRemoveReceiptStrategy::removeReceiptDirectory() {
+  const std::string aside = temporary_names::make(std::string(kQVNInstallerReceiptPath));
+  if (Status moved = files::moveItem(configuration().receiptDirectory(), aside); !moved) {
+    return moved.error().isNoSuchFile() ? Status() : moved;
+  }
+  return files::removeItemIfPresent(aside);
 }
 
 }  // namespace deployer

@@ -9,6 +9,7 @@
 #include "general/foundation/FileManager.h"
 #include "general/foundation/NSDictionaryExtensions.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/TemporaryNames.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
@@ -106,6 +107,7 @@ bool QVNWriteReceiptStrategy::publishStagedReceipt() {
     return false;
   }
   removeTemporaryFolder();
+  foundation::temporary_names::sweepWithContent(std::string(kQVNInstallerReceiptPath));
   return putOnDisk();
 }
 
@@ -113,9 +115,11 @@ bool QVNWriteReceiptStrategy::removeExistingReceipt() {
   if (!isPresent(configuration().receiptPath())) {
     return true;
   }
-  // Out of the way in one step, so that a killed run leaves the receipt whole or gone.
-  const std::string replaced = paths::append(temporaryPath(), kReplacedReceiptName);
-  Status removed = files::moveItem(configuration().receiptPath(), replaced);
+  // The two change places in one step, so that a killed run leaves a receipt: without one, the next run would take what
+  // is installed for a fresh machine's. Where that cannot be done the old one goes out of the way, also in one step.
+  const bool exchanged = files::exchangeItems(stagingPath(), configuration().receiptPath()).ok();
+  const std::string replaced = exchanged ? stagingPath() : paths::append(temporaryPath(), kReplacedReceiptName);
+  Status removed = exchanged ? Status() : files::moveItem(configuration().receiptPath(), replaced);
   if (removed) {
     removed = files::removeItem(replaced);
   }

@@ -401,6 +401,15 @@ Status moveItem(const std::string& from, const std::string& to) {
   return !status && status.error().underlyingErrno == EEXIST ? fileError(EEXIST, Access::Write, to) : status;
 }
 
+Status exchangeItems(const std::string& one, const std::string& other) {
+  if (holdsNul(other)) {
+    return fileError(EINVAL, Access::Write, other);
+  }
+  return perform(one, Access::Write, [&] {
+    return platform_files::exchange(withoutTrailingSlashes(one).c_str(), withoutTrailingSlashes(other).c_str());
+  });
+}
+
 Status setAttributes(const FileAttributes& attributes, const std::string& path) {
   return perform(path, Access::Write, [&] { return changeAttributes(path, attributes); });
 }

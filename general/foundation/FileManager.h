@@ -42,6 +42,8 @@ namespace foundation::files {
 [[nodiscard]] Status removeItemIfPresent(const std::string& path);
 /// Renames an item on one file system. Fails with 516 when the new name is taken.
 [[nodiscard]] Status moveItem(const std::string& from, const std::string& to);
+/// Lets two items of one file system change places in one step. Not every file system can.
+[[nodiscard]] Status exchangeItems(const std::string& one, const std::string& other);
 /// Owner and group first, then permissions (a change of owner clears set-id bits), then the date. Follows links
 /// of the effective user; a link of anybody else is an error, for it may lead where no change was asked for.
 [[nodiscard]] Status setAttributes(const FileAttributes& attributes, const std::string& path);

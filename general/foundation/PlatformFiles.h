@@ -18,6 +18,8 @@ void fillWithRandomBytes(std::span<std::byte> memory);
 
 /// Renames unless the new name is taken (EEXIST), in one step. EINVAL or ENOSYS where the file system cannot do that.
 int renameExclusively(const char* from, const char* to);
+/// Lets two items change places, in one step. EINVAL or ENOSYS where the file system cannot do that.
+int exchange(const char* one, const char* other);
 
 /// Opens a directory by its name in another one for reading: no link is followed, and a directory on which something
 /// is mounted is refused (EXDEV).

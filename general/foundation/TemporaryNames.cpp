@@ -17,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+#include "general/foundation/FileManager.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/PlatformFiles.h"
 
@@ -86,6 +87,17 @@ void removeLeftover(int folder, const char* name) {
   }
 }
 
+std::vector<std::string> leftoversIn(DIR* stream) {
+  std::vector<std::string> leftovers;
+  while (const dirent* entry = readdir(stream)) {
+    const auto maker = makerOf(entry->d_name);
+    if (maker && isDead(*maker)) {
+      leftovers.emplace_back(entry->d_name);
+    }
+  }
+  return leftovers;
+}
+
 bool isFirstVisit(const std::string& folder) {
   static std::mutex mutex;
   static std::set<std::string> visited;
@@ -109,16 +121,22 @@ void sweep(const std::string& folder) {
   if (!stream) {
     return;
   }
-  std::vector<std::string> leftovers;
-  while (const dirent* entry = readdir(stream.get())) {
-    const auto maker = makerOf(entry->d_name);
-    if (maker && isDead(*maker)) {
-      leftovers.emplace_back(entry->d_name);
-    }
-  }
-  for (const std::string& name : leftovers) {
+  for (const std::string& name : leftoversIn(stream.get())) {
     removeLeftover(dirfd(stream.get()), name.c_str());
   }
 }
+
+void sweepWithContent(const std::string& folder) {
+  sweep(folder);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), &closedir);
+  if (!stream) {
+    return;
+  }
+  for (const std::string& name : leftoversIn(stream.get())) {
+    [[maybe_unused]] const Status removed = files::removeItemIfPresent(paths::append(folder, name));
+  }
+}
+
+bool isTemporary(std::string_view name) { return makerOf(name).has_value(); }
 
 }  // namespace foundation::temporary_names

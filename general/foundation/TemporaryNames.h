@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 /// Names of items that are being made and that nobody is to see under their final name yet:
 /// `.com.corvane.installer.<process id>.<32 random hexadecimal digits>`. All functions may be called from any thread.
@@ -15,5 +16,11 @@ namespace foundation::temporary_names {
 /// to the effective user or lie in a folder that only its owner may write to (an item has its final owner before its
 /// final name). Links are removed, not followed; everything else stays, and what cannot be removed is left alone.
 void sweep(const std::string& folder);
+/// The same, and directories with all their content. Only for folders in which nobody but the effective user can make
+/// anything.
+void sweepWithContent(const std::string& folder);
+
+/// Whether an entry has a name as make() gives them, whoever made it.
+[[nodiscard]] bool isTemporary(std::string_view name);
 
 }  // namespace foundation::temporary_names

@@ -1,8 +1,9 @@
 // Runs one step of an install by itself:
-//   step-driver write-receipt|start-processes BUNDLE PRODUCT [OPTION...] [COMPONENT...]
+//   step-driver write-receipt|remove-receipt|start-processes BUNDLE PRODUCT [OPTION...] [COMPONENT...]
 // and prints how it ended, as "success=1 state=0 published=17,18".
 //   --failed                   an earlier step failed
 //   --has-receipt              the run is an upgrade
+//   --removal                  the run was started to remove the product
 //   --before-publishing TEXT   a shell command run when the receipt is staged; unless it succeeds, it is not published
 #include <cstdio>
 #include <memory>
@@ -10,7 +11,10 @@
 #include <vector>
 
 #include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
+#include "InstallationDeployer/receipt/QVNRemoveReceiptStrategy.h"
 #include "InstallationDeployer/receipt/QVNWriteReceiptStrategy.h"
+#include "InstallationDeployer/steps/QVNRemoveComponentsStrategy.h"
+#include "InstallationDeployer/steps/QVNValidateStrategy.h"
 #include "general/foundation/Task.h"
 #include "tests/support/FakeInstallRun.h"
 
@@ -40,6 +44,7 @@ struct Request {
   std::string step;
   bool failedBefore = false;
   bool hasReceipt = false;
+  bool isRemoval = false;
   std::string beforePublishing;
   Plan components;
 };
@@ -48,6 +53,16 @@ std::unique_ptr<deployer::QVNInstallStepStrategy> makeStep(const Request& reques
   const SharedPlan plan = std::make_shared<Plan>(request.components);
   if (request.step == "start-processes") {
     return std::make_unique<deployer::QVNProcessStartStrategy>(foundation::PropertyList(), "step", nullptr, run, plan);
+  }
+  if (request.step == "remove-receipt") {
+    return std::make_unique<deployer::QVNRemoveReceiptStrategy>(foundation::PropertyList(), "step", nullptr, run, plan);
+  }
+  if (request.step == "validate") {
+    return std::make_unique<deployer::QVNValidateStrategy>(foundation::PropertyList(), "step", nullptr, run, plan);
+  }
+  if (request.step == "remove") {
+    return std::make_unique<deployer::QVNRemoveComponentsStrategy>(foundation::PropertyList(), "step", nullptr, run,
+                                                                   plan, true);
   }
   auto receipt = std::make_unique<ReceiptWithHook>(foundation::PropertyList(), "step", nullptr, run, plan);
   receipt->command = request.beforePublishing;
@@ -76,6 +91,8 @@ int main(int argc, char** argv) {
       request.failedBefore = true;
     } else if (arguments[i] == "--has-receipt") {
       request.hasReceipt = true;
+    } else if (arguments[i] == "--removal") {
+      request.isRemoval = true;
     } else if (arguments[i] == "--before-publishing" && i + 1 < arguments.size()) {
       request.beforePublishing = arguments[++i];
     } else {
@@ -85,9 +102,14 @@ int main(int argc, char** argv) {
   tests::FakeInstallRun run(arguments[1]);
   run.configuration().setProductName(arguments[2]);
   run.configuration().setHasInstallerReceipt(request.hasReceipt);
+  run.configuration().setRemove(request.isRemoval);
+  run.configuration().setBundlePathIsReceipt(run.configuration().bundlePath() == run.configuration().receiptPath());
   const auto step = makeStep(request, run);
   const bool success = step->execute(!request.failedBefore);
   std::printf("success=%d state=%u published=%s\n", success ? 1 : 0, static_cast<unsigned>(step->installerState()),
               joined(run.states).c_str());
+  if (request.step == "validate") {
+    std::printf("plan=%s\n", deployer::QVNInstallStepStrategy::planDescription(step->plan()).c_str());
+  }
   return 0;
 }

@@ -18,17 +18,21 @@ constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 
 std::int64_t nanoseconds(const timespec& time) { return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec; }
 
-}  // namespace
-
-void fillWithRandomBytes(std::span<std::byte> memory) { arc4random_buf(memory.data(), memory.size()); }
-
-int renameExclusively(const char* from, const char* to) {
-  const int result = renamex_np(from, to, RENAME_EXCL);
+int renameWithFlags(const char* from, const char* to, unsigned int flags) {
+  const int result = renamex_np(from, to, flags);
   if (result != 0 && errno == ENOTSUP) {
     errno = EINVAL;
   }
   return result;
 }
+
+}  // namespace
+
+void fillWithRandomBytes(std::span<std::byte> memory) { arc4random_buf(memory.data(), memory.size()); }
+
+int renameExclusively(const char* from, const char* to) { return renameWithFlags(from, to, RENAME_EXCL); }
+
+int exchange(const char* one, const char* other) { return renameWithFlags(one, other, RENAME_SWAP); }
 
 int openSubdirectory(int folder, const char* name) {
   Descriptor directory(openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));

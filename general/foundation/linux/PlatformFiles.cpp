@@ -58,6 +58,8 @@ int renameExclusively(const char* from, const char* to) {
   return renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE);
 }
 
+int exchange(const char* one, const char* other) { return renameat2(AT_FDCWD, one, AT_FDCWD, other, RENAME_EXCHANGE); }
+
 int openSubdirectory(int folder, const char* name) {
   open_how how{};
   how.flags = kDirectoryFlags;

@@ -252,6 +252,17 @@ TEST_F(FileManager, LinksThatCannotBeAreErrors) {
   EXPECT_EQ(listing(), Texts{});
 }
 
+TEST_F(FileManager, ItemsChangePlacesInOneStepOrStay) {
+  box_.write("one/file", "1");
+  box_.write("other", "2");
+  ASSERT_TRUE(files::exchangeItems(path("one/"), path("other")));
+  EXPECT_EQ(files::readText(path("one")).value(), "2");
+  EXPECT_EQ(files::readText(path("other/file")).value(), "1");
+  EXPECT_EQ(files::exchangeItems(path("one"), path("missing")).error().code, 4);
+  EXPECT_EQ(files::exchangeItems(path("one"), path("x\0y"s)).error().code, 514);
+  EXPECT_EQ(files::readText(path("one")).value(), "2");
+}
+
 TEST_F(FileManager, MovesAnItemButReplacesNothing) {
   box_.write("from/file", "x");
   box_.makeDirectory("taken");

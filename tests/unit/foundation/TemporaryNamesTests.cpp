@@ -88,7 +88,24 @@ TEST_F(TemporaryNames, WhatLiesWhereOnlyTheOwnerOfTheFolderMayWriteIsOursWhoever
   EXPECT_EQ(listing(), Texts{});
 }
 
+TEST_F(TemporaryNames, SweepingWithContentRemovesFullFoldersOfDeadProcessesAlone) {
+  const std::string alive = name(getpid(), "66666666666666666666666666666666");
+  box_.write(name(ended_) + "/below/file", "x");
+  box_.write(name(ended_, "77777777777777777777777777777777"), "x");
+  box_.write(alive + "/file", "x");
+  box_.write("other/file", "x");
+  temporary_names::sweepWithContent(folder());
+  EXPECT_EQ(listing(), (Texts{alive, "other"}));
+}
+
+TEST_F(TemporaryNames, AreToldFromOthers) {
+  EXPECT_TRUE(temporary_names::isTemporary(name(1)));
+  EXPECT_FALSE(temporary_names::isTemporary(name(1, "0123")));
+  EXPECT_FALSE(temporary_names::isTemporary("Guard"));
+}
+
 TEST_F(TemporaryNames, AFolderThatCannotBeReadIsLeftAlone) {
   temporary_names::sweep(path("missing"));
+  temporary_names::sweepWithContent(path("missing"));
   EXPECT_EQ(temporary_names::make("").find('/'), std::string::npos);
 }

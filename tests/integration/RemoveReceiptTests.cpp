@@ -117,19 +117,33 @@ TEST_F(RemoveReceipt, AReceiptThatIsALinkGoesAndWhatItLeadsToStays) {
   EXPECT_FALSE(root().exists(kLocation));
 }
 
-TEST_F(RemoveReceipt, AReceiptThatCannotBeRemovedFailsTheStep) {
-  const std::string setpriv = "/usr/bin/setpriv";
-  if (!root().exists(setpriv)) {
-    root().copyIn(setpriv, setpriv);
+/// A root that has to obey the permissions of folders, so that something can go wrong for it.
+class RemoveStuckReceipt : public RemoveReceipt {
+ protected:
+  void expectFailureWithStuck(const std::string& folder) {
+    ASSERT_TRUE(root().shell("chown 501 '" + folder + "' && chmod 555 '" + folder + "'").succeeded());
+    const std::string setpriv = "/usr/bin/setpriv";
+    if (!root().exists(setpriv)) {
+      root().copyIn(setpriv, setpriv);
+    }
+    const Outcome outcome = root().run({setpriv, "--bounding-set=-dac_override,-dac_read_search", "--", kDriver,
+                                        "remove-receipt", kReceipt, kProduct});
+    EXPECT_EQ(outcome.standardOutput, kFailed);
+    EXPECT_TRUE(
+        loggedBeginning(outcome, "Error", "Unable to remove receipt at " + kFolder + "\n\terror: Error Domain="))
+        << outcome.standardError;
   }
-  ASSERT_TRUE(root().shell("chown 501 '" + kFolder + "' && chmod 555 '" + kFolder + "'").succeeded());
-  const Snapshot before = root().snapshot(kLocation);
-  const Outcome outcome = root().run(
-      {setpriv, "--bounding-set=-dac_override,-dac_read_search", "--", kDriver, "remove-receipt", kReceipt, kProduct});
-  EXPECT_EQ(outcome.standardOutput, kFailed);
-  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Unable to remove receipt at " + kFolder + "\n\terror: Error Domain="))
-      << outcome.standardError;
-  EXPECT_EQ(root().snapshot(kLocation), before);
+};
+
+TEST_F(RemoveStuckReceipt, AReceiptThatCannotBePutAsideStaysWholeAndFailsTheStep) {
+  const Snapshot before = root().snapshot(kFolder);
+  expectFailureWithStuck(kLocation);
+  EXPECT_EQ(root().snapshot(kFolder), before);
+}
+
+TEST_F(RemoveStuckReceipt, AReceiptThatCannotBeRemovedFailsTheStepAndIsNeverTorn) {
+  expectFailureWithStuck(kReceipt + "/Contents/MacOS");
+  EXPECT_FALSE(root().exists(kFolder));
 }
 
 TEST_F(RemoveReceipt, KilledAtAnyChangeTheReceiptIsWholeOrGoneAndTheNextReceiptSweepsWhatIsLeft) {

@@ -28,16 +28,21 @@ class FakeInstallRun : public deployer::InstallRun {
   std::string installerRootPath() const override {
     return foundation::paths::append(installerPath(), deployer::kQVNPayloadRootPath);
   }
-  deployer::QVNReceiptClient* getReceiptClientForStrategy(deployer::QVNInstallStepStrategy&) override {
-    return nullptr;
+  deployer::QVNReceiptClient* getReceiptClientForStrategy(deployer::QVNInstallStepStrategy& step) override {
+    askedForReceiptClient.push_back(&step);
+    return receiptClient;
   }
 
   std::string postingNotificationId() const override { return installerPath(); }
-  std::shared_ptr<foundation::RunLoop> statusServerThread() override { return nullptr; }
-  void shutdownStatusService() override {}
+  std::shared_ptr<foundation::RunLoop> statusServerThread() override { return statusThread; }
+  void shutdownStatusService() override { ++statusServiceShutdowns; }
 
   std::vector<deployer::QVNInstallerState> states;
   std::atomic<bool> cancelled = false;
+  deployer::QVNReceiptClient* receiptClient = nullptr;
+  std::vector<deployer::QVNInstallStepStrategy*> askedForReceiptClient;
+  std::shared_ptr<foundation::RunLoop> statusThread;
+  int statusServiceShutdowns = 0;
 
  private:
   deployer::QVNInstallConfiguration configuration_;

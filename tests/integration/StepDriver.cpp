@@ -1,6 +1,7 @@
 // Runs one step of an install by itself:
-//   step-driver write-receipt|remove-receipt|start-processes BUNDLE PRODUCT [OPTION...] [COMPONENT...]
-// and prints how it ended, as "success=1 state=0 published=17,18".
+//   step-driver STEP BUNDLE PRODUCT [OPTION...] [COMPONENT...]
+// where STEP is write-receipt, remove-receipt, start-processes, validate or remove, and prints how it ended, as
+// "success=1 state=0 published=17,18", and after "validate" the plan that it left.
 //   --failed                   an earlier step failed
 //   --has-receipt              the run is an upgrade
 //   --removal                  the run was started to remove the product

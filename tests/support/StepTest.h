@@ -78,8 +78,10 @@ class StepTest : public ::testing::Test {
 
  private:
   void write(const foundation::PropertyList& value, const std::string& name) const {
+    // In the form that can hold any text, a NUL included.
     const auto written = foundation::plist::writeFile(
-        value, bundle() + "/" + std::string(deployer::kQVNManifestDirectoryPath) + "/" + name);
+        value, bundle() + "/" + std::string(deployer::kQVNManifestDirectoryPath) + "/" + name,
+        foundation::plist::Format::Binary);
     ASSERT_TRUE(written.ok()) << written.error().description();
   }
 

@@ -14,18 +14,17 @@
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "InstallationDeployer/steps/QVNInstallComponentsStrategy.h"
 #include "general/foundation/FileAttributes.h"
+#include "tests/support/FileEntries.h"
 #include "tests/support/StepTest.h"
 
 namespace tests {
 
 /// A test of the step that installs: a payload, manifests and a target folder that stands for the volume's root.
 /// Runs with a umask that would take everything away from group and others.
-class InstallComponentsTest : public StepTest {
+class InstallComponentsTest : public StepTest, protected FileEntries {
  protected:
   using PropertyList = foundation::PropertyList;
   using Step = deployer::QVNInstallComponentsStrategy;
-  using Entries = PropertyList::Array;
-  using Keys = std::vector<std::pair<std::string, PropertyList>>;
 
   InstallComponentsTest() : umask_(umask(077)) {}
   ~InstallComponentsTest() override { umask(umask_); }
@@ -53,22 +52,6 @@ class InstallComponentsTest : public StepTest {
     return deployer::QVNInstallerChecksum::generateSHA256(std::as_bytes(std::span(content)));
   }
 
-  [[nodiscard]] static PropertyList entry(std::string_view path, Keys keys) {
-    keys.emplace_back(deployer::kManifestFilePath, path);
-    return PropertyList::dictionary(std::move(keys));
-  }
-  [[nodiscard]] static Keys attributes(int permissions, int owner = 0, int group = 0) {
-    return {{std::string(foundation::kFileOwnerAccountID), owner},
-            {std::string(foundation::kFileGroupOwnerAccountID), group},
-            {std::string(foundation::kFilePosixPermissions), permissions}};
-  }
-  [[nodiscard]] static Keys joined(Keys first, Keys second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-  }
-  [[nodiscard]] static PropertyList directory(std::string_view path, Keys keys = attributes(0755)) {
-    return entry(path, joined(std::move(keys), {{std::string(deployer::kManifestIsDirectory), true}}));
-  }
   [[nodiscard]] static PropertyList fileWithChecksum(std::string_view path, std::string_view checksum,
                                                      Keys keys = attributes(0644)) {
     return entry(path, joined(std::move(keys), {{std::string(deployer::kManifestSHAChecksum), checksum}}));
@@ -76,23 +59,8 @@ class InstallComponentsTest : public StepTest {
   [[nodiscard]] PropertyList file(std::string_view path, std::string_view content, Keys keys = attributes(0644)) {
     return fileWithChecksum(path, addPayload(content), std::move(keys));
   }
-  [[nodiscard]] static PropertyList external(std::string_view path, std::string_view source,
-                                             Keys keys = attributes(0644)) {
-    return entry(path, joined(std::move(keys), {{std::string(deployer::kManifestExternalSourcePath), source}}));
-  }
-  [[nodiscard]] static PropertyList externalDirectory(std::string_view path, std::string_view source,
-                                                      Keys keys = attributes(0755)) {
-    return directory(path, joined(std::move(keys), {{std::string(deployer::kManifestExternalSourcePath), source}}));
-  }
-  [[nodiscard]] static PropertyList link(std::string_view path, std::string_view linkTarget,
-                                         Keys keys = attributes(0755)) {
-    return entry(path, joined(std::move(keys), {{std::string(deployer::kManifestIsSymbolicLink), true},
-                                                {std::string(deployer::kManifestSymbolicLinkTarget), linkTarget}}));
-  }
-
   void describe(const std::string& component, Entries entries) {
-    writeComponent(component, PropertyList::dictionary(
-                                  {{std::string(deployer::kManifestListOfFiles), PropertyList(std::move(entries))}}));
+    writeComponent(component, manifestOf(std::move(entries)));
   }
   /// Describes the component Core and installs it.
   bool install(Entries entries) {

@@ -38,7 +38,11 @@ PropertyList ProtocolChecker::invoke(std::string_view selector, std::span<const 
   if (!fit(arguments, *operation)) {
     throw refusal("wrong arguments", selector, protocol_);
   }
-  return target_(selector, arguments);
+  PropertyList result = target_(selector, arguments);
+  if (!hasType(result, operation->result)) {
+    throw refusal("wrong result", selector, protocol_);
+  }
+  return result;
 }
 
 }  // namespace ipc

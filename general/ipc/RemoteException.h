@@ -18,6 +18,9 @@ inline constexpr std::string_view kFailedAuthenticationException = "NSFailedAuth
 /// A selector that the protocol lacks, or arguments or a result of other types than it names.
 inline constexpr std::string_view kInvalidArgumentException = "NSInvalidArgumentException";
 
+/// Whatever else the target raised.
+inline constexpr std::string_view kGenericException = "NSGenericException";
+
 /// A remote call that failed: the platform's name for the failure, and the reason in words as what().
 class RemoteException : public std::runtime_error {
  public:

@@ -1,0 +1,276 @@
+#include "general/ipc/ClientConnection.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <deque>
+#include <limits>
+#include <utility>
+
+#include "general/foundation/Descriptor.h"
+#include "general/foundation/TextFormat.h"
+#include "general/ipc/Frame.h"
+#include "general/ipc/Message.h"
+#include "general/ipc/RemoteException.h"
+#include "general/ipc/ServiceFolder.h"
+#include "general/ipc/SocketPrimitives.h"
+
+namespace ipc {
+
+using foundation::Descriptor;
+using foundation::PropertyList;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr double kDefaultTimeout = 10.0;
+constexpr double kLongestTimeout = 1e9;
+constexpr std::size_t kReadAtOnce = std::size_t{64} * 1024;
+constexpr std::size_t kMaximumAnswerSize = std::size_t{64} * 1024 * 1024;
+// Who never takes the notifications that come is not sent more than this.
+constexpr std::size_t kMostWaitingNotifications = 4096;
+
+Clock::time_point after(double seconds) {
+  const double bounded = std::isnan(seconds) ? 0.0 : std::clamp(seconds, 0.0, kLongestTimeout);
+  return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(bounded));
+}
+
+/// Whether the socket became ready before the deadline. Errors count as ready: the next call on the socket tells them.
+bool waitUntil(Clock::time_point deadline, int socket, short events) {
+  while (true) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    pollfd watched{socket, events, 0};
+    const auto patience = std::clamp<decltype(left)>(left, 0, std::numeric_limits<int>::max());
+    const int ready = poll(&watched, 1, static_cast<int>(patience));
+    if (ready > 0 || (ready < 0 && errno != EINTR)) {
+      return true;
+    }
+    if (Clock::now() >= deadline) {
+      return false;
+    }
+  }
+}
+
+}  // namespace
+
+class ClientConnection::Implementation {
+ public:
+  explicit Implementation(Descriptor socket) : socket_(std::move(socket)) {}
+
+  void setReplyTimeout(double seconds) { replyTimeout_ = seconds; }
+  void setRequestTimeout(double seconds) { requestTimeout_ = seconds; }
+  void setDelegate(ConnectionDelegate* delegate) { delegate_ = delegate; }
+  [[nodiscard]] int descriptor() const { return socket_.number(); }
+  void invalidate() { socket_.reset(); }
+
+  bool isValid() {
+    if (!socket_.isOpen()) {
+      return false;
+    }
+    char next = 0;
+    const ssize_t count = recv(socket_.number(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
+      invalidate();
+    }
+    return socket_.isOpen();
+  }
+
+  PropertyList invoke(const Operation& operation, std::span<const PropertyList> arguments) {
+    Message request;
+    request.kind = operation.oneWay ? Message::Kind::OneWay : Message::Kind::Call;
+    request.number = ++lastNumber_;
+    request.selector = operation.selector;
+    request.arguments.assign(arguments.begin(), arguments.end());
+    sendMessage(request, operation.oneWay);
+    return operation.oneWay ? PropertyList() : awaitResult(operation);
+  }
+
+  void observeNotifications() {
+    Message request;
+    request.kind = Message::Kind::Observe;
+    sendMessage(request, false);
+  }
+
+  std::vector<Notification> takeNotifications() {
+    std::optional<RemoteException> end;
+    try {
+      while (socket_.isOpen() && receiveSome()) {
+      }
+    } catch (const RemoteException& exception) {
+      end = exception;
+    }
+    // What came before the end still counts.
+    while (auto message = nextMessage()) {
+      keepNotification(*message);
+    }
+    if (end && notifications_.empty()) {
+      throw RemoteException(*end);
+    }
+    std::deque<Notification> taken = std::exchange(notifications_, {});
+    return {std::move_iterator(taken.begin()), std::move_iterator(taken.end())};
+  }
+
+ private:
+  [[noreturn]] void fail(std::string_view name, const std::string& reason) {
+    invalidate();
+    throw RemoteException(name, reason);
+  }
+
+  void sendMessage(const Message& message, bool withoutWaiting) {
+    if (delegate_ == nullptr) {
+      fail(kFailedAuthenticationException, "The connection has no delegate.");
+    }
+    if (!socket_.isOpen()) {
+      fail(kInvalidSendPortException, "The connection is not open any more.");
+    }
+    const auto content = encode(message, *delegate_);
+    if (!content) {
+      throw RemoteException(kInvalidArgumentException, "The arguments cannot be sent.");
+    }
+    sendBytes(framed(*content), after(withoutWaiting ? 0.0 : requestTimeout_));
+  }
+
+  void sendBytes(std::string_view bytes, Clock::time_point deadline) {
+    while (!bytes.empty()) {
+      const ssize_t sent = primitives::sendSome(socket_.number(), bytes);
+      if (sent >= 0) {
+        bytes.remove_prefix(static_cast<std::size_t>(sent));
+      } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+        if (!waitUntil(deadline, socket_.number(), POLLOUT)) {
+          fail(kPortTimeoutException, "The peer did not take the request in time.");
+        }
+      } else if (errno != EINTR) {
+        fail(kInvalidSendPortException, "The peer has gone.");
+      }
+    }
+  }
+
+  PropertyList awaitResult(const Operation& operation) {
+    const auto deadline = after(replyTimeout_);
+    while (true) {
+      while (auto message = nextMessage()) {
+        if (message->kind == Message::Kind::Notification) {
+          keepNotification(*message);
+        } else if (message->number == lastNumber_) {
+          return resultIn(*message, operation);
+        }
+      }
+      if (!waitUntil(deadline, socket_.number(), POLLIN)) {
+        fail(kPortTimeoutException, foundation::format("No answer to %@ came in time.", operation.selector));
+      }
+      receiveSome();
+    }
+  }
+
+  PropertyList resultIn(const Message& answer, const Operation& operation) {
+    if (answer.kind == Message::Kind::Exception) {
+      if (answer.exceptionName == kFailedAuthenticationException) {
+        invalidate();
+      }
+      throw RemoteException(answer.exceptionName, answer.exceptionReason);
+    }
+    if (answer.kind != Message::Kind::Reply) {
+      fail(kPortReceiveException, "The peer answered with something that is no answer.");
+    }
+    if (!hasType(answer.result, operation.result)) {
+      throw RemoteException(kInvalidArgumentException,
+                            foundation::format("The result of %@ has a wrong type.", operation.selector));
+    }
+    return answer.result;
+  }
+
+  /// The next message that has arrived whole and is authentic.
+  std::optional<Message> nextMessage() {
+    const auto content = reader_.next();
+    if (!content) {
+      if (reader_.isBroken()) {
+        fail(kPortReceiveException, "The peer sent a message of an impossible length.");
+      }
+      return std::nullopt;
+    }
+    auto message = decode(*content);
+    if (!message) {
+      fail(kPortReceiveException, "The peer sent something that is no message.");
+    }
+    if (delegate_ == nullptr || !isAuthentic(*message, *content, *delegate_)) {
+      fail(kFailedAuthenticationException, "The answer was not authentic.");
+    }
+    return message;
+  }
+
+  void keepNotification(const Message& message) {
+    if (message.kind != Message::Kind::Notification) {
+      return;
+    }
+    notifications_.push_back(message.notification);
+    if (notifications_.size() > kMostWaitingNotifications) {
+      notifications_.pop_front();
+    }
+  }
+
+  /// Reads what is there; false when nothing is.
+  bool receiveSome() {
+    std::array<char, kReadAtOnce> bytes{};
+    const ssize_t count = recv(socket_.number(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
+      return false;
+    }
+    if (count <= 0) {
+      fail(kInvalidReceivePortException, "The peer has gone.");
+    }
+    reader_.append({bytes.data(), static_cast<std::size_t>(count)});
+    return true;
+  }
+
+  Descriptor socket_;
+  ConnectionDelegate* delegate_ = nullptr;
+  double replyTimeout_ = kDefaultTimeout;
+  double requestTimeout_ = kDefaultTimeout;
+  std::int64_t lastNumber_ = 0;
+  FrameReader reader_{kMaximumAnswerSize};
+  std::deque<Notification> notifications_;
+};
+
+ClientConnection::ClientConnection(std::unique_ptr<Implementation> implementation)
+    : implementation_(std::move(implementation)) {}
+
+ClientConnection::~ClientConnection() = default;
+
+std::unique_ptr<ClientConnection> ClientConnection::connectionWithRegisteredName(std::string_view name) {
+  const auto path = socketPathOfService(name);
+  if (!path) {
+    return nullptr;
+  }
+  Descriptor socket = connectTo(*path, true);
+  if (!socket.isOpen() || userOfPeer(socket.number()) != uid_t{0}) {
+    return nullptr;
+  }
+  return std::unique_ptr<ClientConnection>(new ClientConnection(std::make_unique<Implementation>(std::move(socket))));
+}
+
+void ClientConnection::setReplyTimeout(double seconds) { implementation_->setReplyTimeout(seconds); }
+
+void ClientConnection::setRequestTimeout(double seconds) { implementation_->setRequestTimeout(seconds); }
+
+void ClientConnection::setDelegate(ConnectionDelegate* delegate) { implementation_->setDelegate(delegate); }
+
+bool ClientConnection::isValid() { return implementation_->isValid(); }
+
+void ClientConnection::invalidate() { implementation_->invalidate(); }
+
+PropertyList ClientConnection::invoke(const Operation& operation, std::span<const PropertyList> arguments) {
+  return implementation_->invoke(operation, arguments);
+}
+
+void ClientConnection::observeNotifications() { implementation_->observeNotifications(); }
+
+int ClientConnection::descriptor() const { return implementation_->descriptor(); }
+
+std::vector<Notification> ClientConnection::takeNotifications() { return implementation_->takeNotifications(); }
+
+}  // namespace ipc

@@ -1,0 +1,42 @@
+#include "general/ipc/Frame.h"
+
+namespace ipc {
+
+std::string framed(std::string_view content) {
+  std::string frame;
+  frame.reserve(kFrameHeaderSize + content.size());
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    frame.push_back(static_cast<char>((content.size() >> shift) & 0xffU));
+  }
+  return frame.append(content);
+}
+
+void FrameReader::append(std::string_view bytes) { buffer_.append(bytes); }
+
+std::optional<std::string> FrameReader::next() {
+  const auto size = announcedSize();
+  if (!size || isBroken() || buffer_.size() - kFrameHeaderSize < *size) {
+    return std::nullopt;
+  }
+  std::string content = buffer_.substr(kFrameHeaderSize, *size);
+  buffer_.erase(0, kFrameHeaderSize + *size);
+  return content;
+}
+
+bool FrameReader::isBroken() const {
+  const auto size = announcedSize();
+  return size && (*size == 0 || *size > maximumSize_);
+}
+
+std::optional<std::size_t> FrameReader::announcedSize() const {
+  if (buffer_.size() < kFrameHeaderSize) {
+    return std::nullopt;
+  }
+  std::size_t size = 0;
+  for (std::size_t i = 0; i < kFrameHeaderSize; ++i) {
+    size = (size << 8U) | static_cast<unsigned char>(buffer_[i]);
+  }
+  return size;
+}
+
+}  // namespace ipc

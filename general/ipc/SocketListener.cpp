@@ -1,0 +1,223 @@
+#include "general/ipc/SocketListener.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "general/ipc/SocketPrimitives.h"
+
+namespace ipc {
+
+using foundation::Descriptor;
+using foundation::RunLoop;
+
+namespace {
+
+// A crowd at the door leaves the loop's other sources their turns.
+constexpr std::size_t kAcceptedAtOnce = 32;
+constexpr std::size_t kReadAtOnce = std::size_t{64} * 1024;
+// When the system has no descriptor left for one more connection, asking again at once would only burn time.
+constexpr std::chrono::milliseconds kPauseWithoutDescriptors{500};
+
+bool isMomentary(int errorNumber) {
+  return errorNumber == EAGAIN || errorNumber == EWOULDBLOCK || errorNumber == EINTR;
+}
+
+}  // namespace
+
+SocketListener::SocketListener(Descriptor listener, Peers peers, const Limits& limits, Handlers handlers)
+    : listener_(std::move(listener)), peers_(peers), limits_(limits), handlers_(std::move(handlers)) {
+  listen();
+}
+
+SocketListener::~SocketListener() {
+  loop_->removeSource(accepting_);
+  loop_->removeSource(pause_);
+  for (const auto& [id, peer] : connected_) {
+    loop_->removeSource(peer->readable);
+    loop_->removeSource(peer->writable);
+  }
+}
+
+void SocketListener::listen() {
+  accepting_ = loop_->addDescriptor(listener_.number(), RunLoop::Interest::Readable, [this] { acceptPeers(); });
+}
+
+void SocketListener::acceptPeers() {
+  for (std::size_t accepted = 0; accepted < kAcceptedAtOnce; ++accepted) {
+    if (isFull()) {
+      pauseUntilSomebodyLeaves();
+      return;
+    }
+    Descriptor connection = primitives::acceptFrom(listener_.number());
+    if (connection.isOpen()) {
+      admit(std::move(connection));
+    } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+      pauseAccepting();
+      return;
+    } else if (errno != ECONNABORTED && errno != EINTR) {
+      return;
+    }
+  }
+}
+
+bool SocketListener::isFull() const {
+  return peers_ == Peers::RootOnly && connected_.size() >= limits_.connectionsOfRoot;
+}
+
+void SocketListener::pauseUntilSomebodyLeaves() {
+  loop_->removeSource(accepting_);
+  waitingForRoom_ = true;
+}
+
+void SocketListener::pauseAccepting() {
+  loop_->removeSource(accepting_);
+  pause_ = loop_->addTimer(kPauseWithoutDescriptors, false, [this] { listen(); });
+}
+
+void SocketListener::admit(Descriptor connection) {
+  const auto user = primitives::userOfPeer(connection.number());
+  if (!user || !mayEnter(*user)) {
+    return;
+  }
+  const PeerId id = ++lastPeer_;
+  const int number = connection.number();
+  auto peer = std::make_shared<Peer>(std::move(connection), *user, limits_.frameSize);
+  peer->readable = loop_->addDescriptor(number, RunLoop::Interest::Readable, [this, id] { receive(id); });
+  connected_.emplace(id, std::move(peer));
+}
+
+bool SocketListener::mayEnter(uid_t user) const {
+  if (peers_ == Peers::RootOnly && user != 0) {
+    return false;
+  }
+  const auto ofSameKind = static_cast<std::size_t>(std::ranges::count_if(
+      connected_, [user](const auto& entry) { return (entry.second->user == 0) == (user == 0); }));
+  return ofSameKind < (user == 0 ? limits_.connectionsOfRoot : limits_.connectionsOfOthers);
+}
+
+void SocketListener::receive(PeerId id) {
+  const auto peer = find(id);
+  if (!peer) {
+    return;
+  }
+  std::array<char, kReadAtOnce> bytes{};
+  const ssize_t count = recv(peer->socket.number(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+  if (count < 0 && isMomentary(errno)) {
+    return;
+  }
+  if (count <= 0) {
+    close(id);
+    return;
+  }
+  if (!peer->leaving) {
+    peer->reader.append({bytes.data(), static_cast<std::size_t>(count)});
+    handOverFrames(id);
+  }
+}
+
+void SocketListener::handOverFrames(PeerId id) {
+  while (const auto peer = find(id)) {
+    if (peer->leaving) {
+      return;
+    }
+    const auto content = peer->reader.next();
+    if (!content) {
+      if (peer->reader.isBroken()) {
+        close(id);
+      }
+      return;
+    }
+    const std::weak_ptr<const bool> life = life_;
+    // The handler may end this object, and itself with it.
+    const auto handler = handlers_.frame;
+    handler(id, *content);
+    if (life.expired()) {
+      return;
+    }
+  }
+}
+
+void SocketListener::send(PeerId id, std::string_view content) {
+  const auto peer = find(id);
+  if (!peer || peer->leaving) {
+    return;
+  }
+  peer->output.append(framed(content));
+  flush(id);
+}
+
+void SocketListener::closeAfterSending(PeerId id) {
+  const auto peer = find(id);
+  if (!peer) {
+    return;
+  }
+  peer->leaving = true;
+  if (peer->output.empty()) {
+    close(id);
+  }
+}
+
+void SocketListener::flush(PeerId id) {
+  const auto peer = find(id);
+  if (!peer) {
+    return;
+  }
+  while (!peer->output.empty()) {
+    const ssize_t sent = primitives::sendSome(peer->socket.number(), peer->output);
+    if (sent < 0 && errno == EINTR) {
+      continue;
+    }
+    if (sent < 0 && !isMomentary(errno)) {
+      close(id);
+      return;
+    }
+    if (sent < 0) {
+      waitUntilWritable(id);
+      return;
+    }
+    peer->output.erase(0, static_cast<std::size_t>(sent));
+  }
+  loop_->removeSource(std::exchange(peer->writable, 0));
+  if (peer->leaving) {
+    close(id);
+  }
+}
+
+void SocketListener::waitUntilWritable(PeerId id) {
+  const auto peer = find(id);
+  if (peer->output.size() > limits_.unreadOutput) {
+    close(id);
+  } else if (peer->writable == 0) {
+    peer->writable =
+        loop_->addDescriptor(peer->socket.number(), RunLoop::Interest::Writable, [this, id] { flush(id); });
+  }
+}
+
+void SocketListener::close(PeerId id) {
+  const auto peer = find(id);
+  if (!peer) {
+    return;
+  }
+  loop_->removeSource(peer->readable);
+  loop_->removeSource(peer->writable);
+  connected_.erase(id);
+  // Others may hold the object for a moment longer, but the connection ends now.
+  peer->socket.reset();
+  if (std::exchange(waitingForRoom_, false)) {
+    listen();
+  }
+  if (handlers_.closed) {
+    handlers_.closed(id);
+  }
+}
+
+std::shared_ptr<SocketListener::Peer> SocketListener::find(PeerId id) const {
+  const auto found = connected_.find(id);
+  return found == connected_.end() ? nullptr : found->second;
+}
+
+}  // namespace ipc

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "general/foundation/Descriptor.h"
+#include "general/foundation/RunLoop.h"
+#include "general/ipc/Frame.h"
+
+namespace ipc {
+
+/// Serves those who connect to a listening socket, on the run loop of the thread that made the object, where all of it
+/// belongs. It never waits for a peer: what a peer sends is read as it comes and handed on frame by frame; what a peer
+/// does not read is kept up to a limit. A peer that goes beyond a limit loses its connection, and nobody else anything.
+class SocketListener {
+ public:
+  enum class Peers { Everybody, RootOnly };
+  using PeerId = std::uint64_t;
+
+  struct Limits {
+    std::size_t frameSize = std::size_t{64} * 1024;       ///< content of one frame that is received
+    std::size_t unreadOutput = std::size_t{1024} * 1024;  ///< what waits for a peer that does not read
+    std::size_t connectionsOfRoot = 256;                  ///< at the same time; where only root may connect, more wait
+    std::size_t connectionsOfOthers = 32;                 ///< at the same time, of all other users together
+  };
+  struct Handlers {
+    /// One frame of a peer. May send, close, turn the run loop and end the listener.
+    std::function<void(PeerId, const std::string& content)> frame;
+    /// The peer has gone, or was sent away.
+    std::function<void(PeerId)> closed;
+  };
+
+  SocketListener(foundation::Descriptor listener, Peers peers, const Limits& limits, Handlers handlers);
+  ~SocketListener();  ///< closes every connection; handlers are not called any more
+  SocketListener(const SocketListener&) = delete;
+  SocketListener& operator=(const SocketListener&) = delete;
+
+  /// Queues one frame for a peer and sends what the peer takes now. Peers that have gone are ignored.
+  void send(PeerId peer, std::string_view content);
+  /// Closes the connection once what is queued for the peer has been sent; nothing more is read from it.
+  void closeAfterSending(PeerId peer);
+
+ private:
+  struct Peer {
+    Peer(foundation::Descriptor connection, uid_t peerUser, std::size_t frameSize)
+        : socket(std::move(connection)), user(peerUser), reader(frameSize) {}
+    foundation::Descriptor socket;
+    uid_t user;
+    FrameReader reader;
+    std::string output;
+    foundation::RunLoop::SourceId readable = 0;
+    foundation::RunLoop::SourceId writable = 0;
+    bool leaving = false;
+  };
+
+  void listen();
+  void acceptPeers();
+  void pauseAccepting();
+  [[nodiscard]] bool isFull() const;
+  void pauseUntilSomebodyLeaves();
+  void admit(foundation::Descriptor connection);
+  [[nodiscard]] bool mayEnter(uid_t user) const;
+  void receive(PeerId id);
+  void handOverFrames(PeerId id);
+  void flush(PeerId id);
+  void waitUntilWritable(PeerId id);
+  void close(PeerId id);
+  [[nodiscard]] std::shared_ptr<Peer> find(PeerId id) const;
+
+  const std::shared_ptr<const bool> life_ = std::make_shared<const bool>(true);
+  std::shared_ptr<foundation::RunLoop> loop_ = foundation::RunLoop::current();
+  foundation::Descriptor listener_;
+  Peers peers_;
+  Limits limits_;
+  Handlers handlers_;
+  foundation::RunLoop::SourceId accepting_ = 0;
+  foundation::RunLoop::SourceId pause_ = 0;
+  bool waitingForRoom_ = false;
+  PeerId lastPeer_ = 0;
+  // Shared with the handler that serves a peer, which may close it.
+  std::map<PeerId, std::shared_ptr<Peer>> connected_;
+};
+
+}  // namespace ipc

@@ -1,6 +1,6 @@
 // generate-payload: fills a folder with the same files on every machine.
 //
-//   generate-payload big|mixed|tiny SCALE FOLDER
+//   generate-payload big|mixed|tiny|many SCALE FOLDER
 //
 // SCALE divides the number of files; 1 is the full size. Content is random, so nothing can be saved by compressing it.
 
@@ -54,7 +54,10 @@ class Payload {
     if (kind_ == "mixed") {
       return {6000, 300};
     }
-    return kind_ == "tiny" ? Layout{40000, 2000} : Layout{0, 0};
+    if (kind_ == "tiny") {
+      return {40000, 2000};
+    }
+    return kind_ == "many" ? Layout{100000, 5000} : Layout{0, 0};
   }
   [[nodiscard]] std::size_t sizeOf(std::size_t file) {
     if (kind_ == "big") {
@@ -62,6 +65,10 @@ class Payload {
     }
     if (kind_ == "tiny") {
       return between(kKilobyte, 4 * kKilobyte);
+    }
+    if (kind_ == "many") {
+      // For measurements that never look into a file.
+      return 0;
     }
     // Few large files that hold most of the bytes, many small ones, as in products.
     if (file % 20 == 0) {
@@ -97,7 +104,7 @@ int generate(const std::vector<std::string_view>& arguments) {
     std::from_chars(arguments[1].data(), arguments[1].data() + arguments[1].size(), scale);
   }
   if (scale == 0) {
-    std::cerr << "usage: generate-payload big|mixed|tiny SCALE FOLDER\n";
+    std::cerr << "usage: generate-payload big|mixed|tiny|many SCALE FOLDER\n";
     return 2;
   }
   if (!Payload(arguments[0], scale, arguments[2]).generate()) {

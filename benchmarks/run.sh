@@ -1,16 +1,19 @@
 #!/bin/sh
 # Measures installs against other ways of putting the same files on disk: tar, rpm, dpkg, and cp with sha256sum.
 # All ways take turns in every round, each into a root directory of its own; the medians are compared.
+# Also validation and removal of what is installed, beside those of rpm, dpkg and rm (installed-files.sh), and how fast
+# an engine and its watchers talk to each other, beside a bare pair of sockets.
 #
 # run.sh [--quick] [--rounds N] [--only KIND]... [--place tmpfs|disk] [--bin FOLDER]
 set -eu
 
 usage() {
   cat <<'END'
-usage: run.sh [--quick] [--rounds N] [--only big|mixed|tiny] [--place tmpfs|disk] [--bin FOLDER]
+usage: run.sh [--quick] [--rounds N] [--only KIND] [--place tmpfs|disk] [--bin FOLDER]
   --quick        2 rounds on a tenth of the files
   --rounds N     rounds of every measurement (5)
-  --only KIND    this payload only
+  --only KIND    only this: big, mixed, tiny (installs of such files), validation, removal (of installed files),
+                 ipc (the talk between processes)
   --place PLACE  this kind of file system only
   --bin FOLDER   programs that are built already
 Folders for the work: CORVANE_BENCHMARK_TMPFS (/dev/shm) and CORVANE_BENCHMARK_DISK (/var/tmp).
@@ -20,7 +23,7 @@ END
 here=$(cd "$(dirname "$0")" && pwd)
 rounds=5
 scale=1
-kinds="big mixed tiny"
+kinds="big mixed tiny validation removal ipc"
 places="tmpfs disk"
 bin=
 while [ $# -gt 0 ]; do
@@ -40,7 +43,7 @@ done
 if [ -z "$bin" ]; then
   "$here/../scripts/setup.sh" --with-benchmarks
   "$here/../scripts/build.sh" release InstallationDeployer installer-tool generate-payload timed-run manifest-queries \
-    ManifestParseBenchmark
+    remote-calls step-driver ManifestParseBenchmark
   bin=$here/../build/release/bin
 fi
 
@@ -180,6 +183,11 @@ target() {
   awk -v name="$1" -v reached="$2" -v most="$3" 'BEGIN {
     printf "  %-44s %6.2f  (at most %.2f)  %s\n", name, reached, most, reached <= most ? "reached" : "MISSED" }'
 }
+# at_least NAME REACHED LEAST: the same for a goal that is to be exceeded.
+at_least() {
+  awk -v name="$1" -v reached="$2" -v least="$3" 'BEGIN {
+    printf "  %-44s %6.0f  (at least %d)  %s\n", name, reached, least, reached >= least ? "reached" : "MISSED" }'
+}
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", a / b }'; }
 
 report() {
@@ -211,15 +219,19 @@ report() {
   target "peak memory in MB" "$memory" $((largest + 300))
 }
 
+# The folder that stands for a kind of file system.
+parent_of() {
+  case "$1" in
+    tmpfs) echo "${CORVANE_BENCHMARK_TMPFS:-/dev/shm}" ;;
+    disk) echo "${CORVANE_BENCHMARK_DISK:-/var/tmp}" ;;
+    *) usage >&2; exit 2 ;;
+  esac
+}
+
 measure() {
   place=$1
   kind=$2
-  case "$place" in
-    tmpfs) parent=${CORVANE_BENCHMARK_TMPFS:-/dev/shm} ;;
-    disk) parent=${CORVANE_BENCHMARK_DISK:-/var/tmp} ;;
-    *) usage >&2; exit 2 ;;
-  esac
-  work=$(mktemp -d "$parent/corvane-benchmark.XXXXXX")
+  work=$(mktemp -d "$(parent_of "$place")/corvane-benchmark.XXXXXX")
   "$bin/generate-payload" "$kind" "$scale" "$work/staged"
   files=$(find "$work/staged" -type f | wc -l)
   megabytes=$(($(du -sk "$work/staged" | cut -f1) / 1024))
@@ -246,9 +258,48 @@ measure() {
   work=
 }
 
+# The median of a fact that the rounds of remote-calls wrote down.
+called() {
+  grep "^$1 " "$work/calls" >"$work/fact"
+  median "$work/fact" 2
+}
+
+measure_calls() {
+  work=$(mktemp -d "${CORVANE_BENCHMARK_TMPFS:-/dev/shm}/corvane-benchmark.XXXXXX")
+  round=0
+  while [ "$round" -lt "$rounds" ]; do
+    "$bin/remote-calls" $((100000 / scale)) $((1000 / scale)) >>"$work/calls"
+    round=$((round + 1))
+  done
+  calls=$(called round-trips-per-second)
+  bare=$(called bare-socket-round-trips-per-second)
+  printf '\ntalk between two processes: %s rounds\n' "$rounds"
+  printf '  %-44s %8.0f a second\n' "authenticated calls" "$calls" "round trips over a bare pair of sockets" "$bare"
+  printf '  %-44s %8.2f\n' "calls / bare round trips" "$(ratio "$calls" "$bare")"
+  at_least "authenticated calls a second" "$calls" 20000
+  target "milliseconds to an engine that watches" "$(ratio "$(called notification-microseconds)" 1000)" 1
+  target "milliseconds to a front end that watches" "$(ratio "$(called connection-notification-microseconds)" 1000)" 1
+  rm -rf "$work"
+  work=
+}
+
+. "$here/installed-files.sh"
+
+payloads=
+for what in $kinds; do
+  case "$what" in
+    ipc) measure_calls ;;
+    *) payloads="$payloads $what" ;;
+  esac
+done
+[ -n "$payloads" ] || exit 0
+
 for where in $places; do
-  for what in $kinds; do
-    measure "$where" "$what"
+  for what in $payloads; do
+    case "$what" in
+      validation | removal) measure_installed_files "$where" "$what" ;;
+      *) measure "$where" "$what" ;;
+    esac
   done
 done
 

@@ -1,18 +1,26 @@
 #include "general/ipc/DistributedNotifications.h"
 
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <list>
 #include <utility>
 #include <vector>
 
+#include "general/foundation/Descriptor.h"
 #include "general/foundation/FileManager.h"
 #include "general/foundation/NSStringExtensions.h"
 #include "general/foundation/Paths.h"
+#include "general/ipc/Frame.h"
 #include "general/ipc/Message.h"
 #include "general/ipc/ServiceFolder.h"
-#include "general/ipc/SocketListener.h"
 #include "general/ipc/SocketPrimitives.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
 #include "general/logging/SystemLog.h"
@@ -22,8 +30,18 @@ namespace ipc {
 
 namespace paths = foundation::paths;
 using foundation::Descriptor;
+using foundation::RunLoop;
 
 namespace {
+
+// Fits into what the system keeps for a connection, so that a poster never waits for a reader.
+constexpr std::size_t kLargestNotification = std::size_t{64} * 1024;
+// A notification is written in one go, so few are ever unfinished; of more, the oldest makes room.
+constexpr std::size_t kMostUnfinished = 32;
+// A flood of notifications leaves the loop's other sources their turns.
+constexpr int kMostInOneTurn = 64;
+// When the system has no descriptor left for one more connection, asking again at once would only burn time.
+constexpr std::chrono::milliseconds kPauseWithoutDescriptors{500};
 
 std::optional<std::string> frameOf(const Notification& notification) {
   Message message;
@@ -31,23 +49,100 @@ std::optional<std::string> frameOf(const Notification& notification) {
   message.notification = notification;
   VRKConnectionAuthenticator authenticator;
   const auto content = encode(message, authenticator);
-  return content ? std::optional(framed(*content)) : std::nullopt;
+  if (!content || content->size() > kLargestNotification) {
+    return std::nullopt;
+  }
+  return framed(*content);
 }
 
-void sendTo(const std::string& path, const std::string& frame) {
-  const Descriptor observer = connectTo(path, false);
-  if (!observer.isOpen()) {
-    // Somebody who died. A name that is still being made is hidden, so it is not taken for that.
+/// In a folder that others can write in, anything may stand.
+bool isRootsOwn(std::string_view folder) {
+  const Descriptor opened(open(std::string(folder).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status {};
+  return opened.isOpen() && fstat(opened.number(), &status) == 0 && status.st_uid == 0 &&
+         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+bool isSocket(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+void complain(const std::string& observer, const Notification& notification) {
+  const int number = errno;
+  logging::error("Unable to notify %@ of %@. %s", observer, notification.name, std::strerror(number));
+}
+
+void sendTo(const std::string& observer, std::string_view frame, const Notification& notification) {
+  const Descriptor connection = connectTo(observer, false);
+  if (!connection.isOpen()) {
     if (errno == ECONNREFUSED) {
-      unlink(path.c_str());
+      // A socket listens before its name shows, and no name comes twice: its owner is dead.
+      unlink(observer.c_str());
+    } else if (errno != ENOENT) {
+      complain(observer, notification);
     }
     return;
   }
-  // A frame fits into what the system keeps for a new connection, so it goes out whole or not at all.
-  if (primitives::sendSome(observer.number(), frame) != static_cast<ssize_t>(frame.size())) {
-    logging::error("Unable to notify the observer at %@", path);
+  if (userOfPeer(connection.number()) == uid_t{0} &&
+      primitives::sendSome(connection.number(), frame) != static_cast<ssize_t>(frame.size())) {
+    complain(observer, notification);
   }
 }
+
+/// A socket of this process at which notifications arrive; its name goes with it.
+class ObserverSocket {
+ public:
+  /// Null, with the reason in the log, when there is none to be had.
+  static std::unique_ptr<ObserverSocket> make() {
+    const auto lock = ServiceFolderLock::acquire();
+    if (!lock) {
+      logging::debug("Distributed notifications are not observed.");
+      return nullptr;
+    }
+    sweepStaleSockets(kObserverFolder, *lock);
+    std::string path = paths::append(std::string(kObserverFolder), foundation::NSStringExtensions::stringWithUUID());
+    Descriptor socket = listenAt(path, kModeForRoot, *lock);
+    return socket.isOpen() ? std::make_unique<ObserverSocket>(std::move(path), std::move(socket)) : nullptr;
+  }
+
+  ObserverSocket(std::string path, Descriptor socket) : path_(std::move(path)), socket_(std::move(socket)) {}
+  ~ObserverSocket() { unlink(path_.c_str()); }
+  ObserverSocket(const ObserverSocket&) = delete;
+  ObserverSocket& operator=(const ObserverSocket&) = delete;
+
+  [[nodiscard]] int number() const { return socket_.number(); }
+
+ private:
+  std::string path_;
+  Descriptor socket_;
+};
+
+/// A connection on which one notification comes.
+struct Arrival {
+  enum class State { Unfinished, Complete, Worthless };
+
+  Descriptor socket;
+  RunLoop::SourceId source = 0;
+  FrameReader reader{kLargestNotification};
+  std::optional<std::string> content;
+
+  State read() {
+    std::array<char, kFrameHeaderSize + kLargestNotification> bytes;
+    while (true) {
+      content = reader.next();
+      if (content || reader.isBroken()) {
+        return content ? State::Complete : State::Worthless;
+      }
+      const ssize_t count = recv(socket.number(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+      if (count > 0) {
+        reader.append({bytes.data(), static_cast<std::size_t>(count)});
+      } else if (count == 0 || errno != EINTR) {
+        return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? State::Unfinished : State::Worthless;
+      }
+    }
+  }
+};
 
 struct Registration {
   std::string name;
@@ -63,93 +158,171 @@ struct Registration {
 }  // namespace
 
 void postDistributedNotification(const Notification& notification) {
-  if (platform::self::effectiveUserId() != 0) {
+  if (platform::self::effectiveUserId() != 0 || !isRootsOwn(kServiceFolder) || !isRootsOwn(kObserverFolder)) {
     return;
   }
-  const std::string folder(kObserverFolder);
-  const auto names = foundation::files::contentsOfDirectory(folder);
+  const auto observers = foundation::files::contentsOfDirectory(std::string(kObserverFolder));
+  if (!observers) {
+    return;
+  }
   const auto frame = frameOf(notification);
-  if (!names || !frame) {
+  if (!frame) {
+    logging::error("The notification %@ cannot be posted: it is too long.", notification.name);
     return;
   }
-  for (const std::string& name : *names) {
-    if (!name.starts_with(".")) {
-      sendTo(paths::append(folder, name), *frame);
+  for (const std::string& name : *observers) {
+    const std::string path = paths::append(std::string(kObserverFolder), name);
+    // Sockets that are being made have hidden names.
+    if (!name.starts_with(".") && isSocket(path)) {
+      sendTo(path, *frame, notification);
     }
   }
 }
 
-class NotificationObserver::Implementation {
+/// Not a SocketListener: notifications come in order across connections, one on each, and as many as the system keeps
+/// may wait there without a descriptor each. Shared with the turn that serves it, so that a handler may end the
+/// observer.
+class NotificationObserver::Implementation : public std::enable_shared_from_this<Implementation> {
  public:
-  Implementation() {
-    const auto lock = ServiceFolderLock::acquire();
-    if (!lock) {
-      return;
-    }
-    sweepStaleSockets(kObserverFolder, *lock);
-    const std::string path =
-        paths::append(std::string(kObserverFolder), foundation::NSStringExtensions::stringWithUUID());
-    Descriptor socket = listenAt(path, kModeForRoot, *lock);
-    if (!socket.isOpen()) {
-      return;
-    }
-    name_ = std::make_unique<SocketName>(path);
-    listener_ = std::make_unique<SocketListener>(
-        std::move(socket), SocketListener::Peers::RootOnly, SocketListener::Limits{},
-        SocketListener::Handlers{[this](SocketListener::PeerId /*peer*/, const std::string& content) { hear(content); },
-                                 {}});
-  }
+  Implementation() = default;
+  ~Implementation() = default;
+  Implementation(const Implementation&) = delete;
+  Implementation& operator=(const Implementation&) = delete;
 
-  ~Implementation() {
+  void open() {
+    listener_ = ObserverSocket::make();
+    if (isOpen()) {
+      listening_ = watch(listener_->number());
+    }
+  }
+  void close() {
+    loop_->removeSource(listening_);
+    loop_->removeSource(pause_);
+    listener_.reset();
+    while (!arrivals_.empty()) {
+      forget(arrivals_.begin());
+    }
     for (const auto& registration : registrations_) {
       registration->removed = true;
     }
   }
-  Implementation(const Implementation&) = delete;
-  Implementation& operator=(const Implementation&) = delete;
+  [[nodiscard]] bool isOpen() const { return listener_ != nullptr; }
 
-  [[nodiscard]] bool isListening() const { return listener_ != nullptr; }
-
-  void add(std::string name, std::optional<std::string> object, Handler handler) {
-    registrations_.push_back(
-        std::make_shared<Registration>(Registration{std::move(name), std::move(object), std::move(handler)}));
+  void add(Registration registration) {
+    registrations_.push_back(std::make_shared<Registration>(std::move(registration)));
   }
-
   void remove(std::string_view name, const std::optional<std::string>& object) {
     std::erase_if(registrations_, [&](const std::shared_ptr<Registration>& registration) {
-      registration->removed = registration->name == name && registration->object == object;
+      registration->removed = registration->removed || (registration->name == name && registration->object == object);
       return registration->removed;
     });
   }
 
  private:
-  void hear(const std::string& content) {
-    const auto message = decode(content);
-    if (!message || message->kind != Message::Kind::Notification) {
-      return;
-    }
-    // Handlers may add and remove registrations, and end the observer.
-    const auto registrations = registrations_;
-    for (const auto& registration : registrations) {
-      if (registration->wants(message->notification)) {
-        registration->handler(message->notification);
+  using Arrivals = std::list<Arrival>;
+
+  RunLoop::SourceId watch(int descriptor) {
+    return loop_->addDescriptor(descriptor, RunLoop::Interest::Readable, [weak = weak_from_this()] {
+      if (const auto self = weak.lock()) {
+        self->listen();
+      }
+    });
+  }
+
+  /// Takes what has come, whichever connection it is. A thread connects for its next notification when its last one has
+  /// been written, so the order is kept as long as earlier connections are looked at before another one is accepted.
+  /// Handlers may do anything, even turn the loop, so nothing is kept across them.
+  void listen() {
+    for (int heard = 0; heard < kMostInOneTurn && isOpen();) {
+      if (const auto notification = nextComplete()) {
+        deliver(*notification);
+        ++heard;
+      } else if (!acceptOne()) {
+        return;
       }
     }
   }
 
+  std::optional<Notification> nextComplete() {
+    for (auto next = arrivals_.begin(); next != arrivals_.end();) {
+      const auto arrival = next++;
+      const Arrival::State state = arrival->read();
+      if (state == Arrival::State::Unfinished) {
+        continue;
+      }
+      // It is root's, so there is nothing to authenticate.
+      auto message = state == Arrival::State::Complete ? decode(*arrival->content) : std::nullopt;
+      forget(arrival);
+      if (message && message->kind == Message::Kind::Notification) {
+        return std::move(message->notification);
+      }
+    }
+    return std::nullopt;
+  }
+
+  /// False when nobody waits any more.
+  bool acceptOne() {
+    Descriptor socket = primitives::acceptFrom(listener_->number());
+    if (!socket.isOpen()) {
+      const int number = errno;
+      if (number == EMFILE || number == ENFILE || number == ENOBUFS || number == ENOMEM) {
+        pauseAccepting();
+      }
+      return number == ECONNABORTED || number == EINTR;
+    }
+    if (userOfPeer(socket.number()) != uid_t{0}) {
+      return true;
+    }
+    if (arrivals_.size() >= kMostUnfinished) {
+      forget(arrivals_.begin());
+    }
+    Arrival& arrival = arrivals_.emplace_back();
+    arrival.source = watch(socket.number());
+    arrival.socket = std::move(socket);
+    return true;
+  }
+
+  void pauseAccepting() {
+    loop_->removeSource(listening_);
+    pause_ = loop_->addTimer(kPauseWithoutDescriptors, false, [weak = weak_from_this()] {
+      if (const auto self = weak.lock(); self != nullptr && self->isOpen()) {
+        self->listening_ = self->watch(self->listener_->number());
+      }
+    });
+  }
+
+  void forget(Arrivals::iterator arrival) {
+    loop_->removeSource(arrival->source);
+    arrivals_.erase(arrival);
+  }
+
+  void deliver(const Notification& notification) {
+    const auto registrations = registrations_;
+    for (const auto& registration : registrations) {
+      if (registration->wants(notification)) {
+        registration->handler(notification);
+      }
+    }
+  }
+
+  const std::shared_ptr<RunLoop> loop_ = RunLoop::current();
+  std::unique_ptr<ObserverSocket> listener_;
+  RunLoop::SourceId listening_ = 0;
+  RunLoop::SourceId pause_ = 0;
+  Arrivals arrivals_;
   std::vector<std::shared_ptr<Registration>> registrations_;
-  std::unique_ptr<SocketName> name_;
-  std::unique_ptr<SocketListener> listener_;
 };
 
-NotificationObserver::NotificationObserver() : implementation_(std::make_unique<Implementation>()) {}
+NotificationObserver::NotificationObserver() : implementation_(std::make_shared<Implementation>()) {
+  implementation_->open();
+}
 
-NotificationObserver::~NotificationObserver() = default;
+NotificationObserver::~NotificationObserver() { implementation_->close(); }
 
-bool NotificationObserver::isListening() const { return implementation_->isListening(); }
+bool NotificationObserver::isListening() const { return implementation_->isOpen(); }
 
 void NotificationObserver::add(std::string name, std::optional<std::string> object, Handler handler) {
-  implementation_->add(std::move(name), std::move(object), std::move(handler));
+  implementation_->add({std::move(name), std::move(object), std::move(handler)});
 }
 
 void NotificationObserver::remove(std::string_view name, const std::optional<std::string>& object) {

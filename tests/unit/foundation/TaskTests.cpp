@@ -301,7 +301,7 @@ class LaunchingProcess {
  public:
   LaunchingProcess(const std::string& script, bool endsWithParent) {
     int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
     process_ = fork();
     if (process_ == 0) {
       dup2(ends[1], STDOUT_FILENO);

@@ -1,6 +1,7 @@
 #include "tests/support/KilledRun.h"
 
 #include <sys/ptrace.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,14 +26,19 @@ int eventOf(int status) { return status >> 16; }
 /// Follows one program and its threads from system call to system call.
 class Watch {
  public:
-  explicit Watch(const KillMoment& moment) : moment_(moment) {}
+  Watch(const KillMoment& moment, const PrivateRoot& root) : moment_(moment) {
+    if (moment.child && stat(root.path(*moment.child).c_str(), &child_) != 0) {
+      throwErrno("finding " + *moment.child);
+    }
+  }
 
   /// Takes hold of the process, which waits to start the program.
   void seize(pid_t process) {
     process_ = process;
     constexpr long kOptions = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL;
+    constexpr long kChildOptions = PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK;
     int status = 0;
-    if (ptrace(PTRACE_SEIZE, process, nullptr, kOptions) != 0 ||
+    if (ptrace(PTRACE_SEIZE, process, nullptr, moment_.child ? kOptions | kChildOptions : kOptions) != 0 ||
         ptrace(PTRACE_INTERRUPT, process, nullptr, nullptr) != 0 ||
         waitpid(process, &status, kOwnChildrenOnly) != process ||
         ptrace(PTRACE_SYSCALL, process, nullptr, nullptr) != 0) {
@@ -70,13 +76,32 @@ class Watch {
       handleSystemCall(thread);
       resume(thread, 0);
     } else if (eventOf(status) == PTRACE_EVENT_EXEC) {
-      programRuns_ = true;
+      noteProgram(thread);
       resume(thread, 0);
     } else if (eventOf(status) == PTRACE_EVENT_STOP && signal != SIGTRAP) {
       ptrace(PTRACE_LISTEN, thread, nullptr, nullptr);
     } else {
       resume(thread, eventOf(status) != 0 ? 0 : signal);
     }
+  }
+
+  /// A process begins to run a program; here the thread's number is the process's.
+  void noteProgram(pid_t process) {
+    struct stat program {};
+    if (!moment_.child) {
+      counted_ = process_;
+    } else if (stat(("/proc/" + std::to_string(process) + "/exe").c_str(), &program) == 0 &&
+               program.st_dev == child_.st_dev && program.st_ino == child_.st_ino && process != process_) {
+      counted_ = process;
+    }
+  }
+
+  /// Whether the thread belongs to the process that is to be killed.
+  [[nodiscard]] bool isCounted(pid_t thread) {
+    if (counted_ < 0 || !moment_.child || thread == counted_) {
+      return counted_ >= 0;
+    }
+    return access(("/proc/" + std::to_string(counted_) + "/task/" + std::to_string(thread)).c_str(), F_OK) == 0;
   }
 
   void resume(pid_t thread, int signal) {
@@ -86,7 +111,7 @@ class Watch {
 
   void handleSystemCall(pid_t thread) {
     __ptrace_syscall_info call{};
-    if (!programRuns_ || ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof call, &call) <= 0) {
+    if (!isCounted(thread) || ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof call, &call) <= 0) {
       return;
     }
     if (call.op == PTRACE_SYSCALL_INFO_ENTRY) {
@@ -114,20 +139,21 @@ class Watch {
   void killNow() {
     reached_ = true;
     awaited_ = -1;
-    ::kill(process_, SIGKILL);
+    ::kill(counted_, SIGKILL);
   }
 
   const KillMoment& moment_;
+  struct stat child_ {};
   pid_t process_ = -1;
+  pid_t counted_ = -1;
   pid_t awaited_ = -1;
-  bool programRuns_ = false;
   bool reached_ = false;
   unsigned long seen_ = 0;
 };
 
 KilledOutcome watchedRun(const PrivateRoot& root, const std::vector<std::string>& arguments, const KillMoment& moment,
                          const RunOptions& options) {
-  Watch watch(moment);
+  Watch watch(moment, root);
   RunningProgram program(root.directory(), arguments, options, [&](pid_t process) { watch.seize(process); });
   program.noteEnd(watch.follow());
   program.requireLaunch();

@@ -9,12 +9,15 @@
 namespace support {
 
 /// The moment at which a run is killed: at the `number`-th (from 1) system call, of all its threads, that is one of
-/// `calls`. Counted from the start of the program; its child processes are not followed.
+/// `calls`. Counted from the start of the program; its child processes are
+/// not followed, unless one of them is to be killed instead.
 struct KillMoment {
   enum class When { Before, After };
   std::vector<long> calls;  ///< numbers as in <sys/syscall.h>
   unsigned long number = 1;
   When when = When::Before;  ///< Before: the call has no effect; After: it has had its effect
+  /// A program, by its path inside, that the program starts: its calls count, and it alone is killed.
+  std::optional<std::string> child = std::nullopt;
 };
 
 struct KilledOutcome {

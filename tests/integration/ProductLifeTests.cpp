@@ -1,0 +1,292 @@
+#include <csignal>
+
+#include "tests/integration/ProductLife.h"
+
+namespace tests {
+namespace {
+
+TEST_F(ProductLife, AnUpgradeChangesWhatChangedAndKeepsWhatTheUserEdited) {
+  installFirstVersion();
+  const ino_t tools = inodeOf("/opt/tools/one");
+  root().forgetRecordedCalls();
+  deliverNewBundle();
+  const auto outcome = install();
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.description();
+
+  EXPECT_EQ(root().readFile("/Library/Guard/core"), "core, second edition");
+  EXPECT_EQ(root().readFile("/Library/Guard/more"), "more");
+  EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
+  EXPECT_EQ(root().readFile("/Library/Guard/licence"), "licensed");
+  EXPECT_EQ(root().readFile("/opt/extra/new"), "new");
+  EXPECT_EQ(inodeOf("/opt/tools/one"), tools);
+  EXPECT_TRUE(root().exists(std::string(kReceipt) + "/Contents/Install/Manifests/Extra.plist"));
+  EXPECT_FALSE(root().exists(std::string(kReceipt) + "/Contents/Install/Manifests/Legacy.plist"));
+  EXPECT_FALSE(root().exists("/Library/Application Support/Corvane/Guard/temp"));
+
+  EXPECT_TRUE(logged(outcome, "Notice", "Upgrading the \"Guard\" product"));
+  EXPECT_TRUE(logged(outcome, "Info", "Adding changed component Core to upgrade plan"));
+  EXPECT_TRUE(logged(outcome, "Info", "Adding component Extra to upgrade plan"));
+  EXPECT_TRUE(logged(outcome, "Notice", "Fix plan is empty. Nothing to fix"));
+  EXPECT_EQ(enginesRunning(), "");
+}
+
+TEST_F(ProductLife, AComponentThatTheNewVersionDroppedIsRemovedAndNotInstalled) {
+  installFirstVersion();
+  deliverNewBundle();
+  const auto outcome = install();
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_TRUE(logged(outcome, "Info", "Adding component Legacy to upgrade plan"));
+  EXPECT_FALSE(root().exists("/opt/legacy"));
+  EXPECT_FALSE(loggedAnything(outcome, "Error")) << outcome.standardError;
+}
+
+TEST_F(ProductLife, TheReceiptIsLaunchedOnceAndAskedInOrder) {
+  installFirstVersion();
+  deliverNewBundle();
+  const auto outcome = install();
+  const std::string receipt(kReceipt);
+  const std::string object = receipt + ".receipt";
+  EXPECT_EQ(logged(outcome, "Debug",
+                   "----- registered observers on com.corvane.installer.receipt.started and "
+                   "com.corvane.installer.deployer.started with object " +
+                       object),
+            1);
+  EXPECT_EQ(logged(outcome, "Info", "Running as receipt for product Guard"), 1);
+  EXPECT_EQ(logged(outcome, "Debug", "----- posting com.corvane.installer.receipt.started with object: " + object), 1);
+  EXPECT_EQ(logged(outcome, "Debug", "received shutDownService message for receipt service"), 1);
+  EXPECT_EQ(logged(outcome, "Debug", "exiting main run loop."), 1);
+  EXPECT_TRUE(loggedBeginning(outcome, "Debug",
+                              "Sending shutdownService to receipt service: "
+                              "<QVNInstallationReceiptProtocol>com.corvane.installer."));
+  EXPECT_EQ(logged(outcome, "Notice", "\"receiptService.removeComponents\" success: YES"), 1);
+}
+
+TEST_F(ProductLife, WithNothingToDoNothingIsTouched) {
+  installFirstVersion();
+  const support::Snapshot before = machine();
+  const ino_t receipt = inodeOf(kReceipt);
+  const auto outcome = install();
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_EQ(machine(), before);
+  EXPECT_EQ(inodeOf(kReceipt), receipt);
+  EXPECT_TRUE(logged(outcome, "Notice", "Upgrade plan is empty. Nothing to upgrade"));
+  EXPECT_TRUE(logged(outcome, "Notice", "Fix plan is empty. Nothing to fix"));
+  EXPECT_TRUE(logged(outcome, "Info", "Empty plan. Nothing to install"));
+  EXPECT_EQ(enginesRunning(), "");
+}
+
+TEST_F(ProductLife, AMissingFileIsRepairedAndOtherComponentsAreLeftAlone) {
+  installFirstVersion();
+  const support::Snapshot before = machine();
+  const ino_t core = inodeOf("/Library/Guard/core");
+  ASSERT_TRUE(root().shell("rm /opt/tools/one").succeeded());
+  const auto outcome = install();
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_EQ(machine(), before);
+  EXPECT_EQ(inodeOf("/Library/Guard/core"), core);
+  EXPECT_TRUE(logged(outcome, "Info", "File /opt/tools/one is missing. adding Tools component to fixPlan"));
+  EXPECT_TRUE(logged(outcome, "Notice", "Fix plan is: (Tools)"));
+  EXPECT_EQ(enginesRunning(), "");
+}
+
+TEST_F(ProductLife, AChangedExternalFileIsInstalledAgain) {
+  installFirstVersion();
+  root().writeFile(kLicence, "licensed for longer");
+  const auto outcome = install();
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_EQ(root().readFile("/Library/Guard/licence"), "licensed for longer");
+  EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
+  EXPECT_TRUE(logged(outcome, "Info", "Adding component Core to upgrade plan due to external file change"));
+}
+
+TEST_F(ProductLife, ARemovalFromTheReceiptLeavesTheMachineAsItWas) {
+  const support::Snapshot before = machine();
+  installFirstVersion();
+  const auto outcome = removeProduct();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_EQ(support::listing(machine()), support::listing(before));
+  EXPECT_FALSE(loggedAnything(outcome, "Error")) << outcome.standardError;
+  EXPECT_EQ(enginesRunning(), "");
+}
+
+TEST_F(ProductLife, ARemovalAfterAnUpgradeLeavesTheMachineAsItWas) {
+  const support::Snapshot before = machine();
+  installFirstVersion();
+  deliverNewBundle();
+  ASSERT_EQ(install().exitCode, 0);
+  EXPECT_EQ(removeProduct().exitCode, 0);
+  EXPECT_EQ(support::listing(machine()), support::listing(before));
+}
+
+TEST_F(ProductLife, ARemovalKeepsFilesThatAreNotTheProducts) {
+  installFirstVersion();
+  root().writeFile("/Library/Guard/notes", "of the user");
+  EXPECT_EQ(removeProduct().exitCode, 0);
+  EXPECT_EQ(root().readFile("/Library/Guard/notes"), "of the user");
+  EXPECT_FALSE(root().exists("/Library/Guard/core"));
+}
+
+TEST_F(ProductLife, ASecondProductThatSharesAComponentRepairsItWhenTheFirstIsRemoved) {
+  const support::Snapshot before = machine();
+  bundle().stageFile("Shield", "/opt/shield/s", "s");
+  bundle().addComponent("Tools", "1.0", "Shield");
+  bundle().addComponent("Shield", "1.0", "Shield");
+  deliverBundle();
+  ASSERT_EQ(runEngine({"--install", "--product_name", kProduct}).exitCode, 0);
+  const auto second = runEngine({"--install", "--product_name", "Shield"});
+  ASSERT_EQ(second.exitCode, 0) << second.description();
+  EXPECT_TRUE(logged(second, "Notice", "Fresh install of the \"Shield\" product."));
+
+  ASSERT_EQ(removeProduct().exitCode, 0);
+  EXPECT_FALSE(root().exists("/Library/Guard"));
+  EXPECT_FALSE(root().exists("/Library/Application Support/Corvane/Guard"));
+  EXPECT_TRUE(root().exists("/Library/Application Support/Corvane/Shield"));
+
+  const auto repair = runEngine({"--install", "--product_name", "Shield"});
+  ASSERT_EQ(repair.exitCode, 0) << repair.description();
+  EXPECT_EQ(root().readFile("/opt/tools/one"), "one");
+  const auto removal = root().run(
+      {"/Library/Application Support/Corvane/Shield/Installer.app/Contents/MacOS/InstallationDeployer", "--remove"});
+  EXPECT_EQ(removal.exitCode, 0) << removal.description();
+  EXPECT_EQ(support::listing(machine()), support::listing(before));
+  EXPECT_EQ(enginesRunning(), "");
+}
+
+TEST_F(ProductLife, AFailedUpgradeLeavesNoReceiptProcessAndTheNextOneSucceeds) {
+  installFirstVersion();
+  deliverNewBundle();
+  const std::string payload = newBundle().payloadPath("Core", "/Library/Guard/core").substr(newBundle().path().size());
+  root().writeFile(kBundle + payload, "forged");
+  const auto outcome = install();
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+  deliverNewBundle();
+  const auto next = install();
+  EXPECT_EQ(next.exitCode, 0) << next.description();
+  EXPECT_EQ(root().readFile("/Library/Guard/core"), "core, second edition");
+  EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
+}
+
+/// What a receipt that misbehaves does to a run: a program of the tests stands in for its engine.
+class OddReceipt : public ProductLife {
+ protected:
+  void SetUp() override {
+    ProductLife::SetUp();
+    if (IsSkipped()) {
+      return;
+    }
+    installFirstVersion();
+    root().copyIn(CORVANE_RECEIPT_STAND_IN, kReceiptEngine);
+  }
+  static support::RunOptions with(const std::string& behaviour) {
+    support::RunOptions options;
+    options.environment.push_back(behaviour);
+    return options;
+  }
+  static std::string ended(const std::string& how) {
+    return "The receipt process " + std::string(kReceiptEngine) + " ended " + how;
+  }
+  /// The run fails with state 1, says so once, and leaves no process behind.
+  void expectFailedRun(const std::string& behaviour, const std::string& error) {
+    const auto outcome = install(with(behaviour));
+    EXPECT_EQ(outcome.exitCode, 1) << behaviour << "\n" << outcome.standardError;
+    EXPECT_EQ(logged(outcome, "Error", error), 1) << behaviour << "\n" << outcome.standardError;
+    EXPECT_FALSE(logged(outcome, "Notice", "\"installer\" success: YES")) << behaviour;
+    EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+  }
+};
+
+TEST_F(OddReceipt, OneThatFindsNothingInstalledHasEverythingInstalledAgain) {
+  const auto outcome = install();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.standardError;
+  EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
+  EXPECT_EQ(enginesRunning(), "");
+}
+
+TEST_F(OddReceipt, OneThatDiesBeforeItCanBeReachedFailsTheRun) {
+  expectFailedRun("RECEIPT_DIES=start", ended("before its services could be reached (signal 9)."));
+  expectFailedRun("RECEIPT_DIES=half", ended("before its services could be reached (signal 9)."));
+}
+
+TEST_F(OddReceipt, OneThatDiesInsteadOfAnsweringFailsTheRun) {
+  for (const char* message :
+       {"receipt.componentsAndVersions", "receipt.fixPlanForValidation", "receipt.removeComponents:"}) {
+    expectFailedRun(std::string("RECEIPT_DIES=") + message, ended("unexpectedly (signal 9)."));
+  }
+}
+
+TEST_F(OddReceipt, OneThatDiesBetweenTwoMessagesFailsTheRun) {
+  for (const char* message : {"receipt.componentsAndVersions", "receipt.fixPlanForValidation"}) {
+    expectFailedRun(std::string("RECEIPT_DIES=after ") + message, ended("unexpectedly (signal 9)."));
+  }
+}
+
+TEST_F(OddReceipt, OneThatIsNoLongerNeededAndDiesIsReportedAndTheFinishedInstallStays) {
+  const auto outcome = install(with("RECEIPT_DIES=receipt.shutdownService"));
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.standardError;
+  EXPECT_TRUE(root().exists(std::string(kReceipt) + "/Contents/Install/Manifests/Core.plist"));
+  EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+}
+
+TEST_F(OddReceipt, OneThatAnswersNothingInSuccessCountsAsOneThatKnowsNothing) {
+  const auto outcome = install(with("RECEIPT_ANSWERS=nil"));
+  // It also says that it removed nothing, without saying that anything went wrong.
+  EXPECT_TRUE(loggedBeginning(outcome, "Info", "Adding component Core to upgrade plan"));
+  EXPECT_FALSE(logged(outcome, "Notice", "\"installer\" success: YES"));
+  EXPECT_FALSE(loggedAnything(outcome, "Error")) << outcome.standardError;
+  EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+}
+
+TEST_F(OddReceipt, OneThatAnswersSomethingElseThanRecordsCountsAsOneThatKnowsNothing) {
+  const auto outcome = install(with("RECEIPT_ANSWERS=odd"));
+  EXPECT_TRUE(loggedBeginning(outcome, "Info", "Adding component Core to upgrade plan"));
+  EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+}
+
+TEST_F(OddReceipt, OneThatCannotBeLaunchedFailsTheRun) {
+  ASSERT_TRUE(root().shell("chmod 644 '" + std::string(kReceiptEngine) + "'").succeeded());
+  const auto outcome = install();
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to launch receipt  at " + std::string(kReceiptEngine) + ". "));
+  EXPECT_EQ(logged(outcome, "Error", "Failed to connect with receipt"), 1);
+  EXPECT_FALSE(loggedBeginning(outcome, "Error", "Unable to shutdown the receipt service."));
+}
+
+TEST_F(OddReceipt, OneThatExitsAtOnceFailsTheRunWithItsExitStatus) {
+  root().writeFile(kReceiptEngine, "#!/bin/sh\nexit 7\n", 0755);
+  expectFailedRun("A=B", ended("before its services could be reached (exit status 7)."));
+}
+
+TEST_F(OddReceipt, WhereNobodyCanHearItsServicesItIsNotLaunched) {
+  ASSERT_TRUE(
+      root().shell("rm -rf /var/run/com.corvane.installer && echo > /var/run/com.corvane.installer").succeeded());
+  const auto outcome = install();
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_EQ(
+      logged(outcome, "Error",
+             "Unable to hear of the receipt's services. The receipt at " + std::string(kReceipt) + " is not launched."),
+      1)
+      << outcome.standardError;
+}
+
+TEST_F(OddReceipt, TheServicesOfAnotherInstallersReceiptAreNotTakenForItsOwn) {
+  // The same announcements as this run's receipt makes, from a process that this run did not launch.
+  auto other = root().start({kReceiptEngine, "--receipt"});
+  const auto outcome = install();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.standardError;
+  EXPECT_TRUE(other.isRunning());
+}
+
+TEST_F(OddReceipt, AKilledEngineTakesItsReceiptWithIt) {
+  for (const char* message :
+       {"receipt.componentsAndVersions", "receipt.fixPlanForValidation", "receipt.removeComponents:"}) {
+    auto engine = root().start({kEngine, "--install"}, with(std::string("RECEIPT_WAITS=") + message));
+    ASSERT_TRUE(engine.waitForStandardError("the receipt waits")) << message << engine.standardErrorSoFar();
+    engine.kill(SIGKILL);
+    [[maybe_unused]] const auto outcome = engine.wait();
+    EXPECT_TRUE(noEngineIsLeft()) << message << enginesRunning();
+  }
+}
+
+}  // namespace
+}  // namespace tests

@@ -14,7 +14,6 @@ namespace deployer {
 
 using foundation::FileType;
 using foundation::GuardedRemoval;
-using foundation::PropertyList;
 using foundation::NSDictionaryExtensions::boolForKey;
 namespace paths = foundation::paths;
 

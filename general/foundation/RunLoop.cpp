@@ -250,7 +250,9 @@ class RunLoop::Implementation {
     }
     const bool polled = poll(watched.data(), static_cast<nfds_t>(watched.size()), patience(deadline)) > 0;
     // Before the work is looked at: a wake-up for work that comes later must stay for the next poll.
-    waker_.clear();
+    if (watched.front().revents != 0) {
+      waker_.clear();
+    }
     std::vector<SourceId> ready;
     for (std::size_t i = 0; polled && i < sources.size(); ++i) {
       if (watched[i + 1].revents != 0) {

@@ -215,7 +215,7 @@ class ClientConnection::Implementation {
 
   /// Reads what is there; false when nothing is.
   bool receiveSome() {
-    std::array<char, kReadAtOnce> bytes{};
+    std::array<char, kReadAtOnce> bytes;
     const ssize_t count = recv(socket_.number(), bytes.data(), bytes.size(), MSG_DONTWAIT);
     if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
       return false;

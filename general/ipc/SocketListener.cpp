@@ -104,7 +104,7 @@ void SocketListener::receive(PeerId id) {
   if (!peer) {
     return;
   }
-  std::array<char, kReadAtOnce> bytes{};
+  std::array<char, kReadAtOnce> bytes;
   const ssize_t count = recv(peer->socket.number(), bytes.data(), bytes.size(), MSG_DONTWAIT);
   if (count < 0 && isMomentary(errno)) {
     return;

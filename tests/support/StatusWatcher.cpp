@@ -71,6 +71,7 @@ class Watcher {
 
   void observe() {
     connection_.observeNotifications();
+    ask("getProgress");  // answered after the service has taken the wish
     print("observing");
   }
   void state() { print("state " + std::to_string(currentState())); }

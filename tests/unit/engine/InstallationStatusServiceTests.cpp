@@ -173,6 +173,11 @@ class VendedStatusService : public ::testing::Test {
   static PropertyList ask(ipc::ClientConnection& connection, std::string_view selector) {
     return connection.invoke(*kQVNInstallationStatusProtocol.operation(selector), {});
   }
+  /// Returns once the service knows that the watcher wants to hear of changes.
+  static void observe(ipc::ClientConnection& connection) {
+    connection.observeNotifications();
+    ask(connection, "getProgress");
+  }
   /// Waits for so many notifications.
   static std::vector<ipc::Notification> hear(ipc::ClientConnection& connection, std::size_t count) {
     std::vector<ipc::Notification> heard;
@@ -239,8 +244,8 @@ TEST_F(VendedStatusService, TellsEachObserverOfEachChangeOnce) {
   const auto second = connect();
   const auto silent = connect();
   ASSERT_TRUE(first && second && silent);
-  first->observeNotifications();
-  second->observeNotifications();
+  observe(*first);
+  observe(*second);
   const tests::CapturedLog log;
   for (int i = 0; i < 3; ++i) {
     service().stateUpdatedNotification();
@@ -289,7 +294,7 @@ TEST_F(VendedStatusService, WhatWasAnnouncedBeforeTheShutdownStillArrives) {
   service().startServer();
   const auto watcher = connect();
   ASSERT_NE(watcher, nullptr);
-  watcher->observeNotifications();
+  observe(*watcher);
   service().stateUpdatedNotification();
   service().shutdownStatusServer();
   service().waitForServiceCompletion();
@@ -353,7 +358,7 @@ TEST_F(VendedStatusService, ServesWatchersWhileTheRunGoesOn) {
   });
   const auto watcher = connect();
   ASSERT_NE(watcher, nullptr);
-  watcher->observeNotifications();
+  observe(*watcher);
   std::int64_t seen = ask(*watcher, "getCurrentState").integer().value_or(-1);
   while (seen != 0) {
     EXPECT_TRUE(seen == 11 || seen == 15 || seen == 16) << seen;

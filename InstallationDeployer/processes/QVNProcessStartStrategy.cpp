@@ -1,10 +1,10 @@
 #include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
 
 #include <algorithm>
-#include <optional>
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/processes/LaunchdJob.h"
 #include "general/foundation/NSDictionaryExtensions.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Task.h"
@@ -27,7 +27,6 @@ namespace {
 constexpr std::size_t kLoggedErrorBytes = 1000;
 constexpr unsigned char kLastASCII = 0x7f;
 constexpr std::string_view kTouchPath = "/usr/bin/touch";
-constexpr std::string_view kLaunchctlPath = "/bin/launchctl";
 constexpr std::string_view kKextPath = "/Library/Extensions";
 constexpr std::string_view kKextPathOfMacOSX8AndBelow = "/System/Library/Extensions";
 constexpr std::string_view kLaunchExecutablesSelector = "launchExecutablesFromPlan:";
@@ -47,15 +46,6 @@ std::string errorOutputOf(const Task& task) {
     }
   }
   return text;
-}
-
-/// A label from a manifest must not lead out of the folder; nothing when it does.
-std::optional<std::string> launchPlistPath(std::string_view folder, const std::string& label) {
-  const std::string name = paths::appendExtension(label, kQVNManifestExtension);
-  if (!paths::isSingleComponent(label) || !paths::isSingleComponent(name)) {
-    return std::nullopt;
-  }
-  return paths::append(folder, name);
 }
 
 /// A program must not run without arguments that it was meant to get, so a list that cannot be read is a failure.
@@ -167,8 +157,8 @@ bool QVNProcessStartStrategy::launchDaemonsFromPlan(const Plan& plan) {
   }
   setInstallerState(QVNInstallerStateStartingServices);
   for (const std::string& daemon : daemons) {
-    const auto path = launchPlistPath(kQVNLaunchDaemonsPath, daemon);
-    if (!path || !launchTask(std::string(kLaunchctlPath), {"load", "-w", *path})) {
+    const auto path = launchd::plistPath(kQVNLaunchDaemonsPath, daemon);
+    if (!path || !launchTask(std::string(launchd::kLaunchctlPath), {"load", "-w", *path})) {
       logging::error("Failed to launch daemon %@. Continuing.", daemon);
     }
   }
@@ -192,11 +182,11 @@ bool QVNProcessStartStrategy::launchAgentsFromPlan(const Plan& plan) {
   }
   setInstallerState(QVNInstallerStateStartingServices);
   for (const std::string& agent : agents) {
-    const auto path = launchPlistPath(kQVNLaunchAgentsPath, agent);
+    const auto path = launchd::plistPath(kQVNLaunchAgentsPath, agent);
     if (path) {
       logging::info("Launching %@ with uid: %d, loginWindowPID: %d", *path, user, loginWindow);
     }
-    if (!path || !launchTask(std::string(kLaunchctlPath), agentArguments(*path, user, loginWindow))) {
+    if (!path || !launchTask(std::string(launchd::kLaunchctlPath), agentArguments(*path, user, loginWindow))) {
       logging::error("Failed to launch agent %@. Continuing.", agent);
     }
   }
@@ -222,15 +212,7 @@ bool QVNProcessStartStrategy::launchTask(const std::string& launchPath, const st
 
 std::vector<std::string> QVNProcessStartStrategy::agentArguments(const std::string& plistPath, std::uint32_t userId,
                                                                  std::int32_t loginWindowPID) {
-  return {"bsexec",
-          foundation::format("%d", loginWindowPID),
-          "sudo",
-          "-u",
-          foundation::format("#%d", userId),
-          std::string(kLaunchctlPath),
-          "load",
-          "-w",
-          plistPath};
+  return launchd::argumentsInSession(userId, loginWindowPID, {"load", "-w", plistPath});
 }
 
 std::uint32_t QVNProcessStartStrategy::userId() { return platform::loginWindowUserId(); }

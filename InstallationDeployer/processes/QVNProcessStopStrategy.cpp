@@ -1,16 +1,113 @@
 #include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
 
+#include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/processes/LaunchdJob.h"
+#include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
+#include "general/foundation/NSDictionaryExtensions.h"
 #include "general/logging/SystemLog.h"
+#include "general/system/RunningApplication.h"
 
 namespace deployer {
+
+using foundation::PropertyList;
+using foundation::NSDictionaryExtensions::boolForKey;
+using platform::RunningApplication;
+
+namespace {
+
+const std::string kUnload = "unload";
+const std::string kRemove = "remove";
+
+bool launchctl(const std::vector<std::string>& arguments) {
+  return QVNProcessStartStrategy::launchTask(std::string(launchd::kLaunchctlPath), arguments);
+}
+
+/// Unloads a daemon, or takes its label from launchd where its description cannot be used.
+void stopDaemon(const std::string& daemon) {
+  const auto path = launchd::plistPath(kQVNLaunchDaemonsPath, daemon);
+  if (!path || !launchctl({kUnload, *path})) {
+    launchctl({kRemove, daemon});
+  }
+}
+
+void stopAgent(const std::string& agent, std::uint32_t userId, std::int32_t loginWindowPID) {
+  const auto path = launchd::plistPath(kQVNLaunchAgentsPath, agent);
+  if (!path || !launchctl(launchd::argumentsInSession(userId, loginWindowPID, {kUnload, *path}))) {
+    launchctl(launchd::argumentsInSession(userId, loginWindowPID, {kRemove, agent}));
+  }
+}
+
+}  // namespace
 
 bool QVNProcessStopStrategy::execute(bool previousSuccess) {
   QVNInstallStepStrategy::execute(previousSuccess);
   if (!previousSuccess) {
     return false;
   }
-  logging::error("The step \"%@\" (%@) is not available.", qualifiedName(), className());
-  return failWith();
+  if (!isLocal_ && !configuration().bundlePathIsReceipt()) {
+    setInstallerState(QVNInstallerStateFailed);
+    logging::error("%@ must run from the receipt location.\n\tCurrently running from: %@", className(),
+                   configuration().bundlePath());
+    return false;
+  }
+  const Plan components = plan() ? *plan() : Plan{};
+  stopDaemonsFromPlan(components);
+  stopAgentsFromPlan(components);
+  stopExecutablesFromPlan(components);
+  return true;
+}
+
+bool QVNProcessStopStrategy::stopDaemonsFromPlan(const Plan& plan) {
+  const auto daemons = manifest().listOfDaemonsForComponents(plan);
+  if (daemons.empty()) {
+    return true;
+  }
+  setInstallerState(QVNInstallerStateStoppingServices);
+  for (const std::string& daemon : daemons) {
+    stopDaemon(daemon);
+  }
+  return true;
+}
+
+bool QVNProcessStopStrategy::stopAgentsFromPlan(const Plan& plan) {
+  const auto agents = manifest().listOfAgentsForComponents(plan);
+  if (agents.empty()) {
+    logging::debug("No launch agents to remove.");
+    return true;
+  }
+  const std::uint32_t userId = QVNProcessStartStrategy::userId();
+  const std::int32_t loginWindowPID = QVNProcessStartStrategy::loginWindowPID();
+  if (userId == 0 || loginWindowPID == 0) {
+    logging::notice("Could not find user id (%d) or loginwindow pid (%d) to launch agents. Skipping launching agents.",
+                    userId, loginWindowPID);
+    setInstallerState(QVNInstallerStateSuccess);
+    return true;
+  }
+  setInstallerState(QVNInstallerStateStoppingServices);
+  for (const std::string& agent : agents) {
+    logging::info("Removing agent %@ with uid: %d, loginWindowPID: %d", agent, userId, loginWindowPID);
+    stopAgent(agent, userId, loginWindowPID);
+  }
+  return true;
+}
+
+bool QVNProcessStopStrategy::stopExecutablesFromPlan(const Plan& plan) {
+  const auto executables = manifest().listOfExecutablesForComponents(plan);
+  if (!executables) {
+    return true;
+  }
+  for (const PropertyList& executable : *executables) {
+    if (!boolForKey(executable, kManifestIsApplication) || boolForKey(executable, kManifestRunOnce)) {
+      continue;
+    }
+    const auto identifier = executable[kManifestBundleIdentifier].text();
+    for (const auto& application : RunningApplication::runningApplicationsWithBundleIdentifier(identifier)) {
+      logging::info("Terminating application %@", application.localizedName());
+      static_cast<void>(application.forceTerminate());
+    }
+  }
+  return true;
 }
 
 }  // namespace deployer

@@ -1,12 +1,15 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 
 namespace deployer {
 
-/// Stops what runs of the planned components.
+/// Stops what runs of the planned components, before their files are removed or replaced: unloads their daemons and
+/// their agents, and terminates their applications. That something does not stop fails nothing.
 class QVNProcessStopStrategy : public QVNInstallStepStrategy {
  public:
   /// @param runLocally whether the step may run from wherever the engine was started, or from the receipt only.
@@ -19,6 +22,10 @@ class QVNProcessStopStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] std::string_view className() const override { return "QVNProcessStopStrategy"; }
   [[nodiscard]] bool isLocal() const { return isLocal_; }
   void setIsLocal(bool isLocal) { isLocal_ = isLocal; }
+
+  bool stopDaemonsFromPlan(const Plan& plan);
+  bool stopAgentsFromPlan(const Plan& plan);
+  bool stopExecutablesFromPlan(const Plan& plan);
 
  private:
   bool isLocal_;

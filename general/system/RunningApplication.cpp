@@ -1,0 +1,100 @@
+#include "general/system/RunningApplication.h"
+
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "general/foundation/FileManager.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/PropertyListFile.h"
+#include "general/system/ProcessHandle.h"
+#include "general/system/TQProcessInfo.h"
+
+namespace platform {
+
+namespace paths = foundation::paths;
+namespace files = foundation::files;
+using foundation::PropertyList;
+
+namespace {
+
+constexpr std::string_view kExecutableFolder = "MacOS";
+constexpr std::string_view kContentsFolder = "Contents";
+constexpr std::string_view kInformationFile = "Contents/Info.plist";
+constexpr std::string_view kIdentifierKey = "CFBundleIdentifier";
+constexpr std::string_view kDisplayNameKey = "CFBundleDisplayName";
+constexpr std::string_view kNameKey = "CFBundleName";
+// Anybody can have bundles run, and nobody needs more than this to describe one.
+constexpr std::uint64_t kMaximumInformationSize = std::uint64_t{1024} * 1024;
+
+/// The bundle in whose Contents/MacOS the executable lies.
+std::optional<std::string> bundleOf(const std::string& executable) {
+  const std::string folder = paths::deleteLastComponent(executable);
+  const std::string contents = paths::deleteLastComponent(folder);
+  if (paths::lastComponent(folder) != kExecutableFolder || paths::lastComponent(contents) != kContentsFolder) {
+    return std::nullopt;
+  }
+  return paths::deleteLastComponent(contents);
+}
+
+PropertyList informationOf(const std::string& bundle) {
+  const std::string path = paths::append(bundle, kInformationFile);
+  const auto attributes = files::attributesOfTarget(path);
+  if (!attributes || attributes->size > kMaximumInformationSize) {
+    return {};
+  }
+  const auto information = foundation::plist::readDictionary(path);
+  return information ? *information : PropertyList();
+}
+
+std::string nameOf(const PropertyList& information, const std::string& bundle) {
+  for (const std::string_view key : {kDisplayNameKey, kNameKey}) {
+    if (const auto name = information[key].string(); name && !name->empty()) {
+      return std::string(*name);
+    }
+  }
+  return paths::deleteExtension(paths::lastComponent(bundle));
+}
+
+std::vector<int> processIdentifiers() {
+  ProcessRecord* records = nullptr;
+  std::size_t count = 0;
+  if (GetBSDProcessList(&records, &count) != 0) {
+    return {};
+  }
+  const std::unique_ptr<ProcessRecord, decltype(&std::free)> owner(records, &std::free);
+  std::vector<int> identifiers;
+  for (const ProcessRecord& record : std::span(records, count)) {
+    identifiers.push_back(record.processId);
+  }
+  return identifiers;
+}
+
+}  // namespace
+
+std::vector<RunningApplication> RunningApplication::runningApplicationsWithBundleIdentifier(
+    std::string_view bundleIdentifier) {
+  std::vector<RunningApplication> applications;
+  if (bundleIdentifier.empty()) {
+    return applications;
+  }
+  for (const int identifier : processIdentifiers()) {
+    // Before its executable is looked at: should the number change hands, what is opened is not what was looked at.
+    foundation::Descriptor process = processes::openProcess(identifier);
+    const auto executable = processes::executableOf(identifier);
+    const auto bundle = executable ? bundleOf(*executable) : std::nullopt;
+    if (!bundle) {
+      continue;
+    }
+    const PropertyList information = informationOf(*bundle);
+    if (information[kIdentifierKey].string() == bundleIdentifier) {
+      applications.emplace_back(identifier, nameOf(information, *bundle), std::move(process));
+    }
+  }
+  return applications;
+}
+
+bool RunningApplication::forceTerminate() const { return processes::kill(process_, processIdentifier_); }
+
+}  // namespace platform

@@ -30,6 +30,9 @@ class InstalledProduct : public tests::EngineInRoot {
     bundle().stageFile("Agent", "/Library/LaunchAgents/com.corvane.agent.plist", "<plist/>");
     bundle().addComponent("Agent", "1.0", kProduct);
     deliverBundle();
+    // The system's own folders are there on every machine, and stay.
+    root().makeDirectory("/Library/Application Support");
+    root().makeDirectory("/Library/LaunchAgents");
     before_ = root().snapshot("/Library");
     const auto outcome = install();
     ASSERT_EQ(outcome.exitCode, 0) << outcome.description();

@@ -16,7 +16,6 @@ namespace {
 
 using deployer::Plan;
 using deployer::QVNRemoveComponentsStrategy;
-using foundation::PropertyList;
 using tests::CapturedLog;
 using namespace std::string_literals;
 

@@ -186,7 +186,7 @@ target() {
 # at_least NAME REACHED LEAST: the same for a goal that is to be exceeded.
 at_least() {
   awk -v name="$1" -v reached="$2" -v least="$3" 'BEGIN {
-    printf "  %-44s %6.0f  (at least %d)  %s\n", name, reached, least, reached >= least ? "reached" : "MISSED" }'
+    printf "  %-44s %6.0f  (at least %d)  %s\n", name, reached, least, (reached >= least ? "reached" : "MISSED") }'
 }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", a / b }'; }
 

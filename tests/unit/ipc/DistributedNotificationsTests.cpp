@@ -190,7 +190,7 @@ TEST_F(DistributedNotifications, OfEachThreadKeepTheirOrderWhileOthersPost) {
       }
     });
   }
-  EXPECT_TRUE(listener.hears(3 * kEach));
+  EXPECT_TRUE(listener.hears(std::size_t{3} * kEach));
   for (std::thread& thread : threads) {
     thread.join();
   }

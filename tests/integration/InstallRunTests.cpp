@@ -182,21 +182,6 @@ TEST_F(InstallRun, TooLittleSpaceEndsWithFourAndWritesNothing) {
   EXPECT_FALSE(root().exists("/Library/Application Support/Corvane"));
 }
 
-TEST_F(InstallRun, InstallOverAReceiptFailsClearlyWithoutTouchingTheProduct) {
-  bundle().stageFile("Core", "/opt/core", "x");
-  bundle().addComponent("Core", "1", kProduct);
-  deliverBundle();
-  ASSERT_EQ(install().exitCode, 0);
-  const auto before = root().snapshot("/opt");
-  const auto receipt = root().snapshot(kReceipt);
-  const auto outcome = install();
-  EXPECT_EQ(outcome.exitCode, 1);
-  EXPECT_TRUE(logged(outcome, "Notice", "Upgrading the \"Guard\" product"));
-  EXPECT_TRUE(logged(outcome, "Error", "Failed to connect with receipt"));
-  EXPECT_EQ(root().snapshot("/opt"), before);
-  EXPECT_EQ(root().snapshot(kReceipt), receipt);
-}
-
 TEST_F(InstallRun, RemovalFromTheInstallerIsRefused) {
   bundle().stageFile("Core", "/opt/core", "x");
   bundle().addComponent("Core", "1", kProduct);

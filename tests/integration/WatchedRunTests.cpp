@@ -280,6 +280,25 @@ TEST_F(WatchedRun, OfAReceiptIsAnnouncedUnderAnIdentityOfItsOwn) {
   EXPECT_TRUE(watch(receipt, {"state"}).starts_with("state "));
 }
 
+TEST_F(WatchedRun, OfAnUpgradeAnnouncesTheStatesOfTheReceipt) {
+  bundle().stageFile("Core", "/opt/core", "x");
+  bundle().addComponent("Core", "1", kProduct);
+  deliverBundle();
+  ASSERT_EQ(install().exitCode, 0);
+  auto listener = startListener(kBundle);
+  auto engine = startWatchedInstall();
+  waitForEndOfWork(engine);
+  EXPECT_EQ(watch(engine, {"state", "shutdown"}), "state 0\nshutdown sent\n");
+  const Outcome outcome = engine.wait();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+  // What the receipt validates is mirrored on the thread that serves the watchers.
+  EXPECT_TRUE(logged(outcome, "Debug", "----- <status server thread>[QVNInstallController setInstallerState:16]"))
+      << outcome.standardError;
+  const std::string everything =
+      "listening\n" + startOf(engine, kBundle) + repeated(updateOf(kBundle), announced(outcome, kBundle));
+  EXPECT_TRUE(listener.waitForStandardOutput(everything)) << listener.standardOutputSoFar();
+}
+
 TEST_F(WatchedRun, IsTheOnlyRunThatCanBeReached) {
   makeProductThatWaits();
   auto engine = startEngine({"--install"});

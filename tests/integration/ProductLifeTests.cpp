@@ -128,12 +128,14 @@ TEST_F(ProductLife, ARemovalKeepsFilesThatAreNotTheProducts) {
 
 TEST_F(ProductLife, ASecondProductThatSharesAComponentRepairsItWhenTheFirstIsRemoved) {
   const support::Snapshot before = machine();
-  bundle().stageFile("Shield", "/opt/shield/s", "s");
-  bundle().addComponent("Tools", "1.0", "Shield");
-  bundle().addComponent("Shield", "1.0", "Shield");
-  deliverBundle();
-  ASSERT_EQ(runEngine({"--install", "--product_name", kProduct}).exitCode, 0);
-  const auto second = runEngine({"--install", "--product_name", "Shield"});
+  installFirstVersion();
+  BundleMaker shield(CORVANE_ENGINE);
+  shield.stageFile("Tools", "/opt/tools/one", "one", 0755);
+  shield.addComponent("Tools", "1.0", "Shield");
+  shield.stageFile("Shield", "/opt/shield/s", "s");
+  shield.addComponent("Shield", "1.0", "Shield");
+  deliver(shield);
+  const auto second = install();
   ASSERT_EQ(second.exitCode, 0) << second.description();
   EXPECT_TRUE(logged(second, "Notice", "Fresh install of the \"Shield\" product."));
 
@@ -142,7 +144,7 @@ TEST_F(ProductLife, ASecondProductThatSharesAComponentRepairsItWhenTheFirstIsRem
   EXPECT_FALSE(root().exists("/Library/Application Support/Corvane/Guard"));
   EXPECT_TRUE(root().exists("/Library/Application Support/Corvane/Shield"));
 
-  const auto repair = runEngine({"--install", "--product_name", "Shield"});
+  const auto repair = install();
   ASSERT_EQ(repair.exitCode, 0) << repair.description();
   EXPECT_EQ(root().readFile("/opt/tools/one"), "one");
   const auto removal = root().run(

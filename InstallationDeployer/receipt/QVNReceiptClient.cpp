@@ -41,10 +41,6 @@ std::string describe(const Proxy& proxy) {
   return proxy ? proxy->description() : foundation::format("%@", nullptr);
 }
 
-std::string howItEnded(const Task& task) {
-  return foundation::format(task.wasSignalled() ? "signal %d" : "exit status %d", task.terminationStatus());
-}
-
 }  // namespace
 
 QVNReceiptClient::~QVNReceiptClient() { QVNReceiptClient::stopUpdatingCurrentStepStatusFromReceipt(); }
@@ -220,7 +216,7 @@ bool QVNReceiptClient::receiptHasVanished(bool isConnected) {
 
 void QVNReceiptClient::reportEnd(std::string_view message) {
   if (!isEndReported_) {
-    logging::error(message, executablePath(), howItEnded(*receiptTask_));
+    logging::error(message, executablePath(), receiptTask_->endDescription());
     isEndReported_ = true;
   }
 }

@@ -204,6 +204,10 @@ void Task::rememberExit(int waitStatus) {
   error_.reset();
 }
 
+std::string Task::endDescription() const {
+  return (signalled_ ? "signal " : "exit status ") + std::to_string(terminationStatus_);
+}
+
 void Task::drain(Descriptor& end, std::string* kept) {
   std::array<char, kReadSize> buffer;
   // No more than waits now: a writer that never stops, such as a child's child, cannot hold this up.

@@ -56,6 +56,8 @@ class Task {
   /// The exit status, or the number of the signal that ended the child. Meaningful after the exit.
   [[nodiscard]] int terminationStatus() const { return terminationStatus_; }
   [[nodiscard]] bool wasSignalled() const { return signalled_; }
+  /// For log lines: "exit status 3" or "signal 9". Meaningful after the exit.
+  [[nodiscard]] std::string endDescription() const;
   /// The kept part of standard error. Meaningful after waitUntilExit().
   [[nodiscard]] const std::string& standardErrorOutput() const { return standardError_; }
 

@@ -97,6 +97,16 @@ TEST(Task, ReportsTheSignalThatEndedTheChild) {
   EXPECT_EQ(task.terminationStatus(), SIGKILL);
 }
 
+TEST(Task, DescribesHowItsChildEnded) {
+  for (const auto& [script, description] :
+       {std::pair("exit 3", "exit status 3"), std::pair("kill -KILL $$", "signal 9")}) {
+    Task task = shell(script);
+    task.launch();
+    task.waitUntilExit();
+    EXPECT_EQ(task.endDescription(), description);
+  }
+}
+
 TEST(Task, PassesArgumentsAsTheyAre) {
   const TemporaryDirectory directory;
   Task task("/bin/sh", {"-c", "printf '%s|' \"$@\" > \"$0\"", directory.path("out"), "a b", "", "*", "$HOME", "ü\n"});

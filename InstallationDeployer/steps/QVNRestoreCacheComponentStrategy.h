@@ -1,15 +1,26 @@
 #pragma once
 
+#include <string>
+
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 
 namespace deployer {
 
-/// Puts the files back that were kept aside.
+/// Puts the modifiable files back that were kept aside, in the place of the newly installed ones, and removes the
+/// cache.
 class QVNRestoreCacheComponentStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
   bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNRestoreCacheComponentStrategy"; }
+
+  /// Replaces the target by the cached file. A cached file that is gone by now is no failure.
+  bool copyFile(const std::string& cached, const std::string& target);
+
+ private:
+  bool restoreFiles();
+  bool restoreEntry(const std::string& component, const PropertyList& entry);
+  bool restoreMatches(const std::string& path);
 };
 
 }  // namespace deployer

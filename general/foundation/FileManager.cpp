@@ -428,13 +428,15 @@ Status setLinkAttributes(const FileAttributes& attributes, const std::string& pa
   });
 }
 
-Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buffer, const PieceVisitor& visitor,
-                                        std::uint64_t mostBytes) {
+namespace {
+
+Result<std::span<const std::byte>> readWith(int openFlags, const std::string& path, FileBuffer& buffer,
+                                            const PieceVisitor& visitor, std::uint64_t mostBytes) {
   if (holdsNul(path)) {
     return fileError(EINVAL, Access::Read, path);
   }
   // Without waiting, for the open itself would wait for the other end of a pipe.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | openFlags));
   struct stat item {};
   if (!file.isOpen() || fstat(file.number(), &item) != 0) {
     return fileError(errno, Access::Read, path);
@@ -453,6 +455,17 @@ Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buf
     return fileError(errno, Access::Read, path);
   }
   return reader.content();
+}
+
+}  // namespace
+
+Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buffer, const PieceVisitor& visitor,
+                                        std::uint64_t mostBytes) {
+  return readWith(0, path, buffer, visitor, mostBytes);
+}
+
+Result<std::span<const std::byte>> readItself(const std::string& path, FileBuffer& buffer) {
+  return readWith(O_NOFOLLOW, path, buffer, {}, UINT64_MAX);
 }
 
 Result<std::string> readText(const std::string& path) {

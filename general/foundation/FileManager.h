@@ -58,6 +58,8 @@ using PieceVisitor = std::function<void(std::span<const std::byte>)>;
 [[nodiscard]] Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buffer,
                                                       const PieceVisitor& visitor = {},
                                                       std::uint64_t mostBytes = UINT64_MAX);
+/// The same, but a link at the end of the path is an error and not followed.
+[[nodiscard]] Result<std::span<const std::byte>> readItself(const std::string& path, FileBuffer& buffer);
 /// The same for small files, as a string.
 [[nodiscard]] Result<std::string> readText(const std::string& path);
 /// Replaces the file's content in one step: a reader sees all of the old or all of the new. A link in the way is

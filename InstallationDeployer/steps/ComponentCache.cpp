@@ -1,0 +1,109 @@
+#include "InstallationDeployer/steps/ComponentCache.h"
+
+#include "InstallationDeployer/DefaultAttributes.h"
+#include "general/foundation/FileBuffer.h"
+#include "general/foundation/FileManager.h"
+#include "general/foundation/GuardedRemoval.h"
+#include "general/foundation/NSFileManagerExtensions.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/TemporaryNames.h"
+
+namespace deployer::component_cache {
+
+namespace files = foundation::files;
+namespace paths = foundation::paths;
+namespace temporary_names = foundation::temporary_names;
+using foundation::Error;
+using foundation::FileAttributes;
+using foundation::ItemAttributes;
+using foundation::Status;
+
+namespace {
+
+constexpr std::uint32_t kWritableByOthers = 022;
+
+std::string root() { return std::string(kQVNInstallerCacheRootPath); }
+
+std::string folder() { return paths::deleteLastComponent(kQVNInstallerCacheRootPath); }
+
+Error noPermission(std::string_view text, const std::string& path) {
+  return foundation::NSFileManagerExtensions::errorWithMessage(text, path, foundation::kReadNoPermission);
+}
+
+bool belongsToRootAlone(const ItemAttributes& attributes) {
+  return attributes.isDirectory() && attributes.owner == kRootUser && (attributes.permissions & kWritableByOthers) == 0;
+}
+
+/// Renamed first, so that no name ever shows half of it.
+Status removeInOneStep() {
+  const std::string aside = temporary_names::make(folder());
+  if (Status moved = files::moveItem(root(), aside); !moved) {
+    return moved.error().isNoSuchFile() ? Status() : moved;
+  }
+  return files::removeItemIfPresent(aside);
+}
+
+/// A plain file is opened as such, so that nobody can put a link in its place meanwhile.
+Status copyPlainFile(const std::string& source, const ItemAttributes& attributes, const std::string& target) {
+  foundation::FileBuffer buffer;
+  const auto content = files::readItself(source, buffer);
+  if (!content) {
+    return content.error();
+  }
+  return files::writeAtomically(*content, target,
+                                FileAttributes{.owner = attributes.owner,
+                                               .group = attributes.group,
+                                               .permissions = attributes.permissions,
+                                               .modificationNanoseconds = attributes.modificationNanoseconds});
+}
+
+}  // namespace
+
+std::string cachedPath(std::string_view path) { return paths::append(kQVNInstallerCacheRootPath, path); }
+
+bool isTrustworthy() {
+  const auto attributes = files::attributesOfItem(folder());
+  return attributes ? belongsToRootAlone(*attributes) : attributes.error().isNoSuchFile();
+}
+
+Status remove() {
+  const auto attributes = files::attributesOfItem(folder());
+  if (!attributes) {
+    return attributes.error().isNoSuchFile() ? Status() : Status(attributes.error());
+  }
+  foundation::GuardedRemoval removal;
+  if (!belongsToRootAlone(*attributes)) {
+    return removal.removeItem(folder());
+  }
+  temporary_names::sweepWithContent(folder());
+  if (Status removed = removeInOneStep(); !removed) {
+    return removed;
+  }
+  const auto empty = removal.removeDirectory(folder(), {});
+  return empty ? Status() : Status(empty.error());
+}
+
+Status makeFolder() {
+  if (Status made = files::createDirectory(folder(), true, kDefaultDirectoryAttributes); !made) {
+    return made;
+  }
+  return isTrustworthy() ? Status() : noPermission("The cache's folder is not root's alone.", folder());
+}
+
+Status copyFile(const std::string& source, const std::string& target) {
+  const auto attributes = files::attributesOfItem(source);
+  if (!attributes) {
+    return attributes.error();
+  }
+  if (attributes->isSymbolicLink() && attributes->owner != kRootUser) {
+    return noPermission("The file is a link that does not belong to root.", source);
+  }
+  const std::string parent = paths::deleteLastComponent(target);
+  if (Status made = files::createDirectory(parent, true, kDefaultDirectoryAttributes); !made) {
+    return made;
+  }
+  return attributes->isSymbolicLink() ? foundation::NSFileManagerExtensions::copyAndOverwriteItemAtPath(source, target)
+                                      : copyPlainFile(source, *attributes, target);
+}
+
+}  // namespace deployer::component_cache

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "general/foundation/Result.h"
+
+namespace deployer {
+
+/// Where modifiable files wait while an older product makes room for a newer one; it mirrors the file system below it.
+inline constexpr std::string_view kQVNInstallerCacheRootPath = "/Library/Caches/com.corvane.installer/tmp";
+
+/// The cache on disk. It holds users' settings, so only root may change what lies in it: a folder that somebody else
+/// made in its place, or can write to, is removed and never used. Used on the thread that runs the steps.
+namespace component_cache {
+
+/// Where the file of this path waits.
+[[nodiscard]] std::string cachedPath(std::string_view path);
+
+/// Removes the cache with all content, in one step as far as its name goes: a killed run leaves it whole or gone.
+/// Nothing to remove is success.
+[[nodiscard]] foundation::Status remove();
+/// Makes the folder that holds the cache, or fails when it is not root's own.
+[[nodiscard]] foundation::Status makeFolder();
+/// Whether what the cache holds, if there is one, was put there by root.
+[[nodiscard]] bool isTrustworthy();
+
+/// Copies a file with its owner, group, permissions and date, making missing folders on the way to the target. A link
+/// of somebody else than root as source is an error: it may lead to what its owner must not read.
+[[nodiscard]] foundation::Status copyFile(const std::string& source, const std::string& target);
+
+}  // namespace component_cache
+
+}  // namespace deployer

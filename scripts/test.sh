@@ -1,5 +1,6 @@
 #!/bin/sh
-# Builds everything plain and with the address and undefined-behaviour sanitizers, and runs every test of both builds.
+# Builds everything plain and with the address and undefined-behaviour sanitizers, and runs every test of both builds; then
+# what has several threads or processes with the thread sanitizer.
 set -eu
 . "$(dirname "$0")/common.sh"
 
@@ -9,12 +10,20 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 
 failed=
-for preset in release asan-ubsan; do
+# check PRESET TARGET [TEST-OPTION...]: builds the target and runs the tests.
+check() {
+  preset=$1
+  target=$2
+  shift 2
   say "== $preset =="
   cmake --preset "$preset"
-  cmake --build --preset "$preset" --parallel "$jobs" || failed="$failed build:$preset"
+  cmake --build --preset "$preset" --parallel "$jobs" --target "$target" || failed="$failed build:$preset"
   # What was built is tested even when something else was not.
-  [ "$preset" = asan-ubsan ] && [ -n "$failed" ] && say "failed so far:$failed"
-  ctest --preset "$preset" --parallel "$jobs" --no-tests=error || failed="$failed test:$preset"
-done
+  [ -z "$failed" ] || say "failed so far:$failed"
+  ctest --preset "$preset" --parallel "$jobs" --no-tests=error "$@" || failed="$failed test:$preset"
+}
+
+check release all
+check asan-ubsan all
+check tsan threaded_tests --label-regex '^threads$'
 [ -z "$failed" ]

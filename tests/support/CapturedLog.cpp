@@ -32,7 +32,8 @@ std::vector<LoggedMessage> parseLog(std::string_view standardError) {
 
 CapturedLog::CapturedLog()
     : capture_(memfd_create("captured log", MFD_CLOEXEC)), original_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)) {
-  if (capture_ < 0 || original_ < 0 || dup2(capture_, STDERR_FILENO) < 0) {
+  // Appending: children write here too, and must not overwrite each other's lines.
+  if (capture_ < 0 || original_ < 0 || fcntl(capture_, F_SETFL, O_APPEND) != 0 || dup2(capture_, STDERR_FILENO) < 0) {
     throw std::runtime_error("cannot capture standard error");
   }
 }

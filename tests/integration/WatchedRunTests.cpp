@@ -280,7 +280,7 @@ TEST_F(WatchedRun, OfAReceiptIsAnnouncedUnderAnIdentityOfItsOwn) {
   EXPECT_TRUE(watch(receipt, {"state"}).starts_with("state "));
 }
 
-TEST_F(WatchedRun, OfAnUpgradeAnnouncesTheStatesOfTheReceipt) {
+TEST_F(WatchedRun, OfAnUpgradeFollowsTheReceiptOnTheThreadOfItsWatchers) {
   bundle().stageFile("Core", "/opt/core", "x");
   bundle().addComponent("Core", "1", kProduct);
   deliverBundle();
@@ -291,8 +291,11 @@ TEST_F(WatchedRun, OfAnUpgradeAnnouncesTheStatesOfTheReceipt) {
   EXPECT_EQ(watch(engine, {"state", "shutdown"}), "state 0\nshutdown sent\n");
   const Outcome outcome = engine.wait();
   EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
-  // What the receipt validates is mirrored on the thread that serves the watchers.
-  EXPECT_TRUE(logged(outcome, "Debug", "----- <status server thread>[QVNInstallController setInstallerState:16]"))
+  // The receipt's states are followed on the thread that serves the watchers.
+  EXPECT_TRUE(logged(outcome, "Debug",
+                     "----- <status server thread>added observer for com.corvane.installer.update notifications on "
+                     "object: " +
+                         std::string(kReceipt) + ".receipt"))
       << outcome.standardError;
   const std::string everything =
       "listening\n" + startOf(engine, kBundle) + repeated(updateOf(kBundle), announced(outcome, kBundle));

@@ -4,15 +4,17 @@
 
 #include "general/logging/SystemLog.h"
 #include "general/system/ProcessSelf.h"
+#include "general/terminal/PrintableText.h"
 #include "tools/BundleBuilder.h"
 #include "tools/BundleDescription.h"
 #include "tools/Complaint.h"
 #include "tools/InstallerTool.h"
 #include "tools/Interruption.h"
-#include "tools/PrintableText.h"
 #include "tools/ProgressBar.h"
 
 namespace bundletool {
+
+using terminal::printable;
 
 int BuildCommand::run() const {
   // A death by signal would leave a half-made bundle.
@@ -26,7 +28,7 @@ int BuildCommand::run() const {
   if (problems.none()) {
     // Log lines would run into the bar.
     ProgressBar progress(quiet || verbose ? ProgressBar::Output{} : terminalOutput(), terminalColumns());
-    built = BundleBuilder(bundle, {output, defaultEngine, force}, problems, progress).build();
+    built = BundleBuilder(bundle, {output, defaultEngine, defaultFrontEnd, force}, problems, progress).build();
   }
   complainOf(problems);
   if (!built && Interruption::requested()) {

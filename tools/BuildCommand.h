@@ -9,6 +9,7 @@ struct BuildCommand {
   std::string description;
   std::string output;
   std::string defaultEngine;
+  std::string defaultFrontEnd;
   bool force = false;
   bool quiet = false;
   bool verbose = false;

@@ -90,7 +90,7 @@ bool BundleBuilder::mayGoOn() const { return problems_.none() && !Interruption::
 
 bool BundleBuilder::examine() {
   examineOutput();
-  examineExecutable(description_.frontEnd, std::string(kDescriptionFrontEnd));
+  examineExecutable(frontEnd(), std::string(kDescriptionFrontEnd));
   examineExecutable(engine(), std::string(kDescriptionEngine));
   if (description_.optionsPlist) {
     examineOptionsPlist(description_, problems_);
@@ -151,11 +151,15 @@ const std::string& BundleBuilder::engine() const {
   return description_.engine ? *description_.engine : settings_.defaultEngine;
 }
 
+const std::string& BundleBuilder::frontEnd() const {
+  return description_.frontEnd ? *description_.frontEnd : settings_.defaultFrontEnd;
+}
+
 bool BundleBuilder::fill(const std::string& bundle) {
   // The size of the receipt counts whatever lies in the bundle when components are registered, so executables come
   // first.
   if (!layOut(bundle) || !addExecutable(bundle, engine(), deployer::kQVNInstallationDeployerName) ||
-      !addExecutable(bundle, description_.frontEnd, deployer::kQVNInstallerFrontEndName)) {
+      !addExecutable(bundle, frontEnd(), deployer::kQVNInstallerFrontEndName)) {
     return false;
   }
   PayloadStore payload(paths::append(bundle, deployer::kQVNPayloadRootPath), problems_, progress_);

@@ -18,9 +18,10 @@ namespace bundletool {
 class BundleBuilder {
  public:
   struct Settings {
-    std::string output;         ///< the folder that the bundle is made in
-    std::string defaultEngine;  ///< the engine where the description names none
-    bool force = false;         ///< replace a bundle that is there
+    std::string output;           ///< the folder that the bundle is made in
+    std::string defaultEngine;    ///< the engine where the description names none
+    std::string defaultFrontEnd;  ///< the front end where the description names none
+    bool force = false;           ///< replace a bundle that is there
   };
 
   /// Everything passed by reference outlives this. `description` was read without a problem.
@@ -48,6 +49,7 @@ class BundleBuilder {
   [[nodiscard]] bool settleReceiptSize(deployer::QVNInstallerManifest& manifests);
   [[nodiscard]] bool fail(const std::string& key, const std::string& what, const std::string& advice = "");
   [[nodiscard]] const std::string& engine() const;
+  [[nodiscard]] const std::string& frontEnd() const;
 
   const BundleDescription& description_;
   const Settings settings_;

@@ -27,7 +27,7 @@ class DescriptionReader {
     top_.allowOnly({kDescriptionComponents, kDescriptionFrontEnd, kDescriptionEngine, kDescriptionExternalTools,
                     kDescriptionOptions});
     description_.file = top_.file();
-    description_.frontEnd = source(top_, kDescriptionFrontEnd, Need::Required).value_or("");
+    description_.frontEnd = source(top_, kDescriptionFrontEnd, Need::Optional);
     description_.engine = source(top_, kDescriptionEngine, Need::Optional);
     readComponents();
     readExternalTools();

@@ -34,7 +34,7 @@ struct BundleDescription {
   std::vector<ExternalToolDescription> externalTools;
   foundation::PropertyList options;  ///< the part of the options that goes into the index
   std::optional<std::string> optionsPlist;
-  std::string frontEnd;
+  std::optional<std::string> frontEnd;
   std::optional<std::string> engine;
 };
 

@@ -1,7 +1,9 @@
+#include "general/terminal/JsonWriter.h"
 #include "tools/BundleText.h"
-#include "tools/JsonWriter.h"
 
 namespace bundletool {
+
+using terminal::JsonWriter;
 
 namespace {
 

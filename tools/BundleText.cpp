@@ -5,10 +5,13 @@
 
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/TextFormat.h"
-#include "tools/PrintableText.h"
+#include "general/terminal/PrintableText.h"
 #include "tools/TextTable.h"
 
 namespace bundletool {
+
+using terminal::printable;
+using terminal::sizeText;
 
 namespace {
 

@@ -7,13 +7,15 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "general/foundation/Paths.h"
+#include "general/system/ExecutableLocation.h"
+#include "general/terminal/PrintableText.h"
 #include "tools/BuildCommand.h"
 #include "tools/Complaint.h"
-#include "tools/ExecutableLocation.h"
-#include "tools/PrintableText.h"
 #include "tools/ShowCommand.h"
 
 namespace bundletool {
+
+using terminal::printable;
 
 namespace {
 
@@ -46,8 +48,9 @@ int run(int argumentCount, const char* const* arguments) {
   app.require_subcommand(1);
   app.footer("Exit codes: 0 done, 1 failed, 2 called wrongly. `installer-tool VERB --help` tells more about a verb.");
   BuildCommand build;
-  build.defaultEngine = foundation::paths::append(folderOfExecutable(argumentCount > 0 ? arguments[0] : ""),
-                                                  deployer::kQVNInstallationDeployerName);
+  const std::string here = platform::folderOfExecutable(argumentCount > 0 ? arguments[0] : "");
+  build.defaultEngine = foundation::paths::append(here, deployer::kQVNInstallationDeployerName);
+  build.defaultFrontEnd = foundation::paths::append(here, deployer::kQVNInstallerFrontEndName);
   CLI::App* const buildVerb = app.add_subcommand("build", "Make an Installer.app from a description");
   describeBuild(*buildVerb, build);
   ShowCommand show;

@@ -1,8 +1,10 @@
 #include "tools/Problem.h"
 
-#include "tools/PrintableText.h"
+#include "general/terminal/PrintableText.h"
 
 namespace bundletool {
+
+using terminal::printable;
 
 std::string Problem::text() const {
   std::string line = printable(file);

@@ -1,6 +1,5 @@
 #include "tools/ProgressBar.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,16 +7,16 @@
 #include <utility>
 
 #include "general/foundation/TextFormat.h"
-#include "tools/PrintableText.h"
+#include "general/terminal/PrintableText.h"
+#include "general/terminal/Terminal.h"
 
 namespace bundletool {
+
+using terminal::sizeText;
 
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenDrawings(100);
-constexpr std::size_t kLongestBar = 30;
-constexpr std::size_t kDefaultColumns = 80;
-constexpr std::string_view kEraseLine = "\r\x1b[K";
 
 }  // namespace
 
@@ -43,7 +42,7 @@ void ProgressBar::addFile() {
 
 void ProgressBar::erase() {
   if (isShown_) {
-    output_(kEraseLine);
+    output_(terminal::kEraseLine);
     isShown_ = false;
     lastDrawn_ = {};
   }
@@ -56,12 +55,7 @@ std::string ProgressBar::line() const {
   const double done = std::clamp((bytesPart + filesPart) / 2, 0.0, 1.0);
   const std::string tail = foundation::format(" %3d %%  %llu of %llu files, %s of %s", static_cast<int>(done * 100),
                                               filesDone_, files_, sizeText(bytesDone_), sizeText(bytes_));
-  const std::size_t room = columns_ > tail.size() + 3 ? columns_ - tail.size() - 3 : 0;
-  const std::size_t length = std::min(room, kLongestBar);
-  const auto filled = static_cast<std::size_t>(done * static_cast<double>(length));
-  std::string text = "[" + std::string(filled, '#') + std::string(length - filled, '.') + "]" + tail;
-  text.resize(std::min(text.size(), columns_ > 0 ? columns_ - 1 : 0));
-  return text;
+  return terminal::lineWithBar(done, tail, columns_);
 }
 
 void ProgressBar::draw() {
@@ -69,13 +63,13 @@ void ProgressBar::draw() {
   if (!output_ || (isShown_ && now - lastDrawn_ < kBetweenDrawings)) {
     return;
   }
-  output_(std::string(kEraseLine) + line());
+  output_(std::string(terminal::kEraseLine) + line());
   isShown_ = true;
   lastDrawn_ = now;
 }
 
 ProgressBar::Output terminalOutput() {
-  if (isatty(STDERR_FILENO) == 0) {
+  if (!terminal::canRedraw(STDERR_FILENO)) {
     return {};
   }
   return [](std::string_view text) {
@@ -84,12 +78,6 @@ ProgressBar::Output terminalOutput() {
   };
 }
 
-std::size_t terminalColumns() {
-  winsize size{};
-  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
-    return kDefaultColumns;
-  }
-  return size.ws_col;
-}
+std::size_t terminalColumns() { return terminal::columnsOf(STDERR_FILENO); }
 
 }  // namespace bundletool

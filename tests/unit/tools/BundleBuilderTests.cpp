@@ -96,6 +96,14 @@ TEST_F(BundleBuilder, TakesTheDefaultEngineWhereTheDescriptionNamesNone) {
   EXPECT_EQ(contentOf(bundle("Contents/MacOS/InstallationDeployer")), "default");
 }
 
+TEST_F(BundleBuilder, TakesTheDefaultFrontEndWhereTheDescriptionNamesNone) {
+  makeExecutable("DefaultFrontEnd");
+  folder_.write("DefaultFrontEnd", "default");
+  describe("FrontEnd", {});
+  ASSERT_TRUE(build());
+  EXPECT_EQ(contentOf(bundle("Contents/MacOS/Installer")), "default");
+}
+
 TEST_F(BundleBuilder, GivesTheSameModesWhateverTheUmask) {
   useEverything();
   for (const mode_t mask : {0000U, 0022U, 0077U, 0777U}) {
@@ -186,7 +194,7 @@ TEST_F(BundleBuilder, LeavesNothingBehindWhenInterruptedAmidTheFiles) {
       },
       80);
   EXPECT_FALSE(
-      bundletool::BundleBuilder(description, {path("out"), "", false}, problems_, progress).build().has_value());
+      bundletool::BundleBuilder(description, {path("out"), "", "", false}, problems_, progress).build().has_value());
   EXPECT_GT(drawn, 0U) << "the files were begun";
   EXPECT_TRUE(problems_.none());
   EXPECT_TRUE(fs::is_empty(path("out")));

@@ -85,7 +85,8 @@ class PackagerFixture : public ::testing::Test {
       return false;
     }
     bundletool::ProgressBar progress({}, 80);
-    return bundletool::BundleBuilder(description, {path("out"), path("DefaultEngine"), force}, problems_, progress)
+    return bundletool::BundleBuilder(description, {path("out"), path("DefaultEngine"), path("DefaultFrontEnd"), force},
+                                     problems_, progress)
         .build()
         .has_value();
   }

@@ -67,8 +67,8 @@ TEST_F(Refusal, OfMissingKeysAndWrongTypes) {
   describe("Options", dictionary({{"ReceiptHasPayloadContents", "YES"}}));
   EXPECT_TRUE(refuses("D.plist", "Options.ReceiptHasPayloadContents", "wrong kind"));
   describe("Options", {});
-  describe("FrontEnd", {});
-  EXPECT_TRUE(refuses("D.plist", "FrontEnd", "missing"));
+  describe("FrontEnd", 7);
+  EXPECT_TRUE(refuses("D.plist", "FrontEnd", "wrong kind"));
 }
 
 TEST_F(Refusal, OfAComponentNameThatIsNoSinglePathComponent) {
@@ -161,6 +161,9 @@ TEST_F(Refusal, OfAFrontEndOrEngineThatIsMissingOrNotExecutable) {
   }
   describe("Engine", {});
   EXPECT_TRUE(refuses("D.plist", "Engine", "DefaultEngine is missing"));
+  makeExecutable("DefaultEngine");
+  describe("FrontEnd", {});
+  EXPECT_TRUE(refuses("D.plist", "FrontEnd", "DefaultFrontEnd is missing"));
 }
 
 TEST_F(Refusal, OfSpecialFilesInTheStagedFolder) {

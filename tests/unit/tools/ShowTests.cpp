@@ -1,10 +1,10 @@
 #include <sys/stat.h>
 
+#include "general/terminal/JsonWriter.h"
+#include "general/terminal/PrintableText.h"
 #include "tests/unit/tools/PackagerFixture.h"
 #include "tools/BundleContents.h"
 #include "tools/BundleText.h"
-#include "tools/JsonWriter.h"
-#include "tools/PrintableText.h"
 #include "tools/ProgressBar.h"
 #include "tools/TextTable.h"
 
@@ -177,24 +177,24 @@ TEST_F(Show, LetsNoControlCharacterOfABundleReachTheTerminal) {
 }
 
 TEST(PrintableText, KeepsWhatPrintsAndEscapesTheRest) {
-  EXPECT_EQ(bundletool::printable("Größe 漢字 😀"), "Größe 漢字 😀");
-  EXPECT_EQ(bundletool::printable(std::string("a\0b", 3)), "a\\x00b");
-  EXPECT_EQ(bundletool::printable("\t\r\n"), "\\x09\\x0d\\x0a");
-  EXPECT_EQ(bundletool::printable("\xff\xc0\x80\xed\xa0\x80"), "\\xff\\xc0\\x80\\xed\\xa0\\x80");
-  EXPECT_EQ(bundletool::printable("\xe6\xbc"), "\\xe6\\xbc") << "cut short";
-  EXPECT_EQ(bundletool::printable("\xc2\x85"), "\\u{85}");
+  EXPECT_EQ(terminal::printable("Größe 漢字 😀"), "Größe 漢字 😀");
+  EXPECT_EQ(terminal::printable(std::string("a\0b", 3)), "a\\x00b");
+  EXPECT_EQ(terminal::printable("\t\r\n"), "\\x09\\x0d\\x0a");
+  EXPECT_EQ(terminal::printable("\xff\xc0\x80\xed\xa0\x80"), "\\xff\\xc0\\x80\\xed\\xa0\\x80");
+  EXPECT_EQ(terminal::printable("\xe6\xbc"), "\\xe6\\xbc") << "cut short";
+  EXPECT_EQ(terminal::printable("\xc2\x85"), "\\u{85}");
 }
 
 TEST(PrintableText, GivesSizesForPeople) {
-  EXPECT_EQ(bundletool::sizeText(1), "1 byte");
-  EXPECT_EQ(bundletool::sizeText(999), "999 bytes");
-  EXPECT_EQ(bundletool::sizeText(1000), "1.0 kB");
-  EXPECT_EQ(bundletool::sizeText(999999), "1.0 MB");
-  EXPECT_EQ(bundletool::sizeText(UINT64_MAX), "18446.7 PB");
+  EXPECT_EQ(terminal::sizeText(1), "1 byte");
+  EXPECT_EQ(terminal::sizeText(999), "999 bytes");
+  EXPECT_EQ(terminal::sizeText(1000), "1.0 kB");
+  EXPECT_EQ(terminal::sizeText(999999), "1.0 MB");
+  EXPECT_EQ(terminal::sizeText(UINT64_MAX), "18446.7 PB");
 }
 
 TEST(JsonWriter, WritesNestedValuesWithTheirCommas) {
-  bundletool::JsonWriter json;
+  terminal::JsonWriter json;
   json.beginObject();
   json.member("texts", std::vector<std::string>{"a", "b"});
   json.key("empty");
@@ -210,9 +210,18 @@ TEST(JsonWriter, WritesNestedValuesWithTheirCommas) {
 }
 
 TEST(JsonWriter, EscapesTextAndReplacesWhatIsNoUtf8) {
-  bundletool::JsonWriter json;
+  terminal::JsonWriter json;
   json.string(std::string("\"\\/\n\x1b\0\xff", 7) + "ä");
   EXPECT_EQ(json.text(), "\"\\u0022\\u005c/\\u000a\\u001b\\u0000\xEF\xBF\xBDä\"");
+}
+
+TEST(JsonWriter, WritesADocumentOnOneLineWhereAskedTo) {
+  terminal::JsonWriter json(terminal::JsonWriter::Layout::OneLine);
+  json.beginObject();
+  json.member("texts", std::vector<std::string>{"a", "b\n"});
+  json.member("nothing", std::optional<std::string>());
+  json.endObject();
+  EXPECT_EQ(json.text(), "{\"texts\": [\"a\", \"b\\u000a\"], \"nothing\": null}\n");
 }
 
 TEST(TextTable, AlignsColumnsByCharacters) {

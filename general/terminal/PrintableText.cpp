@@ -1,4 +1,4 @@
-#include "tools/PrintableText.h"
+#include "general/terminal/PrintableText.h"
 
 #include <array>
 #include <cstdio>
@@ -6,7 +6,7 @@
 #include "general/foundation/TextFormat.h"
 #include "general/foundation/Unicode.h"
 
-namespace bundletool {
+namespace terminal {
 
 bool actsOnTerminal(char32_t code) {
   return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x200B && code <= 0x200F) ||
@@ -48,4 +48,4 @@ std::string sizeText(std::uint64_t bytes) {
   return text.data();
 }
 
-}  // namespace bundletool
+}  // namespace terminal

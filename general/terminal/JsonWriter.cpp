@@ -1,10 +1,10 @@
-#include "tools/JsonWriter.h"
+#include "general/terminal/JsonWriter.h"
 
 #include "general/foundation/TextFormat.h"
 #include "general/foundation/Unicode.h"
-#include "tools/PrintableText.h"
+#include "general/terminal/PrintableText.h"
 
-namespace bundletool {
+namespace terminal {
 
 namespace {
 
@@ -85,11 +85,7 @@ void JsonWriter::beginValue() {
   if (hasElements_.empty()) {
     return;
   }
-  if (hasElements_.back()) {
-    text_ += ',';
-  }
-  hasElements_.back() = true;
-  newLine();
+  separate();
 }
 
 void JsonWriter::begin(char bracket) {
@@ -110,7 +106,21 @@ void JsonWriter::end(char bracket) {
   }
 }
 
-void JsonWriter::newLine() { text_ += '\n' + std::string(2 * hasElements_.size(), ' '); }
+/// Whatever stands between the elements of an object or array, and before the first.
+void JsonWriter::separate() {
+  const bool isFirst = !hasElements_.back();
+  hasElements_.back() = true;
+  if (!isFirst) {
+    text_ += layout_ == Layout::OneLine ? ", " : ",";
+  }
+  newLine();
+}
+
+void JsonWriter::newLine() {
+  if (layout_ == Layout::Indented) {
+    text_ += '\n' + std::string(2 * hasElements_.size(), ' ');
+  }
+}
 
 void JsonWriter::appendEscaped(std::string_view text) {
   text_ += '"';
@@ -129,4 +139,4 @@ void JsonWriter::appendEscaped(std::string_view text) {
   text_ += '"';
 }
 
-}  // namespace bundletool
+}  // namespace terminal

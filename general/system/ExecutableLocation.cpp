@@ -1,4 +1,4 @@
-#include "tools/ExecutableLocation.h"
+#include "general/system/ExecutableLocation.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 
 #include "general/foundation/Paths.h"
 
-namespace bundletool {
+namespace platform {
 
 namespace paths = foundation::paths;
 
@@ -27,4 +27,4 @@ std::string folderOfExecutable(std::string_view startedAs) {
   return ".";
 }
 
-}  // namespace bundletool
+}  // namespace platform

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace bundletool {
+namespace terminal {
 
 /// True for controls, and for the characters that turn the direction of text around or break lines: they make one text
 /// look like another.
@@ -17,4 +17,4 @@ namespace bundletool {
 /// Bytes for people: "812 bytes", "4.2 MB"; steps of 1000.
 [[nodiscard]] std::string sizeText(std::uint64_t bytes);
 
-}  // namespace bundletool
+}  // namespace terminal

@@ -6,12 +6,16 @@
 #include <string_view>
 #include <vector>
 
-namespace bundletool {
+namespace terminal {
 
-/// Writes one JSON document from front to back, indented for people. Whoever uses it balances what it begins and ends.
-/// Text is escaped, and bytes that are no UTF-8 become the replacement character: the document always parses.
+/// Writes one JSON document from front to back, indented for people or on one line. Whoever uses it balances what it
+/// begins and ends. Text is escaped, and bytes that are no UTF-8 become the replacement character: the document always
+/// parses.
 class JsonWriter {
  public:
+  enum class Layout { Indented, OneLine };
+  explicit JsonWriter(Layout layout = Layout::Indented) : layout_(layout) {}
+
   void beginObject();
   void endObject();
   void beginArray();
@@ -36,12 +40,14 @@ class JsonWriter {
   void beginValue();
   void begin(char bracket);
   void end(char bracket);
+  void separate();
   void newLine();
   void appendEscaped(std::string_view text);
 
+  Layout layout_;
   std::string text_;
   std::vector<bool> hasElements_;  // of each object or array that is open
   bool followsKey_ = false;
 };
 
-}  // namespace bundletool
+}  // namespace terminal

@@ -68,8 +68,14 @@ void restoreDefaultSignals() noexcept {
   if (plan.endsWithParent && !primitives::endWithParent(parent)) {
     giveUp(reportEnd, ChildStart::Failure::Resources);
   }
+  if (plan.ownSession && setsid() < 0) {
+    giveUp(reportEnd, ChildStart::Failure::Resources);
+  }
   restoreDefaultSignals();
   primitives::closeDescriptorsOnExec(kFirstOrdinaryDescriptor);
+  if (plan.standardInput >= 0 && dup2(plan.standardInput, STDIN_FILENO) < 0) {
+    giveUp(reportEnd, ChildStart::Failure::Resources);
+  }
   if (plan.standardOutput >= 0 && dup2(plan.standardOutput, STDOUT_FILENO) < 0) {
     giveUp(reportEnd, ChildStart::Failure::Resources);
   }

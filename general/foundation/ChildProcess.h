@@ -10,9 +10,11 @@ struct ChildPlan {
   std::string program;
   std::vector<std::string> arguments;  ///< without the program's own name
   const char* workingDirectory = nullptr;
-  int standardOutput = -1;  ///< what takes the place of descriptor 1; -1 leaves it
+  int standardInput = -1;  ///< what takes the place of descriptor 0; -1 leaves it
+  int standardOutput = -1;
   int standardError = -1;
   bool endsWithParent = false;  ///< is killed when the thread that starts it ends; no promise where no system call is
+  bool ownSession = false;      ///< begins a session of its own, and so belongs to no terminal
 };
 
 /// How far a child came.

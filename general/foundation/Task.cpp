@@ -1,5 +1,6 @@
 #include "general/foundation/Task.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
@@ -102,6 +103,8 @@ Task::Task(Task&& other) noexcept
       arguments_(std::move(other.arguments_)),
       currentDirectory_(std::move(other.currentDirectory_)),
       keptBytes_(other.keptBytes_),
+      outputFile_(std::move(other.outputFile_)),
+      ownSession_(other.ownSession_),
       endsWithParent_(other.endsWithParent_),
       processIdentifier_(std::exchange(other.processIdentifier_, 0)),
       exit_(std::move(other.exit_)),
@@ -132,6 +135,7 @@ void Task::launch() {
   plan.program = launchPath_;
   plan.arguments = arguments_;
   plan.workingDirectory = currentDirectory_ ? currentDirectory_->c_str() : nullptr;
+  plan.ownSession = ownSession_;
   plan.endsWithParent = endsWithParent_;
   Pipe output;
   Pipe error;
@@ -142,10 +146,19 @@ void Task::launch() {
     plan.standardError = error.writeEnd.number();
   }
 
+  Descriptor nothing;
+  if (outputFile_.isOpen()) {
+    nothing = Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    plan.standardInput = nothing.number();
+    plan.standardOutput = outputFile_.number();
+    plan.standardError = outputFile_.number();
+  }
+
   const ChildStart start = startChild(plan);
   if (start.failure != ChildStart::Failure::None) {
     refuse(launchPath_, failureText(start, currentDirectory_));
   }
+  outputFile_.reset();
   processIdentifier_ = start.processIdentifier;
   exit_ = primitives::childExitDescriptor(processIdentifier_);
   output_ = std::move(output.readEnd);

@@ -34,6 +34,11 @@ class Task {
   /// first `bytes` are kept. Both are drained while waitUntilExit() waits, so that a talkative child cannot block for
   /// ever.
   void captureOutput(std::size_t bytes);
+  /// Connects standard output and standard error to an open file that the child may go on writing to when this process
+  /// has ended, and standard input to nothing; instead of captureOutput().
+  void writeOutputTo(Descriptor file) { outputFile_ = std::move(file); }
+  /// Whether the child begins a session of its own: signals that a terminal sends, and its end, do not reach it.
+  void setOwnSession(bool own) { ownSession_ = own; }
   /// Whether the system kills the child when this process ends, however it ends. On Linux that is when the thread that
   /// launches the child ends, so launch from one that stays; a child of an engine started by another user than root
   /// must not be launched before the engine is root for good. macOS offers no such thing: there the child is left to
@@ -70,6 +75,8 @@ class Task {
   std::vector<std::string> arguments_;
   std::optional<std::string> currentDirectory_;
   std::optional<std::size_t> keptBytes_;
+  Descriptor outputFile_;
+  bool ownSession_ = false;
   bool endsWithParent_ = false;
   int processIdentifier_ = 0;
   Descriptor exit_;

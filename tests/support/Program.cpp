@@ -4,6 +4,7 @@
 #include <grp.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -82,6 +83,16 @@ bool takeDescriptors(const Start& start) {
   for (int standard = 0; standard < kStandardDescriptors; ++standard) {
     const int given = start.standard[static_cast<std::size_t>(standard)];
     if (given >= 0 && dup2(given, standard) < 0) {
+      return false;
+    }
+  }
+  if (start.options->terminal >= 0) {
+    for (int standard = 0; standard < kStandardDescriptors; ++standard) {
+      if (dup2(start.options->terminal, standard) < 0) {
+        return false;
+      }
+    }
+    if (ioctl(STDIN_FILENO, TIOCSCTTY, 0) != 0) {
       return false;
     }
   }

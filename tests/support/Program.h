@@ -40,6 +40,7 @@ struct RunOptions {
   gid_t group = 0;
   mode_t fileCreationMask = 022;
   std::string standardInput;                   ///< what it reads; empty for the end at once
+  int terminal = -1;                           ///< becomes its three standard descriptors and its controlling terminal
   bool inheritOutput = false;                  ///< print where the test process prints instead of keeping it
   std::vector<int> closedDescriptors;          ///< of 0, 1 and 2: closed when it starts
   std::vector<std::pair<int, rlim_t>> limits;  ///< RLIMIT_… and the value

@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -525,6 +527,31 @@ TEST(Task, CapturesOutputAlsoWhenTheParentsStandardDescriptorsAreClosed) {
   int status = -1;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
+}
+
+TEST(Task, WritesEverythingToAnOpenFileAndReadsNothing) {
+  std::FILE* const file = std::tmpfile();
+  ASSERT_NE(file, nullptr);
+  Task task = shell("read line; echo \"$? out\"; echo error >&2");
+  task.writeOutputTo(foundation::Descriptor(dup(fileno(file))));
+  task.launch();
+  task.waitUntilExit();
+  std::rewind(file);
+  std::array<char, 64> text{};
+  const std::size_t length = std::fread(text.data(), 1, text.size(), file);
+  std::fclose(file);
+  EXPECT_EQ(std::string(text.data(), length), "1 out\nerror\n");
+}
+
+TEST(Task, StaysInTheSessionOfItsParentUnlessItGetsItsOwn) {
+  for (const bool own : {false, true}) {
+    Task task = shell("kill -STOP $$");
+    task.setOwnSession(own);
+    task.launch();
+    EXPECT_EQ(getsid(task.processIdentifier()), own ? task.processIdentifier() : getsid(0));
+    kill(task.processIdentifier(), SIGKILL);
+    task.waitUntilExit();
+  }
 }
 
 TEST(Task, TasksOfManyThreadsDoNotDisturbEachOther) {

@@ -31,6 +31,8 @@ using Clock = std::chrono::steady_clock;
 constexpr double kDefaultTimeout = 10.0;
 constexpr double kLongestTimeout = 1e9;
 constexpr std::size_t kReadAtOnce = std::size_t{64} * 1024;
+// Enough for all that waits in a socket; who sends on and on does not keep its reader for ever.
+constexpr int kMostPiecesAtOnce = 64;
 constexpr std::size_t kMaximumAnswerSize = std::size_t{64} * 1024 * 1024;
 // Who never takes the notifications that come is not sent more than this.
 constexpr std::size_t kMostWaitingNotifications = 4096;
@@ -69,13 +71,8 @@ class ClientConnection::Implementation {
   void invalidate() { socket_.reset(); }
 
   bool isValid() {
-    if (!socket_.isOpen()) {
-      return false;
-    }
-    char next = 0;
-    const ssize_t count = recv(socket_.number(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
-    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
-      invalidate();
+    if (socket_.isOpen()) {
+      takeIn();
     }
     return socket_.isOpen();
   }
@@ -97,19 +94,9 @@ class ClientConnection::Implementation {
   }
 
   std::vector<Notification> takeNotifications() {
-    std::optional<RemoteException> end;
-    try {
-      while (socket_.isOpen() && receiveSome()) {
-      }
-    } catch (const RemoteException& exception) {
-      end = exception;
-    }
-    // What came before the end still counts.
-    while (auto message = nextMessage()) {
-      keepNotification(*message);
-    }
-    if (end && notifications_.empty()) {
-      throw RemoteException(*end);
+    if (!isValid() && notifications_.empty()) {
+      throw RemoteException(
+          end_.value_or(RemoteException(kInvalidReceivePortException, "The connection is not open any more.")));
     }
     std::deque<Notification> taken = std::exchange(notifications_, {});
     return {std::move_iterator(taken.begin()), std::move_iterator(taken.end())};
@@ -118,7 +105,21 @@ class ClientConnection::Implementation {
  private:
   [[noreturn]] void fail(std::string_view name, const std::string& reason) {
     invalidate();
-    throw RemoteException(name, reason);
+    end_.emplace(name, reason);
+    throw RemoteException(*end_);
+  }
+
+  /// Takes in what has come, without waiting. What ends the connection is kept.
+  void takeIn() {
+    try {
+      for (int piece = 0; piece < kMostPiecesAtOnce && receiveSome(); ++piece) {
+        while (auto message = nextMessage()) {
+          keepUnasked(*message);
+        }
+      }
+    } catch (const RemoteException&) {
+      // Told by isValid(), and to who asks for notifications.
+    }
   }
 
   void sendMessage(const Message& message, bool withoutWaiting) {
@@ -154,11 +155,10 @@ class ClientConnection::Implementation {
     const auto deadline = after(replyTimeout_);
     while (true) {
       while (auto message = nextMessage()) {
-        if (message->kind == Message::Kind::Notification) {
-          keepNotification(*message);
-        } else if (message->number == lastNumber_) {
+        if (message->kind != Message::Kind::Notification && message->number == lastNumber_) {
           return resultIn(*message, operation);
         }
+        keepUnasked(*message);
       }
       if (!waitUntil(deadline, socket_.number(), POLLIN)) {
         fail(kPortTimeoutException, foundation::format("No answer to %@ came in time.", operation.selector));
@@ -170,7 +170,7 @@ class ClientConnection::Implementation {
   PropertyList resultIn(const Message& answer, const Operation& operation) {
     if (answer.kind == Message::Kind::Exception) {
       if (answer.exceptionName == kFailedAuthenticationException) {
-        invalidate();
+        fail(answer.exceptionName, answer.exceptionReason);
       }
       throw RemoteException(answer.exceptionName, answer.exceptionReason);
     }
@@ -197,13 +197,17 @@ class ClientConnection::Implementation {
     if (!message) {
       fail(kPortReceiveException, "The peer sent something that is no message.");
     }
-    if (delegate_ == nullptr || !isAuthentic(*message, *content, *delegate_)) {
+    if (delegate_ == nullptr || !isAuthentic(*message, *delegate_)) {
       fail(kFailedAuthenticationException, "The answer was not authentic.");
     }
     return message;
   }
 
-  void keepNotification(const Message& message) {
+  void keepUnasked(const Message& message) {
+    if (message.kind == Message::Kind::Exception && message.exceptionName == kFailedAuthenticationException) {
+      // Of a request that nobody waits for.
+      fail(message.exceptionName, message.exceptionReason);
+    }
     if (message.kind != Message::Kind::Notification) {
       return;
     }
@@ -234,6 +238,7 @@ class ClientConnection::Implementation {
   std::int64_t lastNumber_ = 0;
   FrameReader reader_{kMaximumAnswerSize};
   std::deque<Notification> notifications_;
+  std::optional<RemoteException> end_;
 };
 
 ClientConnection::ClientConnection(std::unique_ptr<Implementation> implementation)

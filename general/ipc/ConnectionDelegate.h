@@ -7,6 +7,8 @@
 namespace ipc {
 
 /// Vouches for one end of a connection and vets the other. Used on the thread of the connection it belongs to.
+///
+/// The data say which machine and boot an end belongs to, not what it sends: no components are handed over so far.
 class ConnectionDelegate {
  public:
   virtual ~ConnectionDelegate() = default;

@@ -1,5 +1,7 @@
 #include "general/ipc/Frame.h"
 
+#include <utility>
+
 namespace ipc {
 
 std::string framed(std::string_view content) {
@@ -11,15 +13,18 @@ std::string framed(std::string_view content) {
   return frame.append(content);
 }
 
-void FrameReader::append(std::string_view bytes) { buffer_.append(bytes); }
+void FrameReader::append(std::string_view bytes) {
+  buffer_.erase(0, std::exchange(read_, 0));
+  buffer_.append(bytes);
+}
 
 std::optional<std::string> FrameReader::next() {
   const auto size = announcedSize();
-  if (!size || isBroken() || buffer_.size() - kFrameHeaderSize < *size) {
+  if (!size || isBroken() || unread() - kFrameHeaderSize < *size) {
     return std::nullopt;
   }
-  std::string content = buffer_.substr(kFrameHeaderSize, *size);
-  buffer_.erase(0, kFrameHeaderSize + *size);
+  std::string content = buffer_.substr(read_ + kFrameHeaderSize, *size);
+  read_ += kFrameHeaderSize + *size;
   return content;
 }
 
@@ -29,12 +34,12 @@ bool FrameReader::isBroken() const {
 }
 
 std::optional<std::size_t> FrameReader::announcedSize() const {
-  if (buffer_.size() < kFrameHeaderSize) {
+  if (unread() < kFrameHeaderSize) {
     return std::nullopt;
   }
   std::size_t size = 0;
   for (std::size_t i = 0; i < kFrameHeaderSize; ++i) {
-    size = (size << 8U) | static_cast<unsigned char>(buffer_[i]);
+    size = (size << 8U) | static_cast<unsigned char>(buffer_[read_ + i]);
   }
   return size;
 }

@@ -28,9 +28,11 @@ class FrameReader {
 
  private:
   [[nodiscard]] std::optional<std::size_t> announcedSize() const;
+  [[nodiscard]] std::size_t unread() const { return buffer_.size() - read_; }
 
   std::size_t maximumSize_;
   std::string buffer_;
+  std::size_t read_ = 0;  // of the buffer, by next()
 };
 
 }  // namespace ipc

@@ -112,7 +112,6 @@ std::optional<std::string> encode(const Message& message, ConnectionDelegate& de
     return std::nullopt;
   }
   Entries entries = entriesOf(message);
-  // What the delegate vouches for is the message without its own data, which cannot be part of itself.
   const std::vector<std::byte> data = delegate.authenticationDataForComponents({});
   add(entries, kAuthentication, PropertyList::data(data));
   auto content = foundation::plist::serializeBinary(PropertyList::dictionary(std::move(entries)));
@@ -147,8 +146,8 @@ std::optional<Message> decode(std::string_view content) {
   return message;
 }
 
-bool isAuthentic(const Message& message, std::string_view content, ConnectionDelegate& delegate) {
-  return delegate.authenticateComponents(std::as_bytes(std::span(content)), message.authentication);
+bool isAuthentic(const Message& message, ConnectionDelegate& delegate) {
+  return delegate.authenticateComponents({}, message.authentication);
 }
 
 }  // namespace ipc

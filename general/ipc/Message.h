@@ -44,7 +44,7 @@ struct Message {
 /// The message in a frame's content; nothing when it is none. Says nothing about who sent it: see isAuthentic().
 [[nodiscard]] std::optional<Message> decode(std::string_view content);
 
-/// Whether the delegate believes that the other end sent this content.
-[[nodiscard]] bool isAuthentic(const Message& message, std::string_view content, ConnectionDelegate& delegate);
+/// Whether the delegate believes the message.
+[[nodiscard]] bool isAuthentic(const Message& message, ConnectionDelegate& delegate);
 
 }  // namespace ipc

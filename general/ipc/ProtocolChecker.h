@@ -21,7 +21,7 @@ class ProtocolChecker {
 
   /// The operation's result. Throws RemoteException(kInvalidArgumentException) for a selector that the protocol does
   /// not have, for arguments of another number or other types, and for a call that is one-way in the protocol but not
-  /// here or the other way round; the target is not reached then.
+  /// here or the other way round; the target is not reached then. The same exception for a result of another type.
   [[nodiscard]] foundation::PropertyList invoke(std::string_view selector,
                                                 std::span<const foundation::PropertyList> arguments, bool oneWay) const;
 

@@ -35,7 +35,8 @@ Message exceptionFor(const Message& request, std::string_view name, std::string 
 
 }  // namespace
 
-class ServerConnection::Implementation {
+/// Shared with the turn that serves a request, so that a target may end the connection.
+class ServerConnection::Implementation : public std::enable_shared_from_this<Implementation> {
  public:
   explicit Implementation(const Options& options) : options_(options) {}
 
@@ -44,7 +45,7 @@ class ServerConnection::Implementation {
 
   bool registerName(const std::string& name) {
     const auto path = socketPathOfService(name);
-    if (!path || registered_) {
+    if (!path || registered_ || !delegate_ || !rootObject_) {
       return false;
     }
     const auto lock = ServiceFolderLock::acquire();
@@ -65,18 +66,46 @@ class ServerConnection::Implementation {
     return true;
   }
 
+  void close() {
+    registered_.reset();
+    listener_.reset();
+  }
+
   void sendNotification(const Notification& notification) {
+    if (observers_.empty()) {
+      return;
+    }
     Message message;
     message.kind = Message::Kind::Notification;
     message.notification = notification;
+    const auto content = encode(message, *delegate_);
+    if (!content) {
+      return;
+    }
     // A peer that is dropped meanwhile leaves the set.
     const std::set<PeerId> observers = observers_;
     for (const PeerId peer : observers) {
-      send(peer, message);
+      listener_->send(peer, *content);
     }
   }
 
  private:
+  /// Keeps further requests waiting while a target works, which may turn the run loop, and even end the connection.
+  class OneAtATime {
+   public:
+    explicit OneAtATime(Implementation& connection) : connection_(connection) { connection_.listener_->hold(); }
+    ~OneAtATime() {
+      if (connection_.listener_) {
+        connection_.listener_->resume();
+      }
+    }
+    OneAtATime(const OneAtATime&) = delete;
+    OneAtATime& operator=(const OneAtATime&) = delete;
+
+   private:
+    Implementation& connection_;
+  };
+
   void serve(foundation::Descriptor socket) {
     SocketListener::Limits limits;
     limits.frameSize = options_.maximumRequestSize;
@@ -89,10 +118,11 @@ class ServerConnection::Implementation {
   }
 
   void receive(PeerId peer, const std::string& content) {
+    const auto self = shared_from_this();
     const auto message = decode(content);
     if (!message) {
       listener_->closeAfterSending(peer);
-    } else if (!isAuthentic(*message, content, *delegate_)) {
+    } else if (!isAuthentic(*message, *delegate_)) {
       send(peer, exceptionFor(*message, kFailedAuthenticationException, "The request was not authentic."));
       listener_->closeAfterSending(peer);
     } else {
@@ -118,6 +148,7 @@ class ServerConnection::Implementation {
   }
 
   Message resultOf(const Message& request) {
+    const OneAtATime turn(*this);
     try {
       return replyTo(request,
                      rootObject_->invoke(request.selector, request.arguments, request.kind == Message::Kind::OneWay));
@@ -129,10 +160,12 @@ class ServerConnection::Implementation {
   }
 
   void send(PeerId peer, const Message& message) {
-    if (const auto content = encode(message, *delegate_)) {
+    auto content = encode(message, *delegate_);
+    if (!content) {
+      content = encode(exceptionFor(message, kInvalidArgumentException, "The result cannot be sent."), *delegate_);
+    }
+    if (content && listener_) {
       listener_->send(peer, *content);
-    } else {
-      listener_->closeAfterSending(peer);
     }
   }
 
@@ -145,9 +178,9 @@ class ServerConnection::Implementation {
 };
 
 ServerConnection::ServerConnection(const Options& options)
-    : implementation_(std::make_unique<Implementation>(options)) {}
+    : implementation_(std::make_shared<Implementation>(options)) {}
 
-ServerConnection::~ServerConnection() = default;
+ServerConnection::~ServerConnection() { implementation_->close(); }
 
 void ServerConnection::setDelegate(std::shared_ptr<ConnectionDelegate> delegate) {
   implementation_->setDelegate(std::move(delegate));

@@ -14,8 +14,9 @@ namespace ipc {
 /// Vends one object under a name that other processes on this machine can look up.
 ///
 /// Peers are served on the run loop of the thread that made the connection, one request at a time; everything here
-/// belongs to that thread. Nothing a peer does, or fails to do, costs more than its own connection: what it sends is
-/// bounded, vetted and checked before the target is reached, and what it does not read is dropped with it.
+/// belongs to that thread. While a request is carried out, which may turn the run loop, further ones wait. Nothing a
+/// peer does, or fails to do, costs more than its own connection: what it sends is bounded, vetted and checked before
+/// the target is reached, and what it does not read is dropped with it.
 class ServerConnection {
  public:
   enum class Peers { Everybody, RootOnly };
@@ -40,7 +41,7 @@ class ServerConnection {
 
  private:
   class Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  std::shared_ptr<Implementation> implementation_;
 };
 
 }  // namespace ipc

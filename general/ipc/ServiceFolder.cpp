@@ -28,6 +28,7 @@ namespace {
 constexpr std::string_view kLockName = ".lock";
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kWritableByOthers = 022;
+constexpr mode_t kModeBits = 07777;
 constexpr timeval kPatienceWithBusyListener{10, 0};
 
 bool addressOf(const std::string& path, sockaddr_un& address) {
@@ -50,8 +51,7 @@ void complain(std::string_view what, std::string_view path) {
 /// Root's own folder, in which nobody else can put or replace anything.
 bool makeFolder(std::string_view path) {
   const std::string folder(path);
-  const bool made = mkdir(folder.c_str(), kFolderMode) == 0;
-  if (!made && errno != EEXIST) {
+  if (mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) {
     complain("Unable to make the folder for connections", path);
     return false;
   }
@@ -61,11 +61,13 @@ bool makeFolder(std::string_view path) {
     complain("Unable to open the folder for connections", path);
     return false;
   }
-  if (made) {
-    return fchmod(opened.number(), kFolderMode) == 0;
-  }
   if (status.st_uid != 0 || (status.st_mode & kWritableByOthers) != 0) {
     logging::error("The folder for connections %@ is not used: others than root can write in it.", path);
+    return false;
+  }
+  // Whatever the umask of who made it was, others have to find what is in it.
+  if ((status.st_mode & kModeBits) != kFolderMode && fchmod(opened.number(), kFolderMode) != 0) {
+    complain("Unable to open the folder for connections to others", path);
     return false;
   }
   return true;
@@ -174,7 +176,10 @@ Descriptor connectTo(const std::string& path, bool wait) {
     setsockopt(connection.number(), SOL_SOCKET, SO_SNDTIMEO, &kPatienceWithBusyListener,
                sizeof kPatienceWithBusyListener);
   }
-  if (connect(connection.number(), generic(address), sizeof address) != 0) {
+  int connected = -1;
+  while ((connected = connect(connection.number(), generic(address), sizeof address)) != 0 && errno == EINTR) {
+  }
+  if (connected != 0) {
     const int number = errno;
     connection.reset();
     errno = number;

@@ -22,6 +22,9 @@ constexpr std::size_t kReadAtOnce = std::size_t{64} * 1024;
 // When the system has no descriptor left for one more connection, asking again at once would only burn time.
 constexpr std::chrono::milliseconds kPauseWithoutDescriptors{500};
 
+// What an attempt to accept a connection says of that connection alone.
+bool concernsOneConnection(int errorNumber) { return errorNumber == ECONNABORTED || errorNumber == EINTR; }
+
 bool isMomentary(int errorNumber) {
   return errorNumber == EAGAIN || errorNumber == EWOULDBLOCK || errorNumber == EINTR;
 }
@@ -55,10 +58,10 @@ void SocketListener::acceptPeers() {
     Descriptor connection = primitives::acceptFrom(listener_.number());
     if (connection.isOpen()) {
       admit(std::move(connection));
-    } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-      pauseAccepting();
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
       return;
-    } else if (errno != ECONNABORTED && errno != EINTR) {
+    } else if (!concernsOneConnection(errno)) {
+      pauseAccepting();
       return;
     }
   }
@@ -84,24 +87,38 @@ void SocketListener::admit(Descriptor connection) {
     return;
   }
   const PeerId id = ++lastPeer_;
-  const int number = connection.number();
-  auto peer = std::make_shared<Peer>(std::move(connection), *user, limits_.frameSize);
-  peer->readable = loop_->addDescriptor(number, RunLoop::Interest::Readable, [this, id] { receive(id); });
-  connected_.emplace(id, std::move(peer));
+  const auto peer = std::make_shared<Peer>(std::move(connection), *user, limits_.frameSize);
+  watch(id, *peer);
+  connected_.emplace(id, peer);
+}
+
+void SocketListener::watch(PeerId id, Peer& peer) {
+  peer.readable = loop_->addDescriptor(peer.socket.number(), RunLoop::Interest::Readable, [this, id] { receive(id); });
 }
 
 bool SocketListener::mayEnter(uid_t user) const {
   if (peers_ == Peers::RootOnly && user != 0) {
     return false;
   }
-  const auto ofSameKind = static_cast<std::size_t>(std::ranges::count_if(
-      connected_, [user](const auto& entry) { return (entry.second->user == 0) == (user == 0); }));
-  return ofSameKind < (user == 0 ? limits_.connectionsOfRoot : limits_.connectionsOfOthers);
+  std::size_t ofUser = 0;
+  std::size_t ofOthers = 0;
+  for (const auto& [id, peer] : connected_) {
+    ofUser += peer->user == user ? 1U : 0U;
+    ofOthers += peer->user != 0 ? 1U : 0U;
+  }
+  if (user == 0) {
+    return ofUser < limits_.connectionsOfRoot;
+  }
+  return ofUser < limits_.connectionsOfAnotherUser && ofOthers < limits_.connectionsOfOthers;
 }
 
 void SocketListener::receive(PeerId id) {
   const auto peer = find(id);
   if (!peer) {
+    return;
+  }
+  if (held_) {
+    putAside(id, *peer);
     return;
   }
   std::array<char, kReadAtOnce> bytes;
@@ -124,6 +141,10 @@ void SocketListener::handOverFrames(PeerId id) {
     if (peer->leaving) {
       return;
     }
+    if (held_) {
+      putAside(id, *peer);
+      return;
+    }
     const auto content = peer->reader.next();
     if (!content) {
       if (peer->reader.isBroken()) {
@@ -141,9 +162,39 @@ void SocketListener::handOverFrames(PeerId id) {
   }
 }
 
+// Its descriptor stays readable, so watching it on would keep the loop busy.
+void SocketListener::putAside(PeerId id, Peer& peer) {
+  loop_->removeSource(std::exchange(peer.readable, 0));
+  putAside_.push_back(id);
+}
+
+void SocketListener::resume() {
+  held_ = false;
+  for (const PeerId id : std::exchange(putAside_, {})) {
+    const auto peer = find(id);
+    if (peer && peer->readable == 0) {
+      watch(id, *peer);
+    }
+    // What has been read already makes no descriptor readable.
+    const std::weak_ptr<const bool> life = life_;
+    loop_->perform(
+        [this, life, id] {
+          if (!life.expired()) {
+            handOverFrames(id);
+          }
+        },
+        false);
+  }
+}
+
 void SocketListener::send(PeerId id, std::string_view content) {
   const auto peer = find(id);
   if (!peer || peer->leaving) {
+    return;
+  }
+  // One frame of any size always goes; what counts is what the peer left unread before.
+  if (peer->output.size() > limits_.unreadOutput) {
+    close(id);
     return;
   }
   peer->output.append(framed(content));
@@ -189,9 +240,7 @@ void SocketListener::flush(PeerId id) {
 
 void SocketListener::waitUntilWritable(PeerId id) {
   const auto peer = find(id);
-  if (peer->output.size() > limits_.unreadOutput) {
-    close(id);
-  } else if (peer->writable == 0) {
+  if (peer->writable == 0) {
     peer->writable =
         loop_->addDescriptor(peer->socket.number(), RunLoop::Interest::Writable, [this, id] { flush(id); });
   }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "general/foundation/Descriptor.h"
 #include "general/foundation/RunLoop.h"
@@ -19,6 +20,7 @@ namespace ipc {
 /// Serves those who connect to a listening socket, on the run loop of the thread that made the object, where all of it
 /// belongs. It never waits for a peer: what a peer sends is read as it comes and handed on frame by frame; what a peer
 /// does not read is kept up to a limit. A peer that goes beyond a limit loses its connection, and nobody else anything.
+/// When the process has no descriptor left, who connects waits a moment for one.
 class SocketListener {
  public:
   enum class Peers { Everybody, RootOnly };
@@ -26,9 +28,11 @@ class SocketListener {
 
   struct Limits {
     std::size_t frameSize = std::size_t{64} * 1024;       ///< content of one frame that is received
-    std::size_t unreadOutput = std::size_t{1024} * 1024;  ///< what waits for a peer that does not read
-    std::size_t connectionsOfRoot = 256;                  ///< at the same time; where only root may connect, more wait
-    std::size_t connectionsOfOthers = 32;                 ///< at the same time, of all other users together
+    std::size_t unreadOutput = std::size_t{1024} * 1024;  ///< what may wait for a peer when it is sent one frame more
+    // Connections at the same time. Who comes on top is sent away; where only root may connect, it waits.
+    std::size_t connectionsOfRoot = 128;
+    std::size_t connectionsOfAnotherUser = 16;  ///< of each
+    std::size_t connectionsOfOthers = 64;       ///< of all users but root together
   };
   struct Handlers {
     /// One frame of a peer. May send, close, turn the run loop and end the listener.
@@ -46,6 +50,9 @@ class SocketListener {
   void send(PeerId peer, std::string_view content);
   /// Closes the connection once what is queued for the peer has been sent; nothing more is read from it.
   void closeAfterSending(PeerId peer);
+  /// Between the two no frame is handed over and nothing is read, also while a handler turns the run loop.
+  void hold() { held_ = true; }
+  void resume();
 
  private:
   struct Peer {
@@ -69,6 +76,8 @@ class SocketListener {
   [[nodiscard]] bool mayEnter(uid_t user) const;
   void receive(PeerId id);
   void handOverFrames(PeerId id);
+  void putAside(PeerId id, Peer& peer);
+  void watch(PeerId id, Peer& peer);
   void flush(PeerId id);
   void waitUntilWritable(PeerId id);
   void close(PeerId id);
@@ -83,6 +92,8 @@ class SocketListener {
   foundation::RunLoop::SourceId accepting_ = 0;
   foundation::RunLoop::SourceId pause_ = 0;
   bool waitingForRoom_ = false;
+  bool held_ = false;
+  std::vector<PeerId> putAside_;  // who had something to say meanwhile
   PeerId lastPeer_ = 0;
   // Shared with the handler that serves a peer, which may close it.
   std::map<PeerId, std::shared_ptr<Peer>> connected_;

@@ -72,7 +72,9 @@ std::string QVNReceiptClient::executablePath() const {
 bool QVNReceiptClient::launchReceiptExecutable() {
   receiptProxy_.reset();
   receiptStatusProxy_.reset();
-  if (!observeServices()) {
+  // Needed no longer than the launch takes: later announcements are of other processes.
+  ipc::NotificationObserver observer;
+  if (!observeServices(observer)) {
     return failLaunch();
   }
   if (!currentStrategy_->configuration().productName()) {
@@ -92,16 +94,15 @@ bool QVNReceiptClient::failLaunch() {
   return false;
 }
 
-bool QVNReceiptClient::observeServices() {
-  startObserver_ = std::make_unique<ipc::NotificationObserver>();
-  if (!startObserver_->isListening()) {
+bool QVNReceiptClient::observeServices(ipc::NotificationObserver& observer) {
+  if (!observer.isListening()) {
     // What a process announces that nobody can hear would be waited for in vain.
     logging::error("Unable to hear of the receipt's services. The receipt at %@ is not launched.", receiptPath());
     return false;
   }
-  observeService(kQVNInstallationReceiptServiceStartedNotification, kQVNInstallationReceiptServiceNameFormat,
+  observeService(observer, kQVNInstallationReceiptServiceStartedNotification, kQVNInstallationReceiptServiceNameFormat,
                  &QVNReceiptClient::handleReceiptStartNotification);
-  observeService(kQVNInstallationStatusServiceStartedNotification, kQVNInstallationStatusServiceNameFormat,
+  observeService(observer, kQVNInstallationStatusServiceStartedNotification, kQVNInstallationStatusServiceNameFormat,
                  &QVNReceiptClient::handleReceiptStatusStartNotification);
   logging::debug("----- registered observers on %@ and %@ with object %@",
                  kQVNInstallationReceiptServiceStartedNotification, kQVNInstallationStatusServiceStartedNotification,
@@ -109,16 +110,16 @@ bool QVNReceiptClient::observeServices() {
   return true;
 }
 
-void QVNReceiptClient::observeService(std::string_view notification, std::string_view serviceNameFormat,
-                                      ServiceStarted handler) {
-  startObserver_->add(std::string(notification), senderIdentifier(),
-                      [this, serviceNameFormat, handler](const Notification& heard) {
-                        // Another installer may have launched this receipt too; its process serves that one alone.
-                        const int ours = receiptTask_ ? receiptTask_->processIdentifier() : 0;
-                        if (serviceNameIn(heard) == foundation::format(serviceNameFormat, ours)) {
-                          (this->*handler)(heard);
-                        }
-                      });
+void QVNReceiptClient::observeService(ipc::NotificationObserver& observer, std::string_view notification,
+                                      std::string_view serviceNameFormat, ServiceStarted handler) {
+  observer.add(std::string(notification), senderIdentifier(),
+               [this, serviceNameFormat, handler](const Notification& heard) {
+                 // Another installer may have launched this receipt too; its process serves that one alone.
+                 const int ours = receiptTask_ ? receiptTask_->processIdentifier() : 0;
+                 if (serviceNameIn(heard) == foundation::format(serviceNameFormat, ours)) {
+                   (this->*handler)(heard);
+                 }
+               });
 }
 
 bool QVNReceiptClient::startTask() {

@@ -60,8 +60,9 @@ class QVNReceiptClient {
   [[nodiscard]] std::string receiptPath() const;
   /// The object of everything that this receipt's process announces.
   [[nodiscard]] std::string senderIdentifier() const;
-  [[nodiscard]] bool observeServices();
-  void observeService(std::string_view notification, std::string_view serviceNameFormat, ServiceStarted handler);
+  [[nodiscard]] bool observeServices(ipc::NotificationObserver& observer);
+  void observeService(ipc::NotificationObserver& observer, std::string_view notification,
+                      std::string_view serviceNameFormat, ServiceStarted handler);
   [[nodiscard]] bool startTask();
   void waitForServices();
   [[nodiscard]] bool hasServices() const { return receiptProxy_ && receiptStatusProxy_; }
@@ -85,7 +86,6 @@ class QVNReceiptClient {
   std::unique_ptr<QVNInstallationStatusProxy> receiptStatusProxy_;
   std::optional<std::string> receiptServiceName_;
   std::optional<foundation::Task> receiptTask_;
-  std::unique_ptr<ipc::NotificationObserver> startObserver_;
   bool runLoopShouldKeepRunning_ = false;
   bool isToldToEnd_ = false;
   bool isEndReported_ = false;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -29,6 +31,24 @@ class EngineInRoot : public InPrivateRoot {
   }
   support::Outcome install(const support::RunOptions& surroundings = {}) {
     return runEngine({"--install"}, surroundings);
+  }
+
+  /// The engine's processes that run in the root, with their command lines.
+  std::string enginesRunning() {
+    return root()
+        .shell("for p in /proc/[0-9]*; do grep -qa '[I]nstallationDeployer' $p/cmdline 2>/dev/null && echo $p; done")
+        .standardOutput;
+  }
+  /// Waits until no process of the engine is left; false when one stays.
+  bool noEngineIsLeft() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!enginesRunning().empty()) {
+      if (std::chrono::steady_clock::now() > deadline) {
+        return false;
+      }
+      std::this_thread::yield();
+    }
+    return true;
   }
 
   static PropertyList dictionary(std::vector<std::pair<std::string, PropertyList>> entries) {

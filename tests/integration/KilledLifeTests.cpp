@@ -1,10 +1,5 @@
-#include <climits>
-#include <set>
-#include <sstream>
-#include <utility>
-
+#include "tests/integration/ManyMoments.h"
 #include "tests/integration/ProductLife.h"
-#include "tests/support/KilledRun.h"
 
 namespace tests {
 namespace {
@@ -17,9 +12,6 @@ using support::SnapshotEntry;
 /// what attributes they have; looks; and lets the next run finish.
 class KilledLife : public ProductLife, public ::testing::WithParamInterface<KillMoment::When> {
  protected:
-  /// How many moments of a run are tried, evenly spread over it.
-  static constexpr unsigned long kMoments = 14;
-
   void SetUp() override {
     ProductLife::SetUp();
     if (IsSkipped()) {
@@ -39,20 +31,6 @@ class KilledLife : public ProductLife, public ::testing::WithParamInterface<Kill
     std::erase_if(all, [](const SnapshotEntry& entry) { return isTemporary(entry.path); });
     return all;
   }
-  static std::string difference(const support::Snapshot& found, const support::Snapshot& wanted) {
-    std::ostringstream text;
-    for (const SnapshotEntry& entry : found) {
-      if (std::ranges::find(wanted, entry) == wanted.end()) {
-        text << "too much: " << entry << "\n";
-      }
-    }
-    for (const SnapshotEntry& entry : wanted) {
-      if (std::ranges::find(found, entry) == found.end()) {
-        text << "missing: " << entry << "\n";
-      }
-    }
-    return text.str();
-  }
   /// Every item that shows is one of the old or of the new tree, whole and with its attributes.
   void expectOnlyWhole(const support::Snapshot& oldTree, const support::Snapshot& newTree) {
     for (const SnapshotEntry& entry : visible()) {
@@ -71,31 +49,12 @@ class KilledLife : public ProductLife, public ::testing::WithParamInterface<Kill
   template <class Prepare, class Look>
   void atEveryMoment(const std::vector<std::string>& arguments, const std::optional<std::string>& child,
                      Prepare prepare, Look look) {
-    KillMoment moment;
-    moment.calls = KilledRun::nameAndAttributeChanges();
-    moment.when = GetParam();
-    moment.child = child;
-    moment.number = ULONG_MAX;
-    prepare();
-    const auto whole = KilledRun::run(root(), arguments, moment);
-    ASSERT_EQ(whole.outcome.exitCode, 0) << whole.outcome.standardError;
-    ASSERT_GT(whole.callsSeen, 3U);
-    std::set<unsigned long> numbers;
-    for (unsigned long index = 0; index < kMoments; ++index) {
-      numbers.insert(1 + index * (whole.callsSeen - 1) / (kMoments - 1));
-    }
-    for (const unsigned long number : numbers) {
-      SCOPED_TRACE("killed at change " + std::to_string(number) + " of " + std::to_string(whole.callsSeen));
-      moment.number = number;
-      prepare();
-      const auto killed = KilledRun::run(root(), arguments, moment);
-      ASSERT_TRUE(killed.reached);
-      EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
-      look(killed.outcome);
-      if (HasFailure()) {
-        return;
-      }
-    }
+    killAtManyMoments(
+        GetParam(), child, arguments, prepare, [&] { return &root(); },
+        [&](const support::Outcome& killed) {
+          EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+          look(killed);
+        });
   }
 
   void expectUpgradeSurvives(const std::optional<std::string>& child) {

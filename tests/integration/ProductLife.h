@@ -1,8 +1,6 @@
 #pragma once
 
-#include <chrono>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/integration/EngineInRoot.h"
@@ -85,24 +83,6 @@ class ProductLife : public EngineInRoot {
   ino_t inodeOf(const std::string& inside) {
     struct stat item {};
     return stat(root().path(inside).c_str(), &item) == 0 ? item.st_ino : 0;
-  }
-
-  /// The engine's processes that run in the root, with their command lines.
-  std::string enginesRunning() {
-    return root()
-        .shell("for p in /proc/[0-9]*; do grep -qa '[I]nstallationDeployer' $p/cmdline 2>/dev/null && echo $p; done")
-        .standardOutput;
-  }
-  /// Waits until no process of the engine is left; false when one stays.
-  bool noEngineIsLeft() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!enginesRunning().empty()) {
-      if (std::chrono::steady_clock::now() > deadline) {
-        return false;
-      }
-      std::this_thread::yield();
-    }
-    return true;
   }
 
  private:

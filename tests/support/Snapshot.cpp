@@ -137,6 +137,21 @@ Snapshot takeSnapshot(const std::string& outside, const std::string& path) {
   return snapshot;
 }
 
+std::string difference(const Snapshot& found, const Snapshot& wanted) {
+  std::ostringstream text;
+  for (const SnapshotEntry& entry : found) {
+    if (std::ranges::find(wanted, entry) == wanted.end()) {
+      text << "too much: " << entry << '\n';
+    }
+  }
+  for (const SnapshotEntry& entry : wanted) {
+    if (std::ranges::find(found, entry) == found.end()) {
+      text << "missing: " << entry << '\n';
+    }
+  }
+  return text.str();
+}
+
 std::string listing(const Snapshot& snapshot) {
   std::ostringstream text;
   for (const SnapshotEntry& entry : snapshot) {

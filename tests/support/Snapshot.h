@@ -31,6 +31,8 @@ using Snapshot = std::vector<SnapshotEntry>;
 /// Everything at and below `path` (of the directory `outside`), sorted by path, links not followed and other
 /// file systems mounted below not entered. Empty when there is nothing.
 [[nodiscard]] Snapshot takeSnapshot(const std::string& outside, const std::string& path);
+/// What one has and the other has not, one line each; empty when they are equal.
+[[nodiscard]] std::string difference(const Snapshot& found, const Snapshot& wanted);
 /// For people: mode, owner, group, size, path; one line each, checksums left out.
 [[nodiscard]] std::string listing(const Snapshot& snapshot);
 

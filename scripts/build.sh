@@ -5,7 +5,7 @@ set -eu
 
 preset=${1:-release}
 [ $# -eq 0 ] || shift
-[ $# -ne 0 ] || set -- InstallationDeployer installer-tool
+[ $# -ne 0 ] || set -- InstallationDeployer Installer installer-tool
 
 scripts/setup.sh
 cmake --preset "$preset"

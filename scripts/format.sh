@@ -4,5 +4,5 @@ set -eu
 . "$(dirname "$0")/common.sh"
 
 scripts/setup.sh --with-lint
-find InstallationDeployer general tools tests benchmarks fuzz \( -name '*.cpp' -o -name '*.h' \) -print0 |
+find InstallationDeployer frontend general tools tests benchmarks fuzz \( -name '*.cpp' -o -name '*.h' \) -print0 |
   xargs -0 clang-format -i

@@ -5,7 +5,7 @@ set -eu
 
 scripts/setup.sh --with-lint
 failed=
-find InstallationDeployer general tools tests benchmarks fuzz \( -name '*.cpp' -o -name '*.h' \) -print0 |
+find InstallationDeployer frontend general tools tests benchmarks fuzz \( -name '*.cpp' -o -name '*.h' \) -print0 |
   xargs -0 clang-format --dry-run -Werror || failed="$failed layout"
 
 cmake --preset release >/dev/null

@@ -41,11 +41,13 @@ std::set<std::string> neededLibraries(const std::string& path) {
   return names;
 }
 
-TEST(EngineBinary, NeedsNothingAtRunTimeButTheCLibrary) {
+class ReceiptBinary : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(ReceiptBinary, NeedsNothingAtRunTimeButTheCLibrary) {
   if (std::string(CORVANE_SANITIZERS) != "") {
-    GTEST_SKIP() << "an engine with sanitizers needs their libraries";
+    GTEST_SKIP() << "a program with sanitizers needs their libraries";
   }
-  std::set<std::string> needed = neededLibraries(CORVANE_ENGINE);
+  std::set<std::string> needed = neededLibraries(GetParam());
   EXPECT_EQ(needed.count("libc.so.6"), 1U);
   // Its loader and its mathematics are parts of the C library and come with it.
   for (const char* part : {"libc.so.6", "libm.so.6", "ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"}) {
@@ -53,6 +55,9 @@ TEST(EngineBinary, NeedsNothingAtRunTimeButTheCLibrary) {
   }
   EXPECT_EQ(needed, std::set<std::string>{});
 }
+
+// Both are copied into receipts, and run from there.
+INSTANTIATE_TEST_SUITE_P(EngineAndFrontEnd, ReceiptBinary, ::testing::Values(CORVANE_ENGINE, CORVANE_FRONT_END));
 
 }  // namespace
 }  // namespace tests

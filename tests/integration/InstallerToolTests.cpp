@@ -75,6 +75,7 @@ class OnTerminal {
     texts.push_back(nullptr);
     child_ = fork();
     if (child_ == 0) {
+      setenv("TERM", "xterm", 1);
       const int terminal = open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
       if (terminal >= 0 && dup2(terminal, STDERR_FILENO) >= 0) {
         execv(texts[0], texts.data());

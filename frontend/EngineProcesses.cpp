@@ -1,0 +1,89 @@
+#include "frontend/EngineProcesses.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <system_error>
+#include <utility>
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/TextFormat.h"
+#include "general/system/ExecutableLocation.h"
+#include "general/system/TQProcessInfo.h"
+
+namespace frontend {
+
+namespace fs = std::filesystem;
+namespace paths = foundation::paths;
+using foundation::format;
+
+namespace {
+
+// Kernels keep no more of a name.
+constexpr std::size_t kShortestKeptName = 15;
+
+bool isNameOfEngine(std::string_view name) {
+  const std::string_view whole = deployer::kQVNInstallationDeployerName;
+  return name == whole || (name.size() >= kShortestKeptName && whole.starts_with(name));
+}
+
+std::optional<std::string> engineIn(const std::string& folder) {
+  std::string engine = paths::append(folder, deployer::kQVNInstallationDeployerName);
+  std::error_code error;
+  return fs::is_regular_file(engine, error) ? std::optional(std::move(engine)) : std::nullopt;
+}
+
+}  // namespace
+
+EngineProcess lookForEngine(int processIdentifier) {
+  platform::ProcessRecord* list = nullptr;
+  std::size_t count = 0;
+  if (platform::GetBSDProcessList(&list, &count) != 0) {
+    return EngineProcess::None;
+  }
+  const std::unique_ptr<platform::ProcessRecord, decltype(&std::free)> owner(list, std::free);
+  const std::span<const platform::ProcessRecord> all(list, count);
+  const auto found = std::ranges::find(all, processIdentifier, &platform::ProcessRecord::processId);
+  if (found == all.end()) {
+    return EngineProcess::None;
+  }
+  return isNameOfEngine(found->command) ? EngineProcess::Engine : EngineProcess::Other;
+}
+
+std::string reasonNotToWatch(int processIdentifier, EngineProcess found) {
+  switch (found) {
+    case EngineProcess::None:
+      return format("There is no process %d.", processIdentifier);
+    case EngineProcess::Other:
+      return format("Process %d is not an installation engine.", processIdentifier);
+    case EngineProcess::Engine:
+      break;
+  }
+  return format("The engine with process number %d cannot be watched: it was not started with --ui.",
+                processIdentifier);
+}
+
+std::optional<std::string> engineBeside(std::string_view startedAs) {
+  std::error_code error;
+  const std::string here = fs::current_path(error).string();
+  const std::string folder = paths::standardize(paths::resolve(here, platform::folderOfExecutable(startedAs)));
+  if (auto engine = engineIn(folder)) {
+    return engine;
+  }
+  const fs::path real = fs::canonical(paths::append(folder, paths::lastComponent(startedAs)), error);
+  return error ? std::nullopt : engineIn(real.parent_path().string());
+}
+
+foundation::Task startEngine(const std::string& engine, const std::vector<std::string>& arguments,
+                             foundation::Descriptor output) {
+  foundation::Task task(engine, arguments);
+  task.setOwnSession(true);
+  task.writeOutputTo(std::move(output));
+  task.launch();
+  return task;
+}
+
+}  // namespace frontend

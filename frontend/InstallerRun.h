@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "frontend/Presenter.h"
+#include "general/foundation/Descriptor.h"
+
+namespace frontend {
+
+/// What the command line asks for.
+struct InstallerOptions {
+  std::optional<std::string> product;
+  bool remove = false;
+  int watch = 0;  ///< process number; 0: start an engine
+  bool json = false;
+  bool verbose = false;
+};
+
+/// One call of the command: starts or finds the engine, shows the run, obeys signals.
+class InstallerRun {
+ public:
+  InstallerRun(InstallerOptions options, std::string startedAs);
+
+  /// The exit code, when the run has been shown to its end.
+  [[nodiscard]] int run();
+
+ private:
+  [[nodiscard]] RunEnd attachAndFollow();
+  [[nodiscard]] RunEnd startAndFollow();
+  [[nodiscard]] RunEnd follow(RunFollower& follower);
+  void obey(int signal);
+  [[nodiscard]] std::vector<std::string> engineArguments() const;
+  [[nodiscard]] foundation::Descriptor openLog();
+  [[nodiscard]] std::unique_ptr<Presenter> makePresenter() const;
+
+  const InstallerOptions options_;
+  const std::string startedAs_;
+  RunFacts facts_;
+  std::unique_ptr<Presenter> presenter_;
+  RunFollower* follower_ = nullptr;  // while it follows
+  bool cancelAsked_ = false;
+};
+
+}  // namespace frontend

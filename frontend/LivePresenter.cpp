@@ -1,0 +1,52 @@
+#include "frontend/LivePresenter.h"
+
+#include <utility>
+
+#include "frontend/PlainPresenter.h"
+#include "general/foundation/TextFormat.h"
+#include "general/terminal/Terminal.h"
+
+namespace frontend {
+
+using foundation::format;
+
+LivePresenter::LivePresenter(Output terminal, Output trouble, std::function<std::size_t()> columns)
+    : terminal_(std::move(terminal)), trouble_(std::move(trouble)), columns_(std::move(columns)) {}
+
+void LivePresenter::begin(const RunFacts& facts) {
+  doing_ = facts.purpose == Purpose::Watch ? "Connecting" : "Starting";
+  draw();
+}
+
+void LivePresenter::watching(int /*processIdentifier*/) {}
+
+void LivePresenter::stateChanged(deployer::QVNInstallerState state) {
+  if (!deployer::isCompletionState(state)) {
+    doing_ = deployer::getNameForState(state);
+    draw();
+  }
+}
+
+void LivePresenter::progressChanged(int percent) {
+  percent_ = percent;
+  draw();
+}
+
+void LivePresenter::cancelAsked() {
+  terminal_(std::string(terminal::kEraseLine) + std::string(kCancelText) + "\n");
+  draw();
+}
+
+void LivePresenter::widthChanged() { draw(); }
+
+void LivePresenter::end(const RunOutcome& outcome, const RunFacts& facts) {
+  terminal_(terminal::kEraseLine);
+  PlainPresenter(terminal_, trouble_).end(outcome, facts);
+}
+
+void LivePresenter::draw() {
+  const std::string tail = format(" %3d %%  %@", percent_, doing_);
+  terminal_(std::string(terminal::kEraseLine) + terminal::lineWithBar(percent_ / 100.0, tail, columns_()));
+}
+
+}  // namespace frontend

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "frontend/Presenter.h"
+
+namespace frontend {
+
+/// One line with a bar and the state, drawn in place on a terminal, and whole lines for what shall stay. Nothing but
+/// that line is ever erased, and it is at the end.
+class LivePresenter : public Presenter {
+ public:
+  /// @param columns asks for the width of the terminal.
+  LivePresenter(Output terminal, Output trouble, std::function<std::size_t()> columns);
+
+  void begin(const RunFacts& facts) override;
+  void watching(int processIdentifier) override;
+  void stateChanged(deployer::QVNInstallerState state) override;
+  void progressChanged(int percent) override;
+  void cancelAsked() override;
+  void widthChanged() override;
+  void end(const RunOutcome& outcome, const RunFacts& facts) override;
+
+ private:
+  void draw();
+
+  Output terminal_;
+  Output trouble_;
+  std::function<std::size_t()> columns_;
+  std::string doing_;
+  int percent_ = 0;
+};
+
+}  // namespace frontend

@@ -1,0 +1,41 @@
+#include "frontend/PlainPresenter.h"
+
+#include "general/foundation/TextFormat.h"
+#include "general/terminal/PrintableText.h"
+
+namespace frontend {
+
+using foundation::format;
+
+void PlainPresenter::begin(const RunFacts& facts) {
+  print(format(facts.purpose == Purpose::Watch ? "Watching process %d" : "Engine started: process %d", facts.process));
+}
+
+void PlainPresenter::watching(int /*processIdentifier*/) {}
+
+void PlainPresenter::stateChanged(deployer::QVNInstallerState state) {
+  state_ = state;
+  // The outcome says the rest.
+  if (!deployer::isCompletionState(state)) {
+    print(deployer::getNameForState(state));
+  }
+}
+
+void PlainPresenter::progressChanged(int percent) {
+  if (percent / 10 > shownTens_ && state_) {
+    shownTens_ = percent / 10;
+    print(format("%s, %d %%", deployer::getNameForState(*state_), percent));
+  }
+}
+
+void PlainPresenter::cancelAsked() { print(kCancelText); }
+
+void PlainPresenter::end(const RunOutcome& outcome, const RunFacts& facts) {
+  const bool isFine = outcome.exitCode == 0 || outcome.exitCode == kExitDetached;
+  (isFine ? output_ : trouble_)(format("%@ Exit code %d.\n%@\n", terminal::printable(outcome.text), outcome.exitCode,
+                                       terminal::printable(logText(facts))));
+}
+
+void PlainPresenter::print(std::string_view line) { output_(std::string(line) + "\n"); }
+
+}  // namespace frontend

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <optional>
+
+#include "frontend/Presenter.h"
+
+namespace frontend {
+
+/// Line after line, for files, pipes and terminals that know nothing else: every state, and progress in steps of ten.
+class PlainPresenter : public Presenter {
+ public:
+  /// @param trouble where the outcome of a run goes that did not succeed.
+  PlainPresenter(Output output, Output trouble) : output_(std::move(output)), trouble_(std::move(trouble)) {}
+
+  void begin(const RunFacts& facts) override;
+  void watching(int processIdentifier) override;
+  void stateChanged(deployer::QVNInstallerState state) override;
+  void progressChanged(int percent) override;
+  void cancelAsked() override;
+  void end(const RunOutcome& outcome, const RunFacts& facts) override;
+
+ protected:
+  void print(std::string_view line);
+
+ private:
+  Output output_;
+  Output trouble_;
+  std::optional<deployer::QVNInstallerState> state_;
+  int shownTens_ = 0;
+};
+
+}  // namespace frontend

@@ -1,0 +1,80 @@
+#include "frontend/RunOutcome.h"
+
+#include "general/foundation/TextFormat.h"
+
+namespace frontend {
+
+using deployer::QVNInstallerState;
+using foundation::format;
+
+namespace {
+
+constexpr const char* kSystemLog = "the system log, under \"Corvane Installer\"";
+
+int exitCodeFor(QVNInstallerState state) { return static_cast<int>(static_cast<std::uint32_t>(state)); }
+
+std::string refusal(const RunFacts& facts, int exitCode) {
+  const std::string text = format("The engine ended with exit code %d before it could be watched. ", exitCode);
+  return text + (facts.isRoot ? "Its log says why."
+                              : "It has to run as root: start this program as root, for example with sudo.");
+}
+
+std::string farewell(int process) {
+  return format(
+      "The engine (process %d) goes on by itself. At its end it waits until somebody has seen how the run ended: "
+      "`Installer --watch %d` shows it and lets the engine leave.",
+      process, process);
+}
+
+std::string removalText(QVNInstallerState state) {
+  if (state == deployer::QVNInstallerStateSuccess) {
+    return "The product was removed.";
+  }
+  return state == deployer::QVNInstallerStateCancelled ? "The removal was cancelled." : "The removal failed.";
+}
+
+}  // namespace
+
+RunOutcome outcomeOf(const RunEnd& end, const RunFacts& facts) {
+  const int state = exitCodeFor(end.state);
+  switch (end.kind) {
+    case RunEnd::Kind::Finished:
+      return {"finished", end.state, finalStateText(end.state, facts.purpose), state};
+    case RunEnd::Kind::Refused:
+      return {"refused", end.state, refusal(facts, state), state};
+    case RunEnd::Kind::Lost:
+      return {"lost", std::nullopt, end.reason + " Run the same command again: it begins anew.", kExitLost};
+    case RunEnd::Kind::Unwatched:
+      return {"unwatched", std::nullopt, end.reason, kExitUnwatched};
+    case RunEnd::Kind::Detached:
+      break;
+  }
+  return {"detached", std::nullopt, farewell(facts.process), kExitDetached};
+}
+
+std::string finalStateText(QVNInstallerState state, Purpose purpose) {
+  if (purpose == Purpose::Remove) {
+    return removalText(state);
+  }
+  // For a run that somebody else started, this program does not know what it was for.
+  const bool isCancelled = state == deployer::QVNInstallerStateCancelled;
+  if (purpose == Purpose::Watch && isCancelled) {
+    return "The run was cancelled.";
+  }
+  if (purpose == Purpose::Watch && state == deployer::QVNInstallerStateSuccess) {
+    return "The run was successful.";
+  }
+  if (purpose == Purpose::Watch && state == deployer::QVNInstallerStateFailed) {
+    return "The run failed.";
+  }
+  return isCancelled ? "The installation was cancelled." : deployer::getNameForState(state);
+}
+
+std::string logText(const RunFacts& facts) {
+  if (facts.logIsShown) {
+    return format("Log: shown above, and in %s.", kSystemLog);
+  }
+  return facts.logFile ? format("Log: %@, and %s.", *facts.logFile, kSystemLog) : format("Log: %s.", kSystemLog);
+}
+
+}  // namespace frontend

@@ -1,0 +1,67 @@
+#include "frontend/StatusConnection.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "general/foundation/TextFormat.h"
+#include "general/system/SystemProfile.h"
+
+namespace frontend {
+
+using deployer::kQVNInstallationStatusProtocol;
+using deployer::QVNInstallerState;
+
+namespace {
+
+// An engine answers at once, whatever it is doing: who does not has been stopped or hangs, and its front end must stay
+// able to react.
+constexpr double kPatience = 3.0;
+constexpr std::int64_t kWholeRun = 100;
+
+}  // namespace
+
+std::vector<std::byte> FrontEndIdentity::authenticationDataForComponents(std::span<const std::byte> /*components*/) {
+  const platform::ProfileData shown = platform::systemProfileData();
+  return {shown.begin(), shown.end()};
+}
+
+bool FrontEndIdentity::authenticateComponents(std::span<const std::byte> /*components*/,
+                                              std::span<const std::byte> data) {
+  return std::ranges::equal(data, platform::clientProfileData());
+}
+
+StatusConnection::StatusConnection(std::unique_ptr<ipc::ClientConnection> connection)
+    : connection_(std::move(connection)) {
+  connection_->setDelegate(&identity_);
+  connection_->setReplyTimeout(kPatience);
+  connection_->setRequestTimeout(kPatience);
+}
+
+std::unique_ptr<StatusConnection> StatusConnection::toEngine(int processIdentifier) {
+  auto connection = ipc::ClientConnection::connectionWithRegisteredName(
+      foundation::format(deployer::kQVNInstallationStatusServiceNameFormat, processIdentifier));
+  return connection ? std::unique_ptr<StatusConnection>(new StatusConnection(std::move(connection))) : nullptr;
+}
+
+QVNInstallerState StatusConnection::state() {
+  return static_cast<QVNInstallerState>(ask("getCurrentState").integer().value_or(0));
+}
+
+int StatusConnection::progress() {
+  return static_cast<int>(std::clamp<std::int64_t>(ask("getProgress").integer().value_or(0), 0, kWholeRun));
+}
+
+void StatusConnection::cancelInstallation() { ask("cancelInstallation"); }
+
+void StatusConnection::shutdownService() { ask("shutdownService"); }
+
+void StatusConnection::observeChanges() { connection_->observeNotifications(); }
+
+void StatusConnection::takeChanges() { (void)connection_->takeNotifications(); }
+
+foundation::PropertyList StatusConnection::ask(std::string_view selector) {
+  return connection_->invoke(*kQVNInstallationStatusProtocol.operation(selector), {});
+}
+
+}  // namespace frontend

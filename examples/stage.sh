@@ -7,7 +7,7 @@ set -eu
 example=$(cd "$(dirname "$0")" && pwd)
 folder=$1
 mkdir "$folder"
-cp -R "$example/Description.plist" "$example/Authoring" "$example/FrontEnd" "$example/Staged" "$folder/"
+cp -R "$example/Description.plist" "$example/Authoring" "$example/Staged" "$folder/"
 
 readonly_owner=0:0
 admin_group=0:80

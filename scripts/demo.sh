@@ -17,7 +17,7 @@ heading() {
 }
 
 heading "Build"
-scripts/build.sh release InstallationDeployer installer-tool private-root
+scripts/build.sh release InstallationDeployer Installer installer-tool private-root
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

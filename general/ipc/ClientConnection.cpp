@@ -112,10 +112,10 @@ class ClientConnection::Implementation {
   /// Takes in what has come, without waiting. What ends the connection is kept.
   void takeIn() {
     try {
+      // What came along with an answer has been read already.
+      keepAllUnasked();
       for (int piece = 0; piece < kMostPiecesAtOnce && receiveSome(); ++piece) {
-        while (auto message = nextMessage()) {
-          keepUnasked(*message);
-        }
+        keepAllUnasked();
       }
     } catch (const RemoteException&) {
       // Told by isValid(), and to who asks for notifications.
@@ -201,6 +201,12 @@ class ClientConnection::Implementation {
       fail(kFailedAuthenticationException, "The answer was not authentic.");
     }
     return message;
+  }
+
+  void keepAllUnasked() {
+    while (const auto message = nextMessage()) {
+      keepUnasked(*message);
+    }
   }
 
   void keepUnasked(const Message& message) {

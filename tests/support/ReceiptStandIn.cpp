@@ -97,9 +97,7 @@ class StandIn {
       ended_ = true;
     } else if (selector == "removeComponents:") {
       return PropertyList(answers.empty());
-    } else if (selector == "getCurrentState") {
-      return PropertyList(std::int64_t{0});
-    } else if (selector == "getProgress") {
+    } else if (selector == "getCurrentState" || selector == "getProgress") {
       return PropertyList(std::int64_t{0});
     } else if (answers == "odd" && selector == "componentsAndVersions") {
       return PropertyList::dictionary({{"Core", 5}});

@@ -1,6 +1,8 @@
 #!/bin/bash
 # Builds the engine, makes an Installer.app of the example product, installs it in a private root directory and shows what
-# happened. The host is not touched. Fails when anything is not as expected.
+# happened; then leads the products of examples/Life through their whole life in another one: install, upgrade, repair,
+# second product, cross-grade, refusal, nested engine, removal. The host is not touched. Fails when anything is not as
+# expected.
 #
 # demo.sh [--copies]: with --copies as on a machine that allows no mounts.
 set -euo pipefail
@@ -118,3 +120,16 @@ if [ "$status" -ne 0 ]; then
 fi
 [ "$missing" -eq 0 ] || fail "$missing things are not as expected"
 say "Everything is as expected. The private root directory is gone."
+
+heading "The whole life of products, in a private root directory of its own"
+examples/Life/stage.sh "$work/life"
+copies=()
+for bundle in Guard-1.0 Guard-1.1 Extras; do
+  mkdir "$work/$bundle"
+  "$bin/installer-tool" build "$work/life/$bundle.plist" --output "$work/$bundle" --quiet
+  copies+=(--copy "$work/$bundle/Installer.app=/Volumes/$bundle/Installer.app")
+done
+"$bin/private-root" "$@" "${copies[@]}" \
+  --copy "$work/life/Staged/MailClassic=/demo/MailClassic" --copy "$project/scripts/demo-life.sh=/demo/life.sh" \
+  -- /bin/sh /demo/life.sh || fail "the life of the products was not as expected"
+say "The private root directory is gone."

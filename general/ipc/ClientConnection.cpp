@@ -109,6 +109,15 @@ class ClientConnection::Implementation {
     throw RemoteException(*end_);
   }
 
+  [[noreturn]] void failAsGone() {
+    // It may have said why.
+    takeIn();
+    if (end_ && end_->name() == kFailedAuthenticationException) {
+      throw RemoteException(*end_);
+    }
+    fail(kInvalidSendPortException, "The peer has gone.");
+  }
+
   /// Takes in what has come, without waiting. What ends the connection is kept.
   void takeIn() {
     try {
@@ -146,7 +155,7 @@ class ClientConnection::Implementation {
           fail(kPortTimeoutException, "The peer did not take the request in time.");
         }
       } else if (errno != EINTR) {
-        fail(kInvalidSendPortException, "The peer has gone.");
+        failAsGone();
       }
     }
   }

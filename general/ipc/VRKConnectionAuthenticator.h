@@ -8,6 +8,7 @@ namespace ipc {
 /// the client profile data in return. New connections of a peer get their parent's delegate, so each is vetted alike.
 class VRKConnectionAuthenticator : public ConnectionDelegate {
  public:
+  VRKConnectionAuthenticator();
   [[nodiscard]] std::vector<std::byte> authenticationDataForComponents(std::span<const std::byte> components) override;
   [[nodiscard]] bool authenticateComponents(std::span<const std::byte> components,
                                             std::span<const std::byte> data) override;

@@ -1,0 +1,285 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "frontend/RunFollower.h"
+#include "general/foundation/TextFormat.h"
+#include "general/foundation/Thread.h"
+#include "general/ipc/ServerConnection.h"
+#include "general/ipc/VRKConnectionAuthenticator.h"
+#include "tests/support/CapturedLog.h"
+#include "tests/support/PrivateRunFolder.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace frontend {
+namespace {
+
+using namespace deployer;
+using foundation::PropertyList;
+using foundation::RunLoop;
+
+/// Vouches for nobody.
+class Impostor : public ipc::ConnectionDelegate {
+ public:
+  std::vector<std::byte> authenticationDataForComponents(std::span<const std::byte> /*components*/) override {
+    return std::vector<std::byte>(16);
+  }
+  bool authenticateComponents(std::span<const std::byte> /*components*/, std::span<const std::byte> /*data*/) override {
+    return true;
+  }
+};
+
+/// The status service of an engine, on a thread of its own: tells one state after the other, each time it is asked, and
+/// stays at the last one. It never announces a change.
+class StandInService : public QVNInstallationStatusProtocol {
+ public:
+  struct Script {
+    std::vector<std::int32_t> states;
+    std::int64_t progress = 0;
+    std::size_t breakAfter = 0;  ///< answers about the state until all connections break once; 0: never
+    std::size_t goneAfter = 0;   ///< answers about the state until the service ends; 0: when it is told to
+    bool isImpostor = false;
+    std::function<void()> atEachState = [] {};
+  };
+
+  StandInService(int process, Script script)
+      : name_(foundation::format(kQVNInstallationStatusServiceNameFormat, process)), script_(std::move(script)) {
+    thread_.emplace("stand-in", [this] { serve(); });
+    std::unique_lock lock(lock_);
+    changed_.wait(lock, [this] { return isVended_; });
+  }
+  ~StandInService() override {
+    over_ = true;
+    loop_->wakeUp();
+  }
+  StandInService(const StandInService&) = delete;
+  StandInService& operator=(const StandInService&) = delete;
+
+  std::int32_t getCurrentState() override {
+    const std::size_t asked = asked_++;
+    script_.atEachState();
+    breakNow_ = asked_ == script_.breakAfter;
+    over_ = over_ || asked_ == script_.goneAfter;
+    return script_.states[std::min(asked, script_.states.size() - 1)];
+  }
+  std::int64_t getProgress() override { return script_.progress; }
+  void cancelInstallation() override { cancelled = true; }
+  void shutdownService() override { over_ = wasShutDown = true; }
+
+  std::atomic<bool> cancelled = false;
+  std::atomic<bool> wasShutDown = false;
+
+ private:
+  void serve() {
+    auto connection = vend();
+    loop_ = RunLoop::current();
+    {
+      const std::lock_guard lock(lock_);
+      isVended_ = true;
+      changed_.notify_all();
+    }
+    while (!over_) {
+      loop_->runUntil(RunLoop::Clock::time_point::max());
+      if (std::exchange(breakNow_, false)) {
+        connection.reset();
+        connection = vend();
+      }
+    }
+  }
+  std::unique_ptr<ipc::ServerConnection> vend() {
+    ipc::ServerConnection::Options options;
+    options.peers = ipc::ServerConnection::Peers::Everybody;
+    auto connection = std::make_unique<ipc::ServerConnection>(options);
+    if (script_.isImpostor) {
+      connection->setDelegate(std::make_shared<Impostor>());
+    } else {
+      connection->setDelegate(std::make_shared<ipc::VRKConnectionAuthenticator>());
+    }
+    connection->setRootObject(
+        std::make_shared<const ipc::ProtocolChecker>(targetFor(*this), kQVNInstallationStatusProtocol));
+    EXPECT_TRUE(connection->registerName(name_));
+    return connection;
+  }
+
+  const std::string name_;
+  const Script script_;
+  std::size_t asked_ = 0;  // of the service's thread alone
+  bool breakNow_ = false;
+  std::atomic<bool> over_ = false;
+  std::shared_ptr<RunLoop> loop_;
+  std::mutex lock_;
+  std::condition_variable changed_;
+  bool isVended_ = false;
+  std::optional<foundation::NamedThread> thread_;
+};
+
+class RunFollowerTest : public ::testing::Test, protected RunListener {
+ protected:
+  void SetUp() override {
+    if (const auto reason = tests::enterPrivateRunFolder()) {
+      GTEST_SKIP() << *reason;
+    }
+  }
+  void watching(int processIdentifier) override { heard_ += "watching " + std::to_string(processIdentifier) + "\n"; }
+  void stateChanged(QVNInstallerState state) override { heard_ += "state " + std::to_string(state) + "\n"; }
+  void progressChanged(int percent) override { heard_ += "progress " + std::to_string(percent) + "\n"; }
+
+  /// Follows an engine of somebody else; the stand-in is what it is reached through.
+  RunEnd follow() {
+    RunFollower follower(*this, process_);
+    return follower.follow();
+  }
+
+  const int process_ = getpid();
+  const std::string watching_ = "watching " + std::to_string(process_) + "\n";
+  std::string heard_;
+  const tests::CapturedLog log_;
+};
+
+TEST_F(RunFollowerTest, HearsOfEveryStateThoughNoneIsAnnouncedAndAcknowledgesTheLast) {
+  const StandInService service(process_, {.states = {11, 11, 15, 21}, .progress = 40});
+  const RunEnd end = follow();
+  EXPECT_EQ(end.kind, RunEnd::Kind::Finished);
+  EXPECT_EQ(end.state, QVNInstallerStateCancelled);
+  EXPECT_EQ(heard_, watching_ + "state 11\nprogress 40\nstate 15\nstate 21\n");
+  EXPECT_TRUE(service.wasShutDown);
+}
+
+TEST_F(RunFollowerTest, GoesOnWhenItsConnectionBreaks) {
+  const StandInService service(process_, {.states = {11, 15, 16, 0}, .breakAfter = 2});
+  EXPECT_EQ(follow().kind, RunEnd::Kind::Finished);
+  EXPECT_EQ(heard_, watching_ + "state 11\nprogress 0\nstate 15\nstate 16\nstate 0\n");
+  EXPECT_TRUE(service.wasShutDown);
+}
+
+TEST_F(RunFollowerTest, LosesARunWhoseServiceGoesAwayWithoutAFinalState) {
+  const StandInService service(process_, {.states = {11}, .goneAfter = 2});
+  const RunEnd end = follow();
+  EXPECT_EQ(end.kind, RunEnd::Kind::Lost);
+  EXPECT_NE(end.reason.find("has gone"), std::string::npos);
+  EXPECT_FALSE(service.wasShutDown);
+}
+
+TEST_F(RunFollowerTest, CutsOffWhatIsNoPercentage) {
+  {
+    const StandInService service(process_, {.states = {11, 0}, .progress = INT64_MAX});
+    (void)follow();
+  }
+  const StandInService service(process_, {.states = {11, 0}, .progress = -5});
+  (void)follow();
+  EXPECT_EQ(heard_, watching_ + "state 11\nprogress 100\nstate 0\n" + watching_ + "state 11\nprogress 0\nstate 0\n");
+}
+
+TEST_F(RunFollowerTest, PassesStatesOnThatItDoesNotKnow) {
+  const StandInService service(process_, {.states = {99, -1, 0}});
+  EXPECT_EQ(follow().kind, RunEnd::Kind::Finished);
+  EXPECT_EQ(heard_, watching_ + "state 99\nprogress 0\nstate 4294967295\nstate 0\n");
+}
+
+TEST_F(RunFollowerTest, BelievesNoEngineThatCannotVouchForItself) {
+  const StandInService service(process_, {.states = {0}, .isImpostor = true});
+  const RunEnd end = follow();
+  EXPECT_EQ(end.kind, RunEnd::Kind::Unwatched);
+  EXPECT_NE(end.reason.find("does not let itself be watched"), std::string::npos) << end.reason;
+  EXPECT_EQ(heard_, "");
+  EXPECT_FALSE(service.wasShutDown);
+}
+
+TEST_F(RunFollowerTest, CancelsAsSoonAsTheEngineCanBeAsked) {
+  const StandInService service(process_, {.states = {11, 0}});
+  RunFollower follower(*this, process_);
+  follower.cancel();
+  EXPECT_FALSE(service.cancelled);
+  EXPECT_EQ(follower.follow().kind, RunEnd::Kind::Finished);
+  EXPECT_TRUE(service.cancelled);
+}
+
+TEST_F(RunFollowerTest, LeavesTheRunWhenToldToAndAcknowledgesNothing) {
+  const StandInService service(process_, {.states = {11}});
+  const auto loop = RunLoop::current();
+  {
+    RunFollower follower(*this, process_);
+    const auto timer = loop->addTimer(std::chrono::milliseconds(1), false, [&] { follower.detach(); });
+    EXPECT_EQ(follower.follow().kind, RunEnd::Kind::Detached);
+    loop->removeSource(timer);
+  }
+  EXPECT_FALSE(service.wasShutDown);
+  EXPECT_FALSE(loop->runUntil(RunLoop::Clock::now())) << "the follower left something in the loop";
+}
+
+/// With an engine of its own: a process that ends as it is told.
+class RunFollowerWithEngine : public RunFollowerTest {
+ protected:
+  void SetUp() override {
+    RunFollowerTest::SetUp();
+    ASSERT_EQ(mkfifo(gate_.c_str(), 0600), 0);
+    engine_.launch();
+  }
+  void TearDown() override {
+    if (engine_.isRunning()) {
+      kill(engine_.processIdentifier(), SIGKILL);
+      engine_.waitUntilExit();
+    }
+  }
+  void endEngine(const std::string& exitCode) { std::ofstream(gate_) << exitCode << "\n"; }
+
+  tests::TemporaryDirectory folder_;
+  const std::string gate_ = folder_.path("gate");
+  foundation::Task engine_{"/bin/sh", {"-c", "read code <" + gate_ + "; exit $code"}};
+};
+
+TEST_F(RunFollowerWithEngine, TakesTheExitCodeWhereSomebodyElseAcknowledgedTheEnd) {
+  int asked = 0;
+  const StandInService service(engine_.processIdentifier(), {.states = {11}, .atEachState = [&] {
+                                                               if (++asked == 2) {
+                                                                 endEngine("3");
+                                                               }
+                                                             }});
+  RunFollower follower(*this, engine_);
+  const RunEnd end = follower.follow();
+  EXPECT_EQ(end.kind, RunEnd::Kind::Finished);
+  EXPECT_EQ(end.state, QVNInstallerStateIncompatibleProduct);
+}
+
+TEST_F(RunFollowerWithEngine, WaitsForAnEngineThatOnlyLostItsService) {
+  auto service = std::make_unique<StandInService>(engine_.processIdentifier(),
+                                                  StandInService::Script{.states = {11}, .goneAfter = 1});
+  const foundation::NamedThread later("later", [&] {
+    service.reset();
+    endEngine("0");
+  });
+  RunFollower follower(*this, engine_);
+  EXPECT_EQ(follower.follow().state, QVNInstallerStateSuccess);
+  EXPECT_FALSE(engine_.isRunning());
+}
+
+TEST_F(RunFollowerWithEngine, LosesAnEngineThatEndsWithSomethingThatIsNoFinalState) {
+  const foundation::NamedThread later("later", [&] { endEngine("17"); });
+  RunFollower follower(*this, engine_);
+  const RunEnd end = follower.follow();
+  EXPECT_EQ(end.kind, RunEnd::Kind::Lost);
+  EXPECT_NE(end.reason.find("ended with exit status 17"), std::string::npos) << end.reason;
+}
+
+TEST_F(RunFollowerWithEngine, TellsARefusalFromALoss) {
+  const foundation::NamedThread later("later", [&] { endEngine("1"); });
+  RunFollower follower(*this, engine_);
+  const RunEnd end = follower.follow();
+  EXPECT_EQ(end.kind, RunEnd::Kind::Refused);
+  EXPECT_EQ(end.state, QVNInstallerStateFailed);
+  EXPECT_EQ(heard_, "");
+}
+
+}  // namespace
+}  // namespace frontend

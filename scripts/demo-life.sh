@@ -168,7 +168,19 @@ expect_changes 'nothing changed' </dev/null
 expect_receipts Guard 'Guard Mail' 'Guard Server'
 
 step 'Install Guard Suite, which leaves a phase to the engine of another bundle'
+# Only the other engine runs a program, and the front end knows the outer engine alone. The program is held until the front
+# end has shown that it runs, or has had ten seconds.
+touch "$work/hold"
+(
+  tries=100
+  until grep -q 'Running executables' "$work/shown" || [ "$tries" -eq 0 ]; do
+    tries=$((tries - 1))
+    sleep 0.1
+  done
+  rm -f "$work/hold"
+) &
 run 0 "$(front_end Guard-1.1)" --product 'Guard Suite'
+wait
 expect_changes 'both products are there' <<'PATHS'
 /Library/Guard Extras
 /Library/Guard Extras/extras
@@ -176,7 +188,6 @@ expect_changes 'both products are there' <<'PATHS'
 /Library/Guard Suite/suite
 PATHS
 expect_receipts Guard 'Guard Extras' 'Guard Mail' 'Guard Server' 'Guard Suite'
-# Only the other engine runs a program, and the front end knows the outer engine alone.
 require "the other engine's states were shown" grep -q 'Running executables' "$work/shown"
 
 step 'Remove everything, each product by its receipt'

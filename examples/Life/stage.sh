@@ -36,5 +36,7 @@ put Mail '/Library/Guard Mail/filter' 0755 '# takes the place of classic-filter'
 put Mail '/Library/Guard Mail/mail.conf' 0644 'filter = new'
 put Mail '/Library/Guard Mail/rules/default.rule' 0644 'reject little'
 put Suite '/Library/Guard Suite/suite' 0755 '# hands over to Guard Extras'
-put Extras '/Library/Guard Extras/extras' 0755 '#!/bin/sh'
+# Takes as long as somebody holds it, so that it can be watched.
+put Extras '/Library/Guard Extras/extras' 0755 '#!/bin/sh
+while [ -e /tmp/demo-life/hold ]; do sleep 0.1; done'
 chown -R 0:0 "$folder/Staged"

@@ -35,11 +35,6 @@ bool hasAnswered(const QVNInstallationStatusProxy& proxy) {
   return !proxy.remote().recentException() && proxy.remote().isConnected();
 }
 
-std::optional<QVNInstallerState> stateOf(QVNInstallationStatusProxy& proxy) {
-  const auto state = static_cast<QVNInstallerState>(proxy.getCurrentState());
-  return hasAnswered(proxy) ? std::optional(state) : std::nullopt;
-}
-
 std::optional<std::string> textIn(const foundation::PropertyList& dictionary, std::string_view key) {
   const auto text = dictionary[key].string();
   return text ? std::optional<std::string>(*text) : std::nullopt;
@@ -148,7 +143,7 @@ void QVNExternalInstallationDeployerStrategy::askUnheard() {
   lastNews_ = RunLoop::Clock::now();
   if (!installationDeployer_ && engine_) {
     const std::string name = foundation::format(kQVNInstallationStatusServiceNameFormat, engine_->processIdentifier());
-    if (const auto proxy = proxyOf(name); stateOf(*proxy)) {
+    if (const auto proxy = proxyOf(name); stateFrom(*proxy)) {
       reach(name);
     }
   }
@@ -156,7 +151,7 @@ void QVNExternalInstallationDeployerStrategy::askUnheard() {
     return;
   }
   // A state that is known already is not announced again.
-  const auto state = stateOf(*installationDeployer_);
+  const auto state = stateFrom(*installationDeployer_);
   if (state && (*state != installerState() || isCompletionState(*state))) {
     takeState(*state);
   }
@@ -200,9 +195,15 @@ void QVNExternalInstallationDeployerStrategy::updateInstallerState() {
       installationDeployer_ ? installationDeployer_->description() : foundation::format("%@", nullptr), serviceName());
   if (!installationDeployer_) {
     takeState(QVNInstallerStateSuccess);
-  } else if (const auto state = stateOf(*installationDeployer_)) {
+  } else if (const auto state = stateFrom(*installationDeployer_)) {
     takeState(*state);
   }
+}
+
+std::optional<QVNInstallerState> QVNExternalInstallationDeployerStrategy::stateFrom(QVNInstallationStatusProxy& proxy) {
+  const auto state = static_cast<QVNInstallerState>(proxy.getCurrentState());
+  isAnswering_ = hasAnswered(proxy);
+  return isAnswering_ ? std::optional(state) : std::nullopt;
 }
 
 void QVNExternalInstallationDeployerStrategy::takeState(QVNInstallerState state) {
@@ -239,13 +240,15 @@ std::optional<std::string> QVNExternalInstallationDeployerStrategy::serviceName(
 
 std::uint64_t QVNExternalInstallationDeployerStrategy::getProgress() {
   const auto name = serviceName();
-  if (!name) {
-    return 0;
+  if (!name || !isAnswering_) {
+    // One that has fallen silent holds up a watcher once, not every time; the run goes on asking it.
+    return progressValue();
   }
   // A proxy of this thread's own: the other one is in use on the thread of the run.
   const auto proxy = proxyOf(*name);
   const std::int64_t progress = proxy->getProgress();
-  if (hasAnswered(*proxy)) {
+  isAnswering_ = hasAnswered(*proxy);
+  if (isAnswering_) {
     setProgressValue(static_cast<std::uint64_t>(std::clamp<std::int64_t>(progress, 0, kCompleteProgress)));
   }
   return progressValue();

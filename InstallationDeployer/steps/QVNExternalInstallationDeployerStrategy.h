@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -30,8 +31,8 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
 
   /// True only when the other engine ended with success.
   bool execute(bool previousSuccess) override;
-  /// What the other engine answered last: it is asked now, on the calling thread, which a silent engine can hold up for
-  /// a call's time-out. 0 until the engine can be reached.
+  /// What the other engine answers, asked on the calling thread; what it answered last when it does not. 0 until it can
+  /// be reached. An engine that falls silent holds the caller up for one call's time-out.
   [[nodiscard]] std::uint64_t getProgress() override;
   [[nodiscard]] std::string_view className() const override { return "QVNExternalInstallationDeployerStrategy"; }
 
@@ -54,6 +55,8 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] bool isAnotherEngine(const std::string& serviceName) const;
   /// Follows the service from now on.
   void reach(const std::string& serviceName);
+  /// What the engine answers; nothing when it does not.
+  [[nodiscard]] std::optional<QVNInstallerState> stateFrom(QVNInstallationStatusProxy& proxy);
   void takeState(QVNInstallerState state);
   void shutdownExternalEngine();
   [[nodiscard]] std::optional<std::string> serviceName() const;
@@ -65,6 +68,7 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
   /// When the engine was last heard of or asked.
   foundation::RunLoop::Clock::time_point lastNews_;
 
+  std::atomic<bool> isAnswering_ = false;
   mutable std::mutex lock_;
   std::optional<std::string> installationDeployerServiceName_;  ///< guarded by lock_
 };

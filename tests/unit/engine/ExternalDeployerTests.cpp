@@ -150,7 +150,7 @@ TEST_F(ExternalDeployer, StateThatNobodyKnowsIsNoFinalOne) {
 TEST_F(ExternalDeployer, SaysWhatItDoes) {
   const CapturedLog log;
   EXPECT_TRUE(execute("start,0,await-end"));
-  const std::string thread = foundation::currentThreadName();
+  const std::string& thread = foundation::currentThreadName();
   EXPECT_TRUE(log.contains("Debug",
                            "----- added observers for com.corvane.installer.deployer.started and "
                            "com.corvane.installer.update notifications on object: " +
@@ -368,6 +368,31 @@ TEST_F(ExternalDeployer, ProgressIsTheEnginesOnceItCanBeReached) {
   EXPECT_TRUE(step.execute(true));
   watcher.join();
   EXPECT_EQ(step.getProgress(), 100U);
+}
+
+TEST_F(ExternalDeployer, ThatHasFallenSilentHoldsUpAWatcherOnlyOnce) {
+  const double usual = ipc::gTimeoutInterval;
+  constexpr double kForEver = 1000;
+  auto& step = makeStepFor("progress-40,start,gate,stop,0,await-end");
+  const CapturedLog log;
+  std::thread watcher([&] {
+    waitForLog(log, "[externalDeployer setInstallerState:11]");
+    EXPECT_EQ(step.getProgress(), 40U);
+    openGate();
+    waitUntil([&] {
+      return contentOf("/proc/" + std::to_string(engineProcess()) + "/stat").find(") T ") != std::string::npos;
+    });
+    ipc::gTimeoutInterval = 0.1;
+    EXPECT_EQ(step.getProgress(), 40U);
+    // From here on, a watcher who asks the engine waits for ever.
+    ipc::gTimeoutInterval = kForEver;
+    EXPECT_EQ(step.getProgress(), 40U);
+    EXPECT_EQ(step.getProgress(), 40U);
+    kill(engineProcess(), SIGCONT);
+  });
+  EXPECT_TRUE(step.execute(true));
+  watcher.join();
+  ipc::gTimeoutInterval = usual;
 }
 
 TEST_F(ExternalDeployer, ProgressCanBeAskedForAtAnyTime) {

@@ -37,14 +37,16 @@ class InstallerTool : public ::testing::Test {
     folder_.write("FrontEnd", "#!/bin/sh\n");
     fs::permissions(folder_.path("FrontEnd"), fs::perms(0755));
     folder_.makeDirectory("out");
-    describe(dictionary({{"FrontEnd", "FrontEnd"},
-                         {"Components", PropertyList(PropertyList::Array{dictionary(
-                                            {{"Name", "Core"},
-                                             {"Version", "1"},
-                                             {"StagedFolder", "Staged"},
-                                             {"Products", PropertyList(std::vector<std::string>{"Guard"})}})})}}));
+    describe(dictionary({{"FrontEnd", "FrontEnd"}, {"Components", components()}}));
   }
 
+  static PropertyList components() {
+    return PropertyList(
+        PropertyList::Array{dictionary({{"Name", "Core"},
+                                        {"Version", "1"},
+                                        {"StagedFolder", "Staged"},
+                                        {"Products", PropertyList(std::vector<std::string>{"Guard"})}})});
+  }
   void describe(const PropertyList& description) {
     ASSERT_TRUE(foundation::plist::writeFile(description, folder_.path("D.plist")).ok());
   }
@@ -129,6 +131,14 @@ TEST_F(InstallerTool, BuildsWithTheEngineBesideItAndShowsTheBundle) {
   EXPECT_EQ(json.exitCode, 0);
   EXPECT_EQ(json.standardOutput.front(), '{');
   EXPECT_NE(json.standardOutput.find("\"/opt/guard/tool\""), std::string::npos);
+}
+
+TEST_F(InstallerTool, PutsTheFrontEndBesideItIntoBundlesThatBringNone) {
+  describe(dictionary({{"Components", components()}}));
+  const Outcome built = build();
+  ASSERT_EQ(built.exitCode, 0) << built.standardError;
+  EXPECT_EQ(fs::file_size(bundle() + "/Contents/MacOS/Installer"), fs::file_size(CORVANE_FRONT_END));
+  EXPECT_EQ(fs::status(bundle() + "/Contents/MacOS/Installer").permissions(), fs::perms(0755));
 }
 
 TEST_F(InstallerTool, SaysFileKeyAndWhatToDoAndExitsWithOne) {

@@ -10,10 +10,7 @@ bool QVNBuildRemovePlanStrategy::execute(bool previousSuccess) {
   if (!previousSuccess) {
     return false;
   }
-  if (!configuration().bundlePathIsReceipt()) {
-    setInstallerState(QVNInstallerStateFailed);
-    logging::error("%@ must run from the receipt location.\n\tCurrently running from: %@", className(),
-                   configuration().bundlePath());
+  if (!requireReceiptLocation()) {
     return false;
   }
   const PropertyList records = manifest().componentsAndVersionsForProduct(configuration().productName().value_or(""));

@@ -3,6 +3,8 @@
 #include "InstallationDeployer/BundleLayout.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/TextFormat.h"
+#include "general/logging/SystemLog.h"
+#include "general/system/LoginWindow.h"
 
 namespace deployer::launchd {
 
@@ -16,10 +18,20 @@ std::optional<std::string> plistPath(std::string_view folder, const std::string&
   return paths::append(folder, name);
 }
 
-std::vector<std::string> argumentsInSession(std::uint32_t userId, std::int32_t loginWindowPID,
-                                            const std::vector<std::string>& arguments) {
-  std::vector<std::string> all{"bsexec", foundation::format("%d", loginWindowPID), "sudo",
-                               "-u",     foundation::format("#%d", userId),        std::string(kLaunchctlPath)};
+std::optional<Session> sessionOfConsoleUser() {
+  const Session session{platform::loginWindowUserId(), platform::loginWindowProcessId()};
+  if (session.userId == 0 || session.loginWindowPID == 0) {
+    // The same words for starting and stopping.
+    logging::notice("Could not find user id (%d) or loginwindow pid (%d) to launch agents. Skipping launching agents.",
+                    session.userId, session.loginWindowPID);
+    return std::nullopt;
+  }
+  return session;
+}
+
+std::vector<std::string> argumentsInSession(const Session& session, const std::vector<std::string>& arguments) {
+  std::vector<std::string> all{"bsexec", foundation::format("%d", session.loginWindowPID), "sudo",
+                               "-u",     foundation::format("#%d", session.userId),        std::string(kLaunchctlPath)};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return all;
 }

@@ -15,8 +15,16 @@ inline constexpr std::string_view kLaunchctlPath = "/bin/launchctl";
 /// does.
 [[nodiscard]] std::optional<std::string> plistPath(std::string_view folder, const std::string& label);
 
-/// The arguments that make launchctl carry out others in the session of a logged-in user.
-[[nodiscard]] std::vector<std::string> argumentsInSession(std::uint32_t userId, std::int32_t loginWindowPID,
+/// The session of the user who is logged in, which agents live in.
+struct Session {
+  std::uint32_t userId = 0;
+  std::int32_t loginWindowPID = 0;  ///< of the process through which the session is reached
+};
+/// Nothing, and a notice in the log, when nobody is logged in.
+[[nodiscard]] std::optional<Session> sessionOfConsoleUser();
+
+/// The arguments that make launchctl carry out others in a session, as its user.
+[[nodiscard]] std::vector<std::string> argumentsInSession(const Session& session,
                                                           const std::vector<std::string>& arguments);
 
 }  // namespace deployer::launchd

@@ -171,11 +171,8 @@ bool QVNProcessStartStrategy::launchAgentsFromPlan(const Plan& plan) {
     logging::debug("No launch agents to load.");
     return true;
   }
-  const std::uint32_t user = userId();
-  const std::int32_t loginWindow = loginWindowPID();
-  if (user == 0 || loginWindow == 0) {
-    logging::notice("Could not find user id (%d) or loginwindow pid (%d) to launch agents. Skipping launching agents.",
-                    user, loginWindow);
+  const auto session = launchd::sessionOfConsoleUser();
+  if (!session) {
     // Nobody is logged in, so there is nothing to start; launchd loads the agents at the next login.
     setInstallerState(QVNInstallerStateSuccess);
     return true;
@@ -184,9 +181,10 @@ bool QVNProcessStartStrategy::launchAgentsFromPlan(const Plan& plan) {
   for (const std::string& agent : agents) {
     const auto path = launchd::plistPath(kQVNLaunchAgentsPath, agent);
     if (path) {
-      logging::info("Launching %@ with uid: %d, loginWindowPID: %d", *path, user, loginWindow);
+      logging::info("Launching %@ with uid: %d, loginWindowPID: %d", *path, session->userId, session->loginWindowPID);
     }
-    if (!path || !launchTask(std::string(launchd::kLaunchctlPath), agentArguments(*path, user, loginWindow))) {
+    if (!path || !launchTask(std::string(launchd::kLaunchctlPath),
+                             launchd::argumentsInSession(*session, {"load", "-w", *path}))) {
       logging::error("Failed to launch agent %@. Continuing.", agent);
     }
   }
@@ -209,14 +207,5 @@ bool QVNProcessStartStrategy::launchTask(const std::string& launchPath, const st
                  task.terminationStatus(), errorOutputOf(task));
   return task.terminationStatus() == 0;
 }
-
-std::vector<std::string> QVNProcessStartStrategy::agentArguments(const std::string& plistPath, std::uint32_t userId,
-                                                                 std::int32_t loginWindowPID) {
-  return launchd::argumentsInSession(userId, loginWindowPID, {"load", "-w", plistPath});
-}
-
-std::uint32_t QVNProcessStartStrategy::userId() { return platform::loginWindowUserId(); }
-
-std::int32_t QVNProcessStartStrategy::loginWindowPID() { return platform::loginWindowProcessId(); }
 
 }  // namespace deployer

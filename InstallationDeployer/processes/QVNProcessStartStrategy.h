@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -27,12 +26,6 @@ class QVNProcessStartStrategy : public QVNInstallStepStrategy {
   /// Runs a system command to its end. True when it ran and exited with 0. Logs the first 1000 bytes of its errors, in
   /// which bytes beyond ASCII are written as \xNN.
   [[nodiscard]] static bool launchTask(const std::string& launchPath, const std::vector<std::string>& withArguments);
-  /// The arguments of launchctl that load an agent as the user, inside the session of the user's login window.
-  [[nodiscard]] static std::vector<std::string> agentArguments(const std::string& plistPath, std::uint32_t userId,
-                                                               std::int32_t loginWindowPID);
-  /// The user at the console, and the process of that user's login window; 0 when there is none.
-  [[nodiscard]] static std::uint32_t userId();
-  [[nodiscard]] static std::int32_t loginWindowPID();
 
  private:
   [[nodiscard]] bool shouldRun(const PropertyList& executable) const;

@@ -31,10 +31,10 @@ void stopDaemon(const std::string& daemon) {
   }
 }
 
-void stopAgent(const std::string& agent, std::uint32_t userId, std::int32_t loginWindowPID) {
+void stopAgent(const std::string& agent, const launchd::Session& session) {
   const auto path = launchd::plistPath(kQVNLaunchAgentsPath, agent);
-  if (!path || !launchctl(launchd::argumentsInSession(userId, loginWindowPID, {kUnload, *path}))) {
-    launchctl(launchd::argumentsInSession(userId, loginWindowPID, {kRemove, agent}));
+  if (!path || !launchctl(launchd::argumentsInSession(session, {kUnload, *path}))) {
+    launchctl(launchd::argumentsInSession(session, {kRemove, agent}));
   }
 }
 
@@ -45,10 +45,7 @@ bool QVNProcessStopStrategy::execute(bool previousSuccess) {
   if (!previousSuccess) {
     return false;
   }
-  if (!isLocal_ && !configuration().bundlePathIsReceipt()) {
-    setInstallerState(QVNInstallerStateFailed);
-    logging::error("%@ must run from the receipt location.\n\tCurrently running from: %@", className(),
-                   configuration().bundlePath());
+  if (!isLocal_ && !requireReceiptLocation()) {
     return false;
   }
   const Plan components = plan() ? *plan() : Plan{};
@@ -76,18 +73,16 @@ bool QVNProcessStopStrategy::stopAgentsFromPlan(const Plan& plan) {
     logging::debug("No launch agents to remove.");
     return true;
   }
-  const std::uint32_t userId = QVNProcessStartStrategy::userId();
-  const std::int32_t loginWindowPID = QVNProcessStartStrategy::loginWindowPID();
-  if (userId == 0 || loginWindowPID == 0) {
-    logging::notice("Could not find user id (%d) or loginwindow pid (%d) to launch agents. Skipping launching agents.",
-                    userId, loginWindowPID);
+  const auto session = launchd::sessionOfConsoleUser();
+  if (!session) {
     setInstallerState(QVNInstallerStateSuccess);
     return true;
   }
   setInstallerState(QVNInstallerStateStoppingServices);
   for (const std::string& agent : agents) {
-    logging::info("Removing agent %@ with uid: %d, loginWindowPID: %d", agent, userId, loginWindowPID);
-    stopAgent(agent, userId, loginWindowPID);
+    logging::info("Removing agent %@ with uid: %d, loginWindowPID: %d", agent, session->userId,
+                  session->loginWindowPID);
+    stopAgent(agent, *session);
   }
   return true;
 }

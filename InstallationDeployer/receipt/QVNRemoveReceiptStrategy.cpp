@@ -37,10 +37,7 @@ bool QVNRemoveReceiptStrategy::execute(bool previousSuccess) {
   if (!previousSuccess) {
     return false;
   }
-  if (!configuration().bundlePathIsReceipt()) {
-    setInstallerState(QVNInstallerStateFailed);
-    logging::error("%@ must run from the receipt location.\n\tCurrently running from: %@", className(),
-                   configuration().bundlePath());
+  if (!requireReceiptLocation()) {
     return false;
   }
   if (const Status removed = removeReceipts(); !removed) {

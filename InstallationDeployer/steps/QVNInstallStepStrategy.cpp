@@ -82,6 +82,16 @@ bool QVNInstallStepStrategy::failWith(QVNInstallerState state) {
   return false;
 }
 
+bool QVNInstallStepStrategy::requireReceiptLocation() {
+  if (configuration().bundlePathIsReceipt()) {
+    return true;
+  }
+  setInstallerState(QVNInstallerStateFailed);
+  logging::error("%@ must run from the receipt location.\n\tCurrently running from: %@", className(),
+                 configuration().bundlePath());
+  return false;
+}
+
 std::vector<std::string> descriptionsOf(const StepList& steps) {
   std::vector<std::string> descriptions;
   descriptions.reserve(steps.size());

@@ -70,6 +70,9 @@ class QVNInstallStepStrategy {
   void passOnInstallerState(QVNInstallerState state);
   /// Ends the step's work: sets a failure state and returns false, to be returned by the caller.
   bool failWith(QVNInstallerState state = QVNInstallerStateFailed);
+  /// Whether the engine runs from the receipt's location. Otherwise the step, which may run from nowhere else, has
+  /// failed.
+  [[nodiscard]] bool requireReceiptLocation();
 
  private:
   PropertyList installPhaseDictionary_;

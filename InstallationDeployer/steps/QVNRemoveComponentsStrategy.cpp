@@ -50,10 +50,7 @@ bool QVNRemoveComponentsStrategy::execute(bool previousSuccess) {
   if (!previousSuccess) {
     return false;
   }
-  if (!isLocal_ && !configuration().bundlePathIsReceipt()) {
-    setInstallerState(QVNInstallerStateFailed);
-    logging::error("%@ must run from the receipt location.\n\tCurrently running from: %@", className(),
-                   configuration().bundlePath());
+  if (!isLocal_ && !requireReceiptLocation()) {
     return false;
   }
   setInstallerState(QVNInstallerStateRemoving);

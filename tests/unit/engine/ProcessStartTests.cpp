@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "InstallationDeployer/processes/LaunchdJob.h"
 #include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
 #include "tests/support/StepTest.h"
 
@@ -302,7 +303,7 @@ TEST_F(ProcessStart, ALabelThatIsNoFileNameNeverReachesLaunchctl) {
 }
 
 TEST_F(ProcessStart, AnAgentIsLoadedInsideTheSessionOfItsUser) {
-  EXPECT_EQ(QVNProcessStartStrategy::agentArguments("/Library/LaunchAgents/NAME.plist", 501, 88),
+  EXPECT_EQ(deployer::launchd::argumentsInSession({501, 88}, {"load", "-w", "/Library/LaunchAgents/NAME.plist"}),
             (std::vector<std::string>{"bsexec", "88", "sudo", "-u", "#501", "/bin/launchctl", "load", "-w",
                                       "/Library/LaunchAgents/NAME.plist"}));
 }

@@ -195,11 +195,17 @@ bool QVNReceiptClient::lastMessageSuccess(std::unique_ptr<Proxy>& proxy, std::st
     proxy.reset();
     return false;
   }
-  if (receiptHasVanished(proxy->remote().isConnected())) {
-    proxy.reset();
-    return false;
+  const bool isConnected = proxy->remote().isConnected();
+  const bool hasVanished = receiptHasVanished(isConnected);
+  if (isConnected && !hasVanished) {
+    return true;
   }
-  return true;
+  if (!hasVanished) {
+    // The message went nowhere, and its result 0 must not pass for an answer.
+    logging::error("The receipt process %@ cannot be reached.", executablePath());
+  }
+  proxy.reset();
+  return false;
 }
 
 bool QVNReceiptClient::receiptHasVanished(bool isConnected) {
@@ -234,7 +240,7 @@ bool QVNReceiptClient::shutdownReceiptService() {
   if (!lastReceiptProxyMessageSuccess()) {
     return false;
   }
-  if (!receiptProxy_ || !receiptProxy_->remote().isConnected()) {
+  if (!receiptProxy_) {
     // It lives but cannot be told, so waiting would never end. It ends with this process.
     return false;
   }

@@ -180,9 +180,10 @@ class OddReceipt : public ProductLife {
     installFirstVersion();
     root().copyIn(CORVANE_RECEIPT_STAND_IN, kReceiptEngine);
   }
-  static support::RunOptions with(const std::string& behaviour) {
+  template <class... Behaviour>
+  static support::RunOptions with(const Behaviour&... behaviour) {
     support::RunOptions options;
-    options.environment.push_back(behaviour);
+    (options.environment.emplace_back(behaviour), ...);
     return options;
   }
   static std::string ended(const std::string& how) {
@@ -242,6 +243,23 @@ TEST_F(OddReceipt, OneThatAnswersNothingInSuccessCountsAsOneThatKnowsNothing) {
 TEST_F(OddReceipt, OneThatAnswersSomethingElseThanRecordsCountsAsOneThatKnowsNothing) {
   const auto outcome = install(with("RECEIPT_ANSWERS=odd"));
   EXPECT_TRUE(loggedBeginning(outcome, "Info", "Adding component Core to upgrade plan"));
+  EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+}
+
+TEST_F(OddReceipt, OneThatLivesButCannotBeAskedFailsTheRun) {
+  const std::string error = "The receipt process " + std::string(kReceiptEngine) + " cannot be reached.";
+  for (const char* hidden : {"receipt", "both"}) {
+    const auto outcome = install(with(std::string("RECEIPT_HIDES=") + hidden));
+    EXPECT_EQ(outcome.exitCode, 1) << hidden << "\n" << outcome.standardError;
+    EXPECT_TRUE(logged(outcome, "Error", error)) << hidden << "\n" << outcome.standardError;
+    EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+  }
+}
+
+TEST_F(OddReceipt, AnAnswerThatNeedsAStateWhichCannotBeHadFailsTheRun) {
+  const auto outcome = install(with("RECEIPT_ANSWERS=nil", "RECEIPT_HIDES=status"));
+  EXPECT_EQ(outcome.exitCode, 1) << outcome.standardError;
+  EXPECT_EQ(logged(outcome, "Error", "Unable to acquire upgrade plan"), 1) << outcome.standardError;
   EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
 }
 

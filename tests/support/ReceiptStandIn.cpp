@@ -2,6 +2,7 @@
 // that dies, waits or answers oddly does to it:
 //   RECEIPT_DIES=start|half|MESSAGE|after MESSAGE   kills itself when it starts, when one of its two services is
 //                                                   announced, instead of answering, or right after the answer
+//   RECEIPT_HIDES=status|receipt|both               announces this service, or both, without having it
 //   RECEIPT_WAITS=MESSAGE                           never answers
 //   RECEIPT_ANSWERS=nil|odd                         instead of "nothing installed, nothing to fix, removed"
 // A message is `receipt.SELECTOR` or `status.SELECTOR`.
@@ -45,6 +46,10 @@ class StandIn {
   void vend(const ipc::Protocol& protocol, const std::string& kind, std::string_view nameFormat,
             std::string_view announcement, std::unique_ptr<ipc::ServerConnection>& connection) {
     const std::string name = foundation::format(nameFormat, getpid());
+    if (const std::string hidden = setting("RECEIPT_HIDES"); hidden == kind || hidden == "both") {
+      announce(announcement, name);
+      return;
+    }
     connection = std::make_unique<ipc::ServerConnection>(ipc::ServerConnection::Options{});
     connection->setDelegate(std::make_shared<ipc::VRKConnectionAuthenticator>());
     connection->setRootObject(std::make_shared<ipc::ProtocolChecker>(
@@ -53,8 +58,7 @@ class StandIn {
         },
         protocol));
     if (connection->registerName(name)) {
-      ipc::postDistributedNotification(
-          {std::string(announcement), object_, PropertyList::dictionary({{"serviceName", name}})});
+      announce(announcement, name);
     }
   }
 
@@ -68,12 +72,19 @@ class StandIn {
     dieAt("half");
     vend(deployer::kQVNInstallationReceiptProtocol, "receipt", deployer::kQVNInstallationReceiptServiceNameFormat,
          deployer::kQVNInstallationReceiptServiceStartedNotification, receipt);
-    while (!ended_ && RunLoop::current()->runUntil(RunLoop::Clock::now() + std::chrono::seconds(1))) {
+    const auto loop = RunLoop::current();
+    // Without its services it would have nothing to wait for.
+    loop->addTimer(std::chrono::seconds(1), true, {});
+    while (!ended_ && loop->runUntil(RunLoop::Clock::now() + std::chrono::seconds(1))) {
     }
     return 0;
   }
 
  private:
+  void announce(std::string_view announcement, const std::string& name) const {
+    ipc::postDistributedNotification(
+        {std::string(announcement), object_, PropertyList::dictionary({{"serviceName", name}})});
+  }
   void dieAt(const std::string& moment) const {
     if (dies_ == moment) {
       die();

@@ -107,7 +107,7 @@ std::vector<std::string> InstallerRun::engineArguments() const {
 
 Descriptor InstallerRun::openLog() {
   if (options_.verbose) {
-    return Descriptor(dup(STDERR_FILENO));
+    return Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
   }
   if (Descriptor file = openLogFile(std::string(kEngineLogFile), kMostLogBytes); file.isOpen()) {
     facts_.logFile = kEngineLogFile;

@@ -20,10 +20,10 @@ class FrontEnd : public FrontEndInRoot {
  protected:
   /// What an engine does that waits for letGoOn() before it begins.
   static constexpr const char* kLateEngine =
-      "mkfifo /run/gate; read line </run/gate; exec -a \"$0\" /opt/real-engine --ui --install";
+      "mkfifo /run/gate; read line </run/gate; exec -a \"$0\" /opt/real/InstallationDeployer --ui --install";
 
   void putScriptInPlaceOfEngine(const std::string& script) {
-    root().copyIn(CORVANE_ENGINE, "/opt/real-engine");
+    root().copyIn(CORVANE_ENGINE, "/opt/real/InstallationDeployer");
     [[maybe_unused]] const auto removed = root().run({"/bin/rm", "-f", kEngine});
     root().writeFile(kEngine, "#!/bin/bash\n" + script + "\n", 0755);
   }
@@ -373,6 +373,53 @@ TEST_F(FrontEnd, SaysThatTheEngineEndedBeforeItCouldBeWatched) {
         std::string::npos)
         << outcome.description();
   }
+}
+
+// --- a front end of somebody who has read docs/protocol.md and nothing else ---
+
+class FrontEndFromThePage : public FrontEnd {
+ protected:
+  void SetUp() override {
+    FrontEnd::SetUp();
+    if (IsSkipped()) {
+      return;
+    }
+    if (!root().exists(kPython)) {
+      GTEST_SKIP() << "there is no " << kPython;
+    }
+    root().copyIn(CORVANE_PYTHON_FRONT_END, kScript);
+    makeProductThatWaits();
+  }
+  RunningProgram startScript(const std::vector<std::string>& more = {}) {
+    std::vector<std::string> arguments{kPython, "-I", kScript, kEngine};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return root().start(arguments);
+  }
+
+  static constexpr const char* kPython = "/usr/bin/python3";
+  static constexpr const char* kScript = "/run/front_end.py";
+};
+
+TEST_F(FrontEndFromThePage, FollowsARunToItsEnd) {
+  auto script = startScript();
+  ASSERT_TRUE(script.waitForStandardOutput("state 17 progress ")) << script.standardErrorSoFar();
+  letGoOn();
+  const Outcome outcome = script.wait();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_TRUE(std::regex_search(outcome.standardOutput, std::regex("\nstate 0 progress 100\n$")))
+      << outcome.standardOutput;
+  EXPECT_TRUE(root().exists(kReceipt));
+}
+
+TEST_F(FrontEndFromThePage, CancelsARun) {
+  auto script = startScript({"17"});
+  ASSERT_TRUE(script.waitForStandardOutput("cancelling\n")) << script.standardErrorSoFar();
+  letGoOn();
+  const Outcome outcome = script.wait();
+  EXPECT_EQ(outcome.exitCode, 21) << outcome.description();
+  EXPECT_TRUE(std::regex_search(outcome.standardOutput, std::regex("\nstate 21 progress [0-9]+\n$")))
+      << outcome.standardOutput;
+  EXPECT_FALSE(root().exists(kReceipt));
 }
 
 // --- terminals ---

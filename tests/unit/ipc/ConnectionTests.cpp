@@ -668,7 +668,7 @@ class FakeServer {
     lock.reset();
     fcntl(listener.number(), F_SETFL, 0);
     process_ = std::make_unique<ipctests::ForkedProcess>([&] {
-      RawPeer peer(Descriptor(accept(listener.number(), nullptr, nullptr)));
+      RawPeer peer(Descriptor(accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC)));
       for (const std::string& answer : answers) {
         if (!peer.receiveFrame() || !peer.send(answer)) {
           return 1;

@@ -1,5 +1,6 @@
 #include "tests/unit/ipc/VendingProcess.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -148,7 +149,7 @@ void limitDescriptors(std::size_t further) {
   // The limit is one of numbers, so those below it that are free count as well.
   std::vector<Descriptor> places;
   while (places.size() < further) {
-    places.emplace_back(dup(STDERR_FILENO));
+    places.emplace_back(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
   }
   const auto most = static_cast<rlim_t>(places.back().number()) + 1;
   const rlimit limit{most, most};
@@ -225,7 +226,7 @@ int runAs(uid_t user, const std::function<int()>& body) {
 
 VendingProcess::VendingProcess(Shared& shared, const Options& options) {
   std::array<int, 2> ends{};
-  if (pipe(ends.data()) != 0) {
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error("no pipe can be made");
   }
   const Descriptor readEnd(ends[0]);

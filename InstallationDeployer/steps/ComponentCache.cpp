@@ -3,6 +3,7 @@
 #include "InstallationDeployer/DefaultAttributes.h"
 #include "general/foundation/FileBuffer.h"
 #include "general/foundation/FileManager.h"
+#include "general/foundation/GuardedFolder.h"
 #include "general/foundation/GuardedRemoval.h"
 #include "general/foundation/NSFileManagerExtensions.h"
 #include "general/foundation/Paths.h"
@@ -41,6 +42,16 @@ Status removeInOneStep() {
     return moved.error().isNoSuchFile() ? Status() : moved;
   }
   return files::removeItemIfPresent(aside);
+}
+
+/// The folder for a copy, which no link of somebody else may lead away from where it belongs.
+Status makeParent(const std::string& target) {
+  const std::string parent = paths::deleteLastComponent(target);
+  if (Status made = files::createDirectory(parent, true, kDefaultDirectoryAttributes); !made) {
+    return made;
+  }
+  const auto opened = foundation::openGuardedFolder(parent);
+  return opened ? Status() : Status(opened.error());
 }
 
 /// A plain file is opened as such, so that nobody can put a link in its place meanwhile.
@@ -98,8 +109,7 @@ Status copyFile(const std::string& source, const std::string& target) {
   if (attributes->isSymbolicLink() && attributes->owner != kRootUser) {
     return noPermission("The file is a link that does not belong to root.", source);
   }
-  const std::string parent = paths::deleteLastComponent(target);
-  if (Status made = files::createDirectory(parent, true, kDefaultDirectoryAttributes); !made) {
+  if (Status made = makeParent(target); !made) {
     return made;
   }
   return attributes->isSymbolicLink() ? foundation::NSFileManagerExtensions::copyAndOverwriteItemAtPath(source, target)

@@ -1,10 +1,11 @@
 // Runs one step of an install by itself:
 //   step-driver STEP BUNDLE PRODUCT [OPTION...] [COMPONENT...]
-// where STEP is write-receipt, remove-receipt, start-processes, validate or remove, and prints how it ended, as
-// "success=1 state=0 published=17,18", and after "validate" the plan that it left.
+// where STEP is write-receipt, remove-receipt, start-processes, stop-processes, validate, remove, cache or restore, and
+// prints how it ended, as "success=1 state=0 published=17,18", and after "validate" the plan that it left.
 //   --failed                   an earlier step failed
 //   --has-receipt              the run is an upgrade
 //   --removal                  the run was started to remove the product
+//   --from-receipt-only        the step may run from the receipt's location only
 //   --before-publishing TEXT   a shell command run when the receipt is staged; unless it succeeds, it is not published
 #include <cstdio>
 #include <memory>
@@ -12,9 +13,12 @@
 #include <vector>
 
 #include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
+#include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
 #include "InstallationDeployer/receipt/QVNRemoveReceiptStrategy.h"
 #include "InstallationDeployer/receipt/QVNWriteReceiptStrategy.h"
+#include "InstallationDeployer/steps/QVNCacheComponentStrategy.h"
 #include "InstallationDeployer/steps/QVNRemoveComponentsStrategy.h"
+#include "InstallationDeployer/steps/QVNRestoreCacheComponentStrategy.h"
 #include "InstallationDeployer/steps/QVNValidateStrategy.h"
 #include "general/foundation/Task.h"
 #include "tests/support/FakeInstallRun.h"
@@ -22,7 +26,6 @@
 namespace {
 
 using deployer::Plan;
-using deployer::SharedPlan;
 
 class ReceiptWithHook : public deployer::QVNWriteReceiptStrategy {
  public:
@@ -46,26 +49,40 @@ struct Request {
   bool failedBefore = false;
   bool hasReceipt = false;
   bool isRemoval = false;
+  bool runLocally = true;
   std::string beforePublishing;
   Plan components;
 };
 
+template <class Step, class... Arguments>
+std::unique_ptr<Step> make(const Request& request, tests::FakeInstallRun& run, Arguments... arguments) {
+  return std::make_unique<Step>(foundation::PropertyList(), "step", nullptr, run,
+                                std::make_shared<Plan>(request.components), arguments...);
+}
+
 std::unique_ptr<deployer::QVNInstallStepStrategy> makeStep(const Request& request, tests::FakeInstallRun& run) {
-  const SharedPlan plan = std::make_shared<Plan>(request.components);
   if (request.step == "start-processes") {
-    return std::make_unique<deployer::QVNProcessStartStrategy>(foundation::PropertyList(), "step", nullptr, run, plan);
+    return make<deployer::QVNProcessStartStrategy>(request, run);
+  }
+  if (request.step == "stop-processes") {
+    return make<deployer::QVNProcessStopStrategy>(request, run, request.runLocally);
   }
   if (request.step == "remove-receipt") {
-    return std::make_unique<deployer::QVNRemoveReceiptStrategy>(foundation::PropertyList(), "step", nullptr, run, plan);
+    return make<deployer::QVNRemoveReceiptStrategy>(request, run);
   }
   if (request.step == "validate") {
-    return std::make_unique<deployer::QVNValidateStrategy>(foundation::PropertyList(), "step", nullptr, run, plan);
+    return make<deployer::QVNValidateStrategy>(request, run);
   }
   if (request.step == "remove") {
-    return std::make_unique<deployer::QVNRemoveComponentsStrategy>(foundation::PropertyList(), "step", nullptr, run,
-                                                                   plan, true);
+    return make<deployer::QVNRemoveComponentsStrategy>(request, run, request.runLocally);
   }
-  auto receipt = std::make_unique<ReceiptWithHook>(foundation::PropertyList(), "step", nullptr, run, plan);
+  if (request.step == "cache") {
+    return make<deployer::QVNCacheComponentStrategy>(request, run);
+  }
+  if (request.step == "restore") {
+    return make<deployer::QVNRestoreCacheComponentStrategy>(request, run);
+  }
+  auto receipt = make<ReceiptWithHook>(request, run);
   receipt->command = request.beforePublishing;
   return receipt;
 }
@@ -94,6 +111,8 @@ int main(int argc, char** argv) {
       request.hasReceipt = true;
     } else if (arguments[i] == "--removal") {
       request.isRemoval = true;
+    } else if (arguments[i] == "--from-receipt-only") {
+      request.runLocally = false;
     } else if (arguments[i] == "--before-publishing" && i + 1 < arguments.size()) {
       request.beforePublishing = arguments[++i];
     } else {

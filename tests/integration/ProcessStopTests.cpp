@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <string>
 #include <utility>
 #include <vector>
@@ -136,7 +137,7 @@ TEST_F(ProcessStop, WithNobodyLoggedInAgentsAreSkippedAndApplicationsAreTerminat
   EXPECT_EQ(logged(outcome, "Notice",
                    "Could not find user id (0) or loginwindow pid (0) to launch agents. Skipping launching agents."),
             1);
-  EXPECT_FALSE(root().processRuns(process));
+  EXPECT_EQ(root().signalThatEnds(process), SIGKILL);
 }
 
 TEST_F(ProcessStop, EveryInstanceOfAnApplicationIsTerminatedWhoeverRunsIt) {
@@ -152,8 +153,8 @@ TEST_F(ProcessStop, EveryInstanceOfAnApplicationIsTerminatedWhoeverRunsIt) {
   EXPECT_EQ(outcome.standardOutput, "success=1 state=0 published=\n") << outcome.standardError;
   EXPECT_EQ(logged(outcome, "Info", "Terminating application Guard of the Example"), 1);
   EXPECT_EQ(logged(outcome, "Info", "Terminating application Short Name"), 1);
-  EXPECT_FALSE(root().processRuns(one));
-  EXPECT_FALSE(root().processRuns(other));
+  EXPECT_EQ(root().signalThatEnds(one), SIGKILL);
+  EXPECT_EQ(root().signalThatEnds(other), SIGKILL);
 }
 
 TEST_F(ProcessStop, ARunOnceApplicationAndPlainExecutablesAreLeftAlone) {

@@ -186,6 +186,17 @@ void PrivateRoot::endProcess(pid_t process) {
   std::erase_if(processes_, [&](const RunningProgram& program) { return program.process() == process; });
 }
 
+int PrivateRoot::signalThatEnds(pid_t process) {
+  const auto program = std::find_if(processes_.begin(), processes_.end(), [process](const RunningProgram& candidate) {
+    return candidate.process() == process;
+  });
+  if (program == processes_.end()) {
+    return 0;
+  }
+  const Outcome outcome = program->wait();
+  return outcome.timedOut ? 0 : outcome.signal;
+}
+
 bool PrivateRoot::processRuns(pid_t process) {
   return std::any_of(processes_.begin(), processes_.end(),
                      [&](RunningProgram& program) { return program.process() == process && program.isRunning(); });

@@ -79,6 +79,8 @@ class PrivateRoot {
   pid_t startProcess(const std::string& name, uid_t user, const std::string& program = {});
   /// Ends a process of startProcess(), by its number inside.
   void endProcess(pid_t process);
+  /// Waits for the end of a process of startProcess(): the signal that ended it; 0 when it goes on at its limit.
+  [[nodiscard]] int signalThatEnds(pid_t process);
   /// Whether a process of startProcess() still runs.
   [[nodiscard]] bool processRuns(pid_t process);
 

@@ -5,6 +5,7 @@
 
 #include "InstallationDeployer/CommandLine.h"
 #include "InstallationDeployer/EngineLog.h"
+#include "InstallationDeployer/EngineThreads.h"
 #include "InstallationDeployer/QVNInstallController.h"
 #include "InstallationDeployer/Usage.h"
 #include "general/foundation/FileManager.h"
@@ -16,7 +17,6 @@
 namespace deployer {
 namespace {
 
-constexpr const char* kMainThreadName = "main thread";
 constexpr std::string_view kTargetPath = "/";
 // From the executable, Contents/MacOS/InstallationDeployer, up to the bundle.
 constexpr std::string_view kFromExecutableToBundle = "../../../";

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/EngineThreads.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/TextFormat.h"
 #include "general/system/ExecutableLocation.h"
@@ -27,7 +28,8 @@ constexpr std::size_t kShortestKeptName = 15;
 
 bool isNameOfEngine(std::string_view name) {
   const std::string_view whole = deployer::kQVNInstallationDeployerName;
-  return name == whole || (name.size() >= kShortestKeptName && whole.starts_with(name));
+  return name == whole || name == deployer::kMainThreadName ||
+         (name.size() >= kShortestKeptName && whole.starts_with(name));
 }
 
 std::optional<std::string> engineIn(const std::string& folder) {

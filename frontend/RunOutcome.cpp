@@ -1,5 +1,6 @@
 #include "frontend/RunOutcome.h"
 
+#include "InstallationDeployer/EngineLog.h"
 #include "general/foundation/TextFormat.h"
 
 namespace frontend {
@@ -8,8 +9,6 @@ using deployer::QVNInstallerState;
 using foundation::format;
 
 namespace {
-
-constexpr const char* kSystemLog = "the system log, under \"Corvane Installer\"";
 
 int exitCodeFor(QVNInstallerState state) { return static_cast<int>(static_cast<std::uint32_t>(state)); }
 
@@ -71,10 +70,11 @@ std::string finalStateText(QVNInstallerState state, Purpose purpose) {
 }
 
 std::string logText(const RunFacts& facts) {
+  const std::string systemLog = format("the system log, under \"%s\"", deployer::kEngineLogSender);
   if (facts.logIsShown) {
-    return format("Log: shown above, and in %s.", kSystemLog);
+    return format("Log: shown above, and in %@.", systemLog);
   }
-  return facts.logFile ? format("Log: %@, and %s.", *facts.logFile, kSystemLog) : format("Log: %s.", kSystemLog);
+  return facts.logFile ? format("Log: %@, and %@.", *facts.logFile, systemLog) : format("Log: %@.", systemLog);
 }
 
 }  // namespace frontend

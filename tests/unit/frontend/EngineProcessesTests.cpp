@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
 
+#include "InstallationDeployer/EngineThreads.h"
 #include "frontend/EngineProcesses.h"
+#include "general/foundation/Thread.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace frontend {
@@ -28,6 +31,20 @@ TEST(EngineProcesses, KnowsAnEngineByItsName) {
   kill(task.processIdentifier(), SIGKILL);
   task.waitUntilExit();
   EXPECT_EQ(lookForEngine(task.processIdentifier()), EngineProcess::None);
+}
+
+TEST(EngineProcesses, KnowsAnEngineThatHasNamedItsFirstThread) {
+  const pid_t child = fork();
+  if (child == 0) {
+    foundation::setCurrentThreadName(deployer::kMainThreadName);
+    raise(SIGSTOP);
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+  EXPECT_EQ(lookForEngine(child), EngineProcess::Engine);
+  kill(child, SIGKILL);
+  waitpid(child, &status, 0);
 }
 
 TEST(EngineProcesses, HasAReasonForEachProcessThatCannotBeWatched) {

@@ -141,10 +141,6 @@ void SocketListener::handOverFrames(PeerId id) {
     if (peer->leaving) {
       return;
     }
-    if (held_) {
-      putAside(id, *peer);
-      return;
-    }
     const auto content = peer->reader.next();
     if (!content) {
       if (peer->reader.isBroken()) {
@@ -175,15 +171,6 @@ void SocketListener::resume() {
     if (peer && peer->readable == 0) {
       watch(id, *peer);
     }
-    // What has been read already makes no descriptor readable.
-    const std::weak_ptr<const bool> life = life_;
-    loop_->perform(
-        [this, life, id] {
-          if (!life.expired()) {
-            handOverFrames(id);
-          }
-        },
-        false);
   }
 }
 

@@ -50,7 +50,7 @@ class SocketListener {
   void send(PeerId peer, std::string_view content);
   /// Closes the connection once what is queued for the peer has been sent; nothing more is read from it.
   void closeAfterSending(PeerId peer);
-  /// Between the two no frame is handed over and nothing is read, also while a handler turns the run loop.
+  /// For a handler that turns the run loop, before and after: meanwhile nothing is read, so that no other frame comes.
   void hold() { held_ = true; }
   void resume();
 

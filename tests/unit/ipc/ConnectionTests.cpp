@@ -461,6 +461,23 @@ TEST_F(Connections, CarryOutOneRequestAtATimeWhileATargetTurnsTheLoop) {
   EXPECT_TRUE(isServed());
 }
 
+TEST_F(Connections, ReadNothingWhileATargetTurnsTheLoop) {
+  const VendingProcess server(*shared_);
+  RawPeer first;
+  RawPeer talkative;
+  ASSERT_TRUE(talkative.send(callFrame("count")));
+  ASSERT_TRUE(talkative.receive());
+  ASSERT_TRUE(first.send(callFrame("turnUntilReleased")));
+  ASSERT_TRUE(ipctests::await([&] { return shared_->inside > 0; }));
+  EXPECT_GT(talkative.sendUntilRefused(callFrame("count")), 0U);
+  const int inside = shared_->inside;
+  ASSERT_TRUE(ipctests::await([&] { return shared_->inside > inside + 20; }));
+  EXPECT_FALSE(talkative.canSend());
+  shared_->release = true;
+  EXPECT_TRUE(first.receive());
+  EXPECT_TRUE(talkative.receive());
+}
+
 TEST_F(Connections, EndAllWhenATargetEndsTheConnection) {
   VendingProcess server(*shared_);
   RawPeer other;

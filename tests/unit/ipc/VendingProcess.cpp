@@ -295,6 +295,22 @@ bool RawPeer::send(std::string_view bytes) {
   return true;
 }
 
+std::size_t RawPeer::sendUntilRefused(std::string_view bytes) {
+  std::size_t taken = 0;
+  while (true) {
+    const ssize_t sent = ::send(socket_.number(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent < 0) {
+      return taken;
+    }
+    taken += static_cast<std::size_t>(sent);
+  }
+}
+
+bool RawPeer::canSend() const {
+  pollfd watched{socket_.number(), POLLOUT, 0};
+  return poll(&watched, 1, 0) > 0;
+}
+
 bool RawPeer::readMore() {
   pollfd watched{socket_.number(), POLLIN, 0};
   if (poll(&watched, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())) <= 0) {

@@ -129,6 +129,9 @@ class RawPeer {
   [[nodiscard]] bool isConnected() const { return socket_.isOpen(); }
   /// Sends all of it, as far as the other end takes it; false when that has gone.
   bool send(std::string_view bytes);
+  /// Sends the bytes again and again until the other end takes no more; how many it took.
+  std::size_t sendUntilRefused(std::string_view bytes);
+  [[nodiscard]] bool canSend() const;
   /// Waits for the next frame; its content, or nothing at the end of the connection.
   std::optional<std::string> receiveFrame();
   std::optional<ipc::Message> receive();

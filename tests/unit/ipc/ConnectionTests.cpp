@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -769,6 +770,9 @@ TEST_F(Connections, TellOfARequestWithoutAnAnswerThatWasNotAuthentic) {
   const FakeServer server({answerFrame(refusal)});
   Client client;
   client.call("poke");
+  // The server has gone before the next request, but not without a word.
+  pollfd watched{client->descriptor(), 0, 0};
+  ASSERT_GT(poll(&watched, 1, 120'000), 0);
   EXPECT_EQ(client.exceptionOf("count"), ipc::kFailedAuthenticationException);
   EXPECT_FALSE(client->isValid());
 }

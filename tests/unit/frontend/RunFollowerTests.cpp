@@ -26,7 +26,6 @@ namespace frontend {
 namespace {
 
 using namespace deployer;
-using foundation::PropertyList;
 using foundation::RunLoop;
 
 /// Vouches for nobody.

@@ -78,7 +78,7 @@ int runEngine(const std::vector<std::string>& arguments) {
     logging::error("invalid configuration.");
     controller.setInstallerState(QVNInstallerStateFailed);
   }
-  const auto exitCode = static_cast<int>(controller.installerState());
+  const auto exitCode = exitCodeForState(controller.installerState());
   logging::debug("exiting the main thread with error code: %d", exitCode);
   return exitCode;
 }

@@ -50,4 +50,8 @@ const char* getNameForState(QVNInstallerState state) {
   }
 }
 
+int exitCodeForState(QVNInstallerState state) {
+  return static_cast<int>(state <= QVNInstallerStateCancelled ? state : QVNInstallerStateFailed);
+}
+
 }  // namespace deployer

@@ -30,5 +30,8 @@ enum QVNInstallerState : std::uint32_t {
 [[nodiscard]] bool isCompletionState(QVNInstallerState state);
 /// A text for people; static storage.
 [[nodiscard]] const char* getNameForState(QVNInstallerState state);
+/// What a run that ends in this state exits with: the state, or failure for a state that no engine knows, which an exit
+/// code of eight bits could turn into success.
+[[nodiscard]] int exitCodeForState(QVNInstallerState state);
 
 }  // namespace deployer

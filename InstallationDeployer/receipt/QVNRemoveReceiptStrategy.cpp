@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/receipt/ReceiptLock.h"
 #include "general/foundation/FileManager.h"
 #include "general/foundation/TemporaryNames.h"
 #include "general/logging/SystemLog.h"
@@ -40,6 +41,7 @@ bool QVNRemoveReceiptStrategy::execute(bool previousSuccess) {
   if (!requireReceiptLocation()) {
     return false;
   }
+  const auto lock = lockReceipts();
   if (const Status removed = removeReceipts(); !removed) {
     logging::error("Unable to remove receipt at %@\n\terror: %@", configuration().receiptDirectory(), removed.error());
     return failWith();

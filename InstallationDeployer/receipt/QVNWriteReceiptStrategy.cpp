@@ -6,6 +6,7 @@
 #include "InstallationDeployer/DefaultAttributes.h"
 #include "InstallationDeployer/FailedInstallCleanup.h"
 #include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/receipt/ReceiptLock.h"
 #include "general/foundation/FileManager.h"
 #include "general/foundation/NSDictionaryExtensions.h"
 #include "general/foundation/Paths.h"
@@ -49,6 +50,7 @@ bool QVNWriteReceiptStrategy::execute(bool previousSuccess) {
     logging::debug("Receipt running as installer. WriteReceipt will not update the receipt.");
     return true;
   }
+  const auto lock = lockReceipts();
   if (!stageBundle(bundlePath)) {
     return false;
   }

@@ -1,7 +1,6 @@
 #include "general/ipc/ServiceFolder.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -73,7 +72,12 @@ bool makeFolder(std::string_view path) {
   return true;
 }
 
-bool makeFolders() {
+}  // namespace
+
+bool makeServiceFolders() {
+  if (geteuid() != 0) {
+    return false;
+  }
   // The folder for what runs is made at every start of the system; a system that has none yet gets one.
   const std::string parent = paths::deleteLastComponent(std::string(kServiceFolder));
   for (const std::string& folder : {paths::deleteLastComponent(parent), parent}) {
@@ -81,8 +85,6 @@ bool makeFolders() {
   }
   return makeFolder(kServiceFolder) && makeFolder(kObserverFolder);
 }
-
-}  // namespace
 
 std::optional<std::string> socketPathOfService(std::string_view name) {
   if (name.starts_with(".") || !paths::isSingleComponent(std::string(name))) {
@@ -94,19 +96,8 @@ std::optional<std::string> socketPathOfService(std::string_view name) {
 }
 
 std::optional<ServiceFolderLock> ServiceFolderLock::acquire() {
-  if (geteuid() != 0 || !makeFolders()) {
-    return std::nullopt;
-  }
-  const std::string path = paths::append(std::string(kServiceFolder), std::string(kLockName));
-  Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kModeForRoot));
-  int locked = -1;
-  while (file.isOpen() && (locked = flock(file.number(), LOCK_EX)) != 0 && errno == EINTR) {
-  }
-  if (locked != 0) {
-    complain("Unable to lock the folder for connections", path);
-    return std::nullopt;
-  }
-  return ServiceFolderLock(std::move(file));
+  auto lock = NamedLock::acquire(kLockName);
+  return lock ? std::optional(ServiceFolderLock(std::move(*lock))) : std::nullopt;
 }
 
 SocketState stateOfSocket(const std::string& path) {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "general/foundation/Descriptor.h"
+#include "general/ipc/NamedLock.h"
 
 /// The folder in which this product's processes find each other: a socket per registered name, and one per observer of
 /// distributed notifications. Only root can write in it.
@@ -23,6 +24,10 @@ inline constexpr mode_t kModeForRoot = 0600;
 /// component, or too long for a socket's address.
 [[nodiscard]] std::optional<std::string> socketPathOfService(std::string_view name);
 
+/// Makes the folders, as far as they are missing. False, and an error in the log, when they cannot be made or are not
+/// root's own, and for everybody but root.
+[[nodiscard]] bool makeServiceFolders();
+
 /// Who vends or observes holds this meanwhile, so that two processes never take over the same stale socket, and none
 /// takes a socket that is being made for stale. Making it makes the folders; nothing, and an error in the log, when the
 /// folders cannot be made or are not root's own.
@@ -31,8 +36,8 @@ class ServiceFolderLock {
   [[nodiscard]] static std::optional<ServiceFolderLock> acquire();
 
  private:
-  explicit ServiceFolderLock(foundation::Descriptor file) : file_(std::move(file)) {}
-  foundation::Descriptor file_;
+  explicit ServiceFolderLock(NamedLock lock) : lock_(std::move(lock)) {}
+  NamedLock lock_;
 };
 
 enum class SocketState { Absent, Stale, Alive };

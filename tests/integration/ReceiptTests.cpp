@@ -402,4 +402,25 @@ TEST_F(KilledReceipt, TheDataIsOnDiskBeforeTheReceiptShowsAndTheFolderBeforeTheS
   EXPECT_FALSE(root().exists(kTemporary));
 }
 
+TEST_F(Receipt, ASecondEngineWaitsUntilTheFirstHasItsReceiptInPlace) {
+  if (!root().hasProcesses()) {
+    GTEST_SKIP() << root().whyNoMounts();
+  }
+  const std::string second = std::string(kDriver) + " write-receipt '" + kBundle + "' " + kProduct +
+                             " --before-publishing 'touch /second' Core";
+  root().writeFile("/second.sh", second + "\n", 0755);
+  // The first one holds still until the second one waits for it, or has staged a receipt of its own meanwhile.
+  const Outcome first =
+      writeReceipt({"--before-publishing",
+                    "sh /second.sh >/second.out 2>/dev/null & "
+                    "until [ -e /second ] || grep -q -e '-> FLOCK' /proc/locks; do sleep 0.02; done; [ ! -e /second ]",
+                    "Core"});
+  EXPECT_EQ(first.standardOutput, "success=1 state=0 published=\n") << first.standardError;
+  EXPECT_TRUE(root().exists(kReceipt + "/Contents/MacOS/InstallationDeployer"));
+  ASSERT_TRUE(root().shell("until grep -q success /second.out; do sleep 0.02; done").succeeded());
+  EXPECT_EQ(root().readFile("/second.out"), "success=1 state=0 published=\n");
+  EXPECT_TRUE(root().exists("/second"));
+  EXPECT_TRUE(root().exists(kReceipt + "/Contents/MacOS/InstallationDeployer"));
+}
+
 }  // namespace

@@ -62,5 +62,14 @@ TEST(InstallerState, EveryStateHasItsText) {
   }
 }
 
+TEST(InstallerState, ExitCodeIsTheStateAndAnUnknownStateIsAFailure) {
+  for (const std::uint32_t value : {0U, 1U, 3U, 4U, 16U, 21U}) {
+    EXPECT_EQ(exitCodeForState(state(value)), static_cast<int>(value));
+  }
+  for (const std::uint32_t value : {22U, 99U, 256U, 4294967295U}) {
+    EXPECT_EQ(exitCodeForState(state(value)), 1) << value;
+  }
+}
+
 }  // namespace
 }  // namespace deployer

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "general/foundation/Descriptor.h"
+
+namespace ipc {
+
+/// Held by one of root's processes on this machine at a time, under a name in the folder where processes meet. It ends
+/// with the object or the process, however that ends. Use from one thread.
+class NamedLock {
+ public:
+  /// Waits until the lock is free. Nothing, and an error in the log, when the folder cannot be used.
+  /// @param name a single path component that begins with a dot.
+  [[nodiscard]] static std::optional<NamedLock> acquire(std::string_view name);
+
+ private:
+  explicit NamedLock(foundation::Descriptor file) : file_(std::move(file)) {}
+  foundation::Descriptor file_;
+};
+
+}  // namespace ipc

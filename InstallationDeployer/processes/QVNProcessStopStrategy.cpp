@@ -10,7 +10,6 @@
 
 namespace deployer {
 
-using foundation::PropertyList;
 using foundation::NSDictionaryExtensions::boolForKey;
 using platform::RunningApplication;
 

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/EngineLog.h"
 #include "InstallationDeployer/InternalInconsistency.h"
 #include "InstallationDeployer/QVNInstallController.h"
 #include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
@@ -253,7 +254,10 @@ TEST_F(InstallController, WatchedRunWaitsUntilItsServiceIsToldToEnd) {
     QVNInstallController controller(configuration);
     EXPECT_EQ(controller.statusServerThread(), nullptr);
     const tests::CapturedLog log;
-    std::thread mainThread([&] { controller.startController(); });
+    std::thread mainThread([&] {
+      const EngineLog engineLog;
+      controller.startController();
+    });
     while (!controller.mainThreadComplete()) {
       std::this_thread::yield();
     }

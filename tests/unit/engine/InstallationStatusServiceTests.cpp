@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "InstallationDeployer/EngineLog.h"
 #include "InstallationDeployer/QVNInstallationStatusService.h"
 #include "general/foundation/RunLoop.h"
 #include "general/foundation/TextFormat.h"
@@ -128,7 +129,10 @@ TEST_F(StatusService, ThatCannotBeSetUpSaysSoAndStillKeepsTheRunWaiting) {
   service_.stateUpdatedNotification();
   EXPECT_EQ(log.text().find("posting"), std::string::npos);
 
-  std::thread mainThread([this] { service_.waitForServiceCompletion(); });
+  std::thread mainThread([this] {
+    const EngineLog engineLog;
+    service_.waitForServiceCompletion();
+  });
   service_.shutdownStatusServer();
   mainThread.join();
   EXPECT_FALSE(service_.runLoopShouldKeepRunning());
@@ -346,6 +350,7 @@ TEST_F(VendedStatusService, ServesWatchersWhileTheRunGoesOn) {
   service().startServer();
   constexpr int kChanges = 200;
   std::thread mainThread([this] {
+    const EngineLog engineLog;
     for (int i = 0; i < kChanges; ++i) {
       run_.state = i % 2 == 0 ? QVNInstallerStateInstalling : QVNInstallerStateValidating;
       run_.progress = static_cast<std::uint64_t>(i) / 2;

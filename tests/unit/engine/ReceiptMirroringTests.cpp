@@ -5,6 +5,7 @@
 #include <future>
 #include <memory>
 
+#include "InstallationDeployer/EngineLog.h"
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "general/foundation/Thread.h"
@@ -42,6 +43,7 @@ class LoopThread {
 
  private:
   void run() {
+    const EngineLog log;
     const auto own = RunLoop::current();
     own->addTimer(std::chrono::milliseconds(500), true, {});
     started_.set_value(own);

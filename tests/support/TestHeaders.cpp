@@ -1,0 +1,1 @@
+// Precompiled headers need a source to be compiled with.

@@ -1,12 +1,16 @@
 // remote-calls: how fast two processes talk to each other the way an engine and its watcher do, beside two processes
 // that exchange as many bytes over a bare pair of sockets.
 //
-//   remote-calls [ROUND-TRIPS [STATE-CHANGES]]
+//   remote-calls anywhere|together [ROUND-TRIPS [STATE-CHANGES]]
+//
+// The processes are wherever the system puts them, or together on one processor. On a machine with nothing else to do
+// the first shows mostly how long an idle processor takes to wake; the second shows what the talk itself costs.
 //
 // Prints one line per fact, "name value". Needs root, and works in a /var/run of its own.
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,6 +27,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -73,6 +78,16 @@ class ChildProcess {
  private:
   pid_t process_;
 };
+
+/// Keeps this process, and those that it makes, on the processor that it runs on.
+void stayOnOneProcessor() {
+  cpu_set_t own;
+  CPU_ZERO(&own);
+  CPU_SET(sched_getcpu(), &own);
+  if (sched_setaffinity(0, sizeof own, &own) != 0) {
+    throw std::runtime_error("cannot stay on one processor");
+  }
+}
 
 std::int64_t nanosecondsNow() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
@@ -243,8 +258,16 @@ int numberIn(const char* text) {
 }  // namespace
 
 int main(int count, char** values) {
+  const std::string_view placement = count > 1 ? values[1] : "";
+  if (count > 4 || (placement != "anywhere" && placement != "together")) {
+    std::cerr << "usage: remote-calls anywhere|together [ROUND-TRIPS [STATE-CHANGES]]\n";
+    return 2;
+  }
   try {
-    measure(count > 1 ? numberIn(values[1]) : 100000, count > 2 ? numberIn(values[2]) : 1000);
+    if (placement == "together") {
+      stayOnOneProcessor();
+    }
+    measure(count > 2 ? numberIn(values[2]) : 100000, count > 3 ? numberIn(values[3]) : 1000);
     return 0;
   } catch (const std::exception& problem) {
     std::cerr << "remote-calls: " << problem.what() << '\n';

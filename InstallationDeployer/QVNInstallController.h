@@ -101,6 +101,8 @@ class QVNInstallController : public InstallRun, public WatchedRun {
 
   [[nodiscard]] bool detectionPathExists(std::string_view path, std::string_view selector);
 
+  /// Fails an install of which a component's manifest cannot be read; after everything else that refuses a run.
+  void checkComponentManifests();
   [[nodiscard]] std::unique_ptr<QVNInstallStepStrategy> buildInstallTree();
   [[nodiscard]] std::unique_ptr<QVNInstallStepStrategy> buildReceiptTree();
   [[nodiscard]] std::unique_ptr<QVNInstallStepStrategy> buildRemovalTree();

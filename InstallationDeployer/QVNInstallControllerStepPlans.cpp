@@ -51,12 +51,33 @@ void QVNInstallController::buildAndRunStrategies() {
   configuration_.setHasInstallerReceipt(productHasReceipt());
   strategy_ = buildStrategies();
   watchedStrategy_ = strategy_.get();
+  checkComponentManifests();
   if (hasFailed() || !strategy_) {
     return;
   }
   const bool success = strategy_->execute(true);
   logging::notice("\"%@\" success: %@", strategy_->qualifiedName(), success ? "YES" : "NO");
   setInstallerState(strategy_->installerState());
+}
+
+void QVNInstallController::checkComponentManifests() {
+  if (hasFailed() || !configuration_.install()) {
+    return;
+  }
+  // Without its manifest a component would count as one without files: an upgrade would remove the installed ones and
+  // put nothing in their place.
+  const PropertyList phases = manifest().arrayOfInstallPhasesForProduct(productName());
+  for (const PropertyList& phase : phases.elements()) {
+    for (const PropertyList& component : phase[kManifestIndexListOfComponents].elements()) {
+      const std::string name(component.text());
+      if (manifest().getManifestForComponent(name).isNil()) {
+        logging::error("The manifest of component %@ is missing or damaged: %@", name,
+                       manifest().getPathForComponent(name));
+        setInstallerState(QVNInstallerStateFailed);
+        return;
+      }
+    }
+  }
 }
 
 std::unique_ptr<QVNInstallStepStrategy> QVNInstallController::buildStrategies() {

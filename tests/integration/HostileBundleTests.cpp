@@ -104,14 +104,18 @@ TEST_F(HostileBundle, DamagedIndexLeavesNoProductToSelect) {
   }
 }
 
-TEST_F(HostileBundle, DamagedComponentManifestInstallsNothingOfIt) {
+TEST_F(HostileBundle, DamagedComponentManifestFailsTheRunBeforeAnythingIsInstalled) {
   for (const auto& [name, damage] : damages()) {
     SCOPED_TRACE(name);
     makeRoot();
     deliverBundle();
     damage(root().path(core()));
-    installHostile();
+    const auto outcome = installHostile();
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(logged(outcome, "Error", "The manifest of component Core is missing or damaged: " + core()), 1)
+        << outcome.standardError;
     EXPECT_FALSE(root().exists("/opt/guard"));
+    EXPECT_FALSE(root().exists(kReceipt));
   }
 }
 

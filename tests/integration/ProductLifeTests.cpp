@@ -169,6 +169,27 @@ TEST_F(ProductLife, AFailedUpgradeLeavesNoReceiptProcessAndTheNextOneSucceeds) {
   EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
 }
 
+TEST_F(ProductLife, AnUpgradeFromADamagedBundleChangesNothingAndTheNextOneSucceeds) {
+  installFirstVersion();
+  const support::Snapshot before = machine();
+  for (const char* damage : {"rm -f", "truncate -s 100", "truncate -s 0"}) {
+    SCOPED_TRACE(damage);
+    deliverNewBundle();
+    const std::string manifest = inBundle("Contents/Install/Manifests/Core.plist");
+    ASSERT_TRUE(root().shell(std::string(damage) + " '" + manifest + "'").succeeded());
+    const auto outcome = install();
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(logged(outcome, "Error", "The manifest of component Core is missing or damaged: " + manifest), 1)
+        << outcome.standardError;
+    EXPECT_EQ(difference(machine(), before), "");
+  }
+  deliverNewBundle();
+  const auto next = install();
+  EXPECT_EQ(next.exitCode, 0) << next.description();
+  EXPECT_EQ(root().readFile("/Library/Guard/core"), "core, second edition");
+  EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
+}
+
 /// What a receipt that misbehaves does to a run: a program of the tests stands in for its engine.
 class OddReceipt : public ProductLife {
  protected:

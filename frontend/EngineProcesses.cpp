@@ -10,8 +10,10 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/EngineThreads.h"
+#include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/TextFormat.h"
+#include "general/ipc/ServiceFolder.h"
 #include "general/system/ExecutableLocation.h"
 #include "general/system/TQProcessInfo.h"
 
@@ -55,6 +57,13 @@ EngineProcess lookForEngine(int processIdentifier) {
   return isNameOfEngine(found->command) ? EngineProcess::Engine : EngineProcess::Other;
 }
 
+bool isReceiptProcess(int processIdentifier) {
+  const auto socket =
+      ipc::socketPathOfService(format(deployer::kQVNInstallationReceiptServiceNameFormat, processIdentifier));
+  std::error_code error;
+  return socket && fs::exists(*socket, error);
+}
+
 std::string reasonNotToWatch(int processIdentifier, EngineProcess found) {
   switch (found) {
     case EngineProcess::None:
@@ -64,8 +73,10 @@ std::string reasonNotToWatch(int processIdentifier, EngineProcess found) {
     case EngineProcess::Engine:
       break;
   }
-  return format("The engine with process number %d cannot be watched: it was not started with --ui.",
-                processIdentifier);
+  return format(
+      "The engine with process number %d cannot be watched: it was not started with --ui, or its service cannot "
+      "be reached.",
+      processIdentifier);
 }
 
 std::optional<std::string> engineBeside(std::string_view startedAs) {

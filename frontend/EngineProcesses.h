@@ -13,6 +13,8 @@ namespace frontend {
 enum class EngineProcess { None, Other, Engine };
 
 [[nodiscard]] EngineProcess lookForEngine(int processIdentifier);
+/// Whether it is the engine in a receipt, at work for the engine that started it: its state is not that of the run.
+[[nodiscard]] bool isReceiptProcess(int processIdentifier);
 /// Why a process that has no service cannot be watched, a sentence for people.
 [[nodiscard]] std::string reasonNotToWatch(int processIdentifier, EngineProcess found);
 

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <limits>
 #include <string>
 
 #include "frontend/InstallerRun.h"
@@ -22,7 +23,7 @@ void describe(CLI::App& app, InstallerOptions& options) {
       app.add_flag("--remove", options.remove, "Remove the installed product; only from its receipt");
   app.add_option("--watch", options.watch, "Attach to the running engine with this process number")
       ->type_name("PID")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(1, std::numeric_limits<int>::max()))
       ->excludes(product)
       ->excludes(remove);
   app.add_flag("--json", options.json, "Print one JSON object per event");

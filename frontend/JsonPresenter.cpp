@@ -52,6 +52,8 @@ void JsonPresenter::watching(int processIdentifier) {
   output_(Event("watching").number("process", asNumber(processIdentifier)).line());
 }
 
+void JsonPresenter::unreachable() { output_(Event("unreachable").line()); }
+
 void JsonPresenter::stateChanged(deployer::QVNInstallerState state) {
   output_(Event("state").number("state", state).text("text", deployer::getNameForState(state)).line());
 }

@@ -20,6 +20,8 @@ void LivePresenter::begin(const RunFacts& facts) {
 
 void LivePresenter::watching(int /*processIdentifier*/) {}
 
+void LivePresenter::unreachable() { say(kUnreachableText); }
+
 void LivePresenter::stateChanged(deployer::QVNInstallerState state) {
   if (!deployer::isCompletionState(state)) {
     doing_ = deployer::getNameForState(state);
@@ -32,16 +34,18 @@ void LivePresenter::progressChanged(int percent) {
   draw();
 }
 
-void LivePresenter::cancelAsked() {
-  terminal_(std::string(terminal::kEraseLine) + std::string(kCancelText) + "\n");
-  draw();
-}
+void LivePresenter::cancelAsked() { say(kCancelText); }
 
 void LivePresenter::widthChanged() { draw(); }
 
 void LivePresenter::end(const RunOutcome& outcome, const RunFacts& facts) {
   terminal_(terminal::kEraseLine);
   PlainPresenter(terminal_, trouble_).end(outcome, facts);
+}
+
+void LivePresenter::say(std::string_view text) {
+  terminal_(std::string(terminal::kEraseLine) + std::string(text) + "\n");
+  draw();
 }
 
 void LivePresenter::draw() {

@@ -17,6 +17,7 @@ class LivePresenter : public Presenter {
 
   void begin(const RunFacts& facts) override;
   void watching(int processIdentifier) override;
+  void unreachable() override;
   void stateChanged(deployer::QVNInstallerState state) override;
   void progressChanged(int percent) override;
   void cancelAsked() override;
@@ -24,6 +25,8 @@ class LivePresenter : public Presenter {
   void end(const RunOutcome& outcome, const RunFacts& facts) override;
 
  private:
+  /// Text that stays, above the bar.
+  void say(std::string_view text);
   void draw();
 
   Output terminal_;

@@ -13,6 +13,8 @@ void PlainPresenter::begin(const RunFacts& facts) {
 
 void PlainPresenter::watching(int /*processIdentifier*/) {}
 
+void PlainPresenter::unreachable() { print(kUnreachableText); }
+
 void PlainPresenter::stateChanged(deployer::QVNInstallerState state) {
   state_ = state;
   // The outcome says the rest.

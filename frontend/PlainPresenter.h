@@ -14,6 +14,7 @@ class PlainPresenter : public Presenter {
 
   void begin(const RunFacts& facts) override;
   void watching(int processIdentifier) override;
+  void unreachable() override;
   void stateChanged(deployer::QVNInstallerState state) override;
   void progressChanged(int percent) override;
   void cancelAsked() override;

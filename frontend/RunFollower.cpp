@@ -18,16 +18,14 @@ namespace {
 
 constexpr milliseconds kBetweenAttemptsToConnect(20);
 constexpr milliseconds kBetweenQuestions(250);
-// An engine of somebody else that has just been started needs a moment until it can be watched.
-constexpr seconds kPatienceWithStart(10);
 // An engine leaves at once when it may.
 constexpr seconds kPatienceWithEnd(30);
 constexpr int kMostFailures = 5;
 
 }  // namespace
 
-RunFollower::RunFollower(RunListener& listener, foundation::Task& engine)
-    : listener_(listener), engine_(&engine), process_(engine.processIdentifier()) {
+RunFollower::RunFollower(RunListener& listener, foundation::Task& engine, Clock::duration patience)
+    : listener_(listener), engine_(&engine), process_(engine.processIdentifier()), patience_(patience) {
   engineExit_.emplace(*loop_, engine);
 }
 
@@ -71,6 +69,11 @@ void RunFollower::turn() {
 }
 
 void RunFollower::connect() {
+  if (engine_ == nullptr && isReceiptProcess(process_)) {
+    end(RunEnd::Kind::Unwatched,
+        format("Process %d is the engine of a receipt, which another engine started. Watch that one.", process_));
+    return;
+  }
   connection_ = StatusConnection::toEngine(process_);
   if (!connection_) {
     reconsiderUnreachableEngine();
@@ -98,6 +101,7 @@ void RunFollower::update() {
   try {
     const QVNInstallerState state = connection_->state();
     failures_ = 0;
+    heard_ = Clock::now();
     if (!std::exchange(wasWatched_, true)) {
       listener_.watching(process_);
     }
@@ -154,8 +158,13 @@ void RunFollower::dropConnection() {
 }
 
 void RunFollower::reconsiderUnreachableEngine() {
+  const bool isPatient = Clock::now() - heard_ <= patience_;
   if (engine_ != nullptr) {
-    return;  // its process tells when there is nothing to wait for
+    // Its process tells when there is nothing to wait for; until then somebody wants to know why nothing is shown.
+    if (!isPatient && !std::exchange(wasUnreachable_, true)) {
+      listener_.unreachable();
+    }
+    return;
   }
   if (finalState_) {
     end(RunEnd::Kind::Finished);
@@ -163,7 +172,7 @@ void RunFollower::reconsiderUnreachableEngine() {
     end(RunEnd::Kind::Lost, format("The engine (process %d) has gone without saying how the run ended.", process_));
   } else {
     const auto found = lookForEngine(process_);
-    if (found != EngineProcess::Engine || Clock::now() - begun_ > kPatienceWithStart) {
+    if (found != EngineProcess::Engine || !isPatient) {
       end(RunEnd::Kind::Unwatched, reasonNotToWatch(process_, found));
     }
   }

@@ -19,6 +19,8 @@ class RunListener {
   virtual ~RunListener() = default;
   /// The engine can be watched from now on; once.
   virtual void watching(int processIdentifier) = 0;
+  /// The engine that this program started has not been reached for a while, though it runs; at most once.
+  virtual void unreachable() = 0;
   /// The run's state, each time it is another one than before. States that last for a moment only may be skipped.
   virtual void stateChanged(deployer::QVNInstallerState state) = 0;
   /// In percent, each time it is another value than before. It may also go down.
@@ -46,8 +48,13 @@ struct RunEnd {
 /// the engine announces a change, and every now and then, so that a lost announcement costs no more than a moment.
 class RunFollower {
  public:
+  using Clock = foundation::RunLoop::Clock;
+  // An engine that has just been started needs a moment until it can be watched.
+  static constexpr Clock::duration kPatienceWithStart = std::chrono::seconds(10);
+
   /// Of an engine that this process started; its end ends the run in any case. Both outlive the follower.
-  RunFollower(RunListener& listener, foundation::Task& engine);
+  /// @param patience how long it may stay unreachable before the listener hears of it.
+  RunFollower(RunListener& listener, foundation::Task& engine, Clock::duration patience = kPatienceWithStart);
   /// Of an engine that somebody else started. It is over when the engine's service is gone.
   RunFollower(RunListener& listener, int processIdentifier);
   ~RunFollower();
@@ -61,8 +68,6 @@ class RunFollower {
   void detach();
 
  private:
-  using Clock = foundation::RunLoop::Clock;
-
   void turn();
   void connect();
   void greet();
@@ -85,10 +90,12 @@ class RunFollower {
   std::unique_ptr<StatusConnection> connection_;
   foundation::RunLoop::SourceId readable_ = 0;
   foundation::RunLoop::SourceId timer_ = 0;
-  const Clock::time_point begun_ = Clock::now();
+  const Clock::duration patience_ = kPatienceWithStart;
+  Clock::time_point heard_ = Clock::now();  ///< when it began, or when the engine last answered
   Clock::time_point acknowledged_;
   int failures_ = 0;  ///< connections in a row that broke before the engine answered
   bool wasWatched_ = false;
+  bool wasUnreachable_ = false;
   bool cancelWanted_ = false;
   std::optional<deployer::QVNInstallerState> state_;
   std::optional<int> progress_;

@@ -51,7 +51,8 @@ TEST(EngineProcesses, HasAReasonForEachProcessThatCannotBeWatched) {
   EXPECT_EQ(reasonNotToWatch(5, EngineProcess::None), "There is no process 5.");
   EXPECT_EQ(reasonNotToWatch(5, EngineProcess::Other), "Process 5 is not an installation engine.");
   EXPECT_EQ(reasonNotToWatch(5, EngineProcess::Engine),
-            "The engine with process number 5 cannot be watched: it was not started with --ui.");
+            "The engine with process number 5 cannot be watched: it was not started with --ui, or its service "
+            "cannot be reached.");
 }
 
 TEST(EngineProcesses, FindsTheEngineBesideTheProgramAndThroughLinks) {

@@ -114,6 +114,21 @@ TEST(LivePresenter, SaysWhatCancellingMeansOnLinesThatStay) {
   EXPECT_NE(printed.output.find("at once.\n\r\x1b[K["), std::string::npos) << printed.output;
 }
 
+TEST(LivePresenter, SaysOnLinesThatStayThatTheEngineCannotBeReached) {
+  Printed printed;
+  LivePresenter presenter(printed.toOutput(), printed.toTrouble(), [] { return 80U; });
+  presenter.unreachable();
+  EXPECT_TRUE(printed.output.starts_with("\r\x1b[KThe engine runs but cannot be reached")) << printed.output;
+  EXPECT_NE(printed.output.find("leave it alone.\n\r\x1b[K["), std::string::npos) << printed.output;
+}
+
+TEST(PlainPresenter, SaysThatTheEngineCannotBeReached) {
+  Printed printed;
+  PlainPresenter presenter(printed.toOutput(), printed.toTrouble());
+  presenter.unreachable();
+  EXPECT_EQ(printed.output, std::string(kUnreachableText) + "\n");
+}
+
 TEST(LivePresenter, NeverReachesTheLastColumn) {
   for (const std::size_t columns : {0U, 1U, 2U, 10U, 25U, 40U, 200U}) {
     Printed printed;
@@ -141,6 +156,7 @@ TEST(JsonPresenter, PrintsOneObjectPerEvent) {
   Printed printed;
   JsonPresenter presenter(printed.toOutput());
   presenter.begin(someFacts());
+  presenter.unreachable();
   presenter.watching(7);
   presenter.stateChanged(QVNInstallerStateInstalling);
   presenter.progressChanged(40);
@@ -148,6 +164,7 @@ TEST(JsonPresenter, PrintsOneObjectPerEvent) {
   presenter.end(kFailure, someFacts());
   EXPECT_EQ(printed.output,
             "{\"event\": \"started\", \"process\": 7, \"log\": \"/l\"}\n"
+            "{\"event\": \"unreachable\"}\n"
             "{\"event\": \"watching\", \"process\": 7}\n"
             "{\"event\": \"state\", \"state\": 15, \"text\": \"Installing\"}\n"
             "{\"event\": \"progress\", \"percent\": 40}\n"

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "general/foundation/TextFormat.h"
 #include "general/foundation/Thread.h"
 #include "general/ipc/ServerConnection.h"
+#include "general/ipc/ServiceFolder.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/PrivateRunFolder.h"
@@ -131,6 +133,10 @@ class RunFollowerTest : public ::testing::Test, protected RunListener {
     }
   }
   void watching(int processIdentifier) override { heard_ += "watching " + std::to_string(processIdentifier) + "\n"; }
+  void unreachable() override {
+    heard_ += "unreachable\n";
+    atUnreachable_();
+  }
   void stateChanged(QVNInstallerState state) override { heard_ += "state " + std::to_string(state) + "\n"; }
   void progressChanged(int percent) override { heard_ += "progress " + std::to_string(percent) + "\n"; }
 
@@ -143,6 +149,7 @@ class RunFollowerTest : public ::testing::Test, protected RunListener {
   const int process_ = getpid();
   const std::string watching_ = "watching " + std::to_string(process_) + "\n";
   std::string heard_;
+  std::function<void()> atUnreachable_ = [] {};
   const tests::CapturedLog log_;
 };
 
@@ -261,6 +268,26 @@ TEST_F(RunFollowerWithEngine, WaitsForAnEngineThatOnlyLostItsService) {
   RunFollower follower(*this, engine_);
   EXPECT_EQ(follower.follow().state, QVNInstallerStateSuccess);
   EXPECT_FALSE(engine_.isRunning());
+}
+
+TEST_F(RunFollowerWithEngine, SaysOnceThatItsEngineCannotBeReachedAndGoesOnWaiting) {
+  atUnreachable_ = [this] { endEngine("0"); };
+  RunFollower follower(*this, engine_, std::chrono::seconds(0));
+  EXPECT_EQ(follower.follow().kind, RunEnd::Kind::Refused);
+  EXPECT_EQ(heard_, "unreachable\n");
+}
+
+TEST_F(RunFollowerTest, DoesNotWatchTheEngineOfAReceipt) {
+  const StandInService service(process_, {.states = {0}});
+  const std::string socketOfReceipt =
+      std::string(ipc::kServiceFolder) + "/com.corvane.installer.receipt." + std::to_string(process_);
+  std::ofstream(socketOfReceipt).close();
+  const RunEnd end = follow();
+  std::filesystem::remove(socketOfReceipt);
+  EXPECT_EQ(end.kind, RunEnd::Kind::Unwatched);
+  EXPECT_NE(end.reason.find("is the engine of a receipt"), std::string::npos) << end.reason;
+  EXPECT_EQ(heard_, "");
+  EXPECT_FALSE(service.wasShutDown);
 }
 
 TEST_F(RunFollowerWithEngine, LosesAnEngineThatEndsWithSomethingThatIsNoFinalState) {

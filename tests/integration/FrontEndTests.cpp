@@ -234,6 +234,19 @@ TEST_F(FrontEnd, AttachesToAnEngineThatWaitsForItsEndToBeSeen) {
   EXPECT_EQ(engine.wait().exitCode, 0);
 }
 
+TEST_F(FrontEnd, DoesNotTakeTheEngineOfAReceiptForARun) {
+  makeProduct();
+  ASSERT_EQ(runFrontEnd().exitCode, 0);
+  auto receipt = root().start({std::string(kReceipt) + "/Contents/MacOS/InstallationDeployer", "--receipt"});
+  ASSERT_TRUE(receipt.waitForStandardError("posting com.corvane.installer.receipt.started"));
+  for (const auto& user : {support::RunOptions{}, asUser()}) {
+    const Outcome outcome = runFrontEnd(watchCommand(receipt.process()), user);
+    EXPECT_EQ(outcome.exitCode, 69) << outcome.description();
+    EXPECT_NE(outcome.standardError.find("is the engine of a receipt"), std::string::npos) << outcome.description();
+  }
+  EXPECT_TRUE(runs(receipt.process()));
+}
+
 TEST_F(FrontEnd, AttachesToAnEngineThatCannotBeWatchedYet) {
   makeProduct();
   putScriptInPlaceOfEngine(kLateEngine);

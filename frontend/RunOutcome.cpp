@@ -10,8 +10,6 @@ using foundation::format;
 
 namespace {
 
-int exitCodeFor(QVNInstallerState state) { return static_cast<int>(static_cast<std::uint32_t>(state)); }
-
 std::string refusal(const RunFacts& facts, int exitCode) {
   const std::string text = format("The engine ended with exit code %d before it could be watched. ", exitCode);
   return text + (facts.isRoot ? "Its log says why."
@@ -35,7 +33,7 @@ std::string removalText(QVNInstallerState state) {
 }  // namespace
 
 RunOutcome outcomeOf(const RunEnd& end, const RunFacts& facts) {
-  const int state = exitCodeFor(end.state);
+  const int state = deployer::exitCodeForState(end.state);
   switch (end.kind) {
     case RunEnd::Kind::Finished:
       return {"finished", end.state, finalStateText(end.state, facts.purpose), state};

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "general/foundation/Pipe.h"

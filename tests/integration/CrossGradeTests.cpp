@@ -188,9 +188,7 @@ TEST_P(KilledCrossGrade, LosesNothingOfTheUserAndTheNextRunInstalls) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AtManyChanges, KilledCrossGrade,
-                         ::testing::Values(KillMoment::When::Before, KillMoment::When::After), [](const auto& moment) {
-                           return moment.param == KillMoment::When::Before ? "BeforeIt" : "AfterIt";
-                         });
+                         ::testing::Values(KillMoment::When::Before, KillMoment::When::After), nameOfMoment);
 
 }  // namespace
 }  // namespace tests

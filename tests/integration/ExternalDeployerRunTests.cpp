@@ -22,12 +22,7 @@ class ExternalDeployerRun : public WatchedEngineInRoot {
   static constexpr const char* kExternalReceipt = "/Library/Application Support/Corvane/Extras/Installer.app";
   static constexpr const char* kWaiter = "/opt/extras/wait";
 
-  void SetUp() override {
-    WatchedEngineInRoot::SetUp();
-    if (!IsSkipped() && !root().hasProcesses()) {
-      GTEST_SKIP() << root().whyNoMounts();
-    }
-  }
+  [[nodiscard]] bool needsProc() const override { return true; }
 
   void makeProduct(const std::string& externalProduct = "Extras") {
     bundle().stageFile("Core", "/opt/guard/core", "core");
@@ -93,6 +88,15 @@ class ExternalDeployerRun : public WatchedEngineInRoot {
     EXPECT_TRUE(root().exists("/opt/guard/core"));
     EXPECT_FALSE(root().exists(kReceipt));
     EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+  }
+  /// The other engine ended in this way, and nobody knows how its work did.
+  void expectFailedWithTheOtherEngine(const Outcome& outcome, const std::string& ended) {
+    EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
+    EXPECT_EQ(logged(outcome, "Error",
+                     std::string("The external deployer ") + kExternalEngine +
+                         " ended before its final state was known (" + ended + ")."),
+              1);
+    expectStoppedAtTheExternalPhase();
   }
 
  private:
@@ -224,13 +228,7 @@ TEST_F(ExternalDeployerRun, FailsWhenTheOtherEngineIsKilledAndNamesIt) {
   auto engine = startEngine({"--install"});
   waitForWaiter(engine);
   EXPECT_TRUE(root().shell("kill -9 " + externalProcess(engine)).succeeded());
-  const Outcome outcome = engine.wait();
-  EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
-  EXPECT_EQ(logged(outcome, "Error",
-                   std::string("The external deployer ") + kExternalEngine +
-                       " ended before its final state was known (signal 9)."),
-            1);
-  expectStoppedAtTheExternalPhase();
+  expectFailedWithTheOtherEngine(engine.wait(), "signal 9");
 }
 
 TEST_F(ExternalDeployerRun, FailsWhenTheOtherEnginesServiceIsEndedBySomebodyElse) {
@@ -241,13 +239,7 @@ TEST_F(ExternalDeployerRun, FailsWhenTheOtherEnginesServiceIsEndedBySomebodyElse
   waitForWaiter(engine);
   EXPECT_EQ(watchExternal(engine, "shutdown"), "shutdown sent\n");
   letGoOn();
-  const Outcome outcome = engine.wait();
-  EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
-  EXPECT_EQ(logged(outcome, "Error",
-                   std::string("The external deployer ") + kExternalEngine +
-                       " ended before its final state was known (exit status 0)."),
-            1);
-  expectStoppedAtTheExternalPhase();
+  expectFailedWithTheOtherEngine(engine.wait(), "exit status 0");
 }
 
 TEST_F(ExternalDeployerRun, KilledTakesTheOtherEngineAlongAndIsFinishedByTheNextRun) {
@@ -331,9 +323,7 @@ TEST_P(KilledExternalDeployerRun, FailsWithItsChildAndIsFinishedByTheNextOne) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AtManyChanges, KilledExternalDeployerRun,
-                         ::testing::Values(KillMoment::When::Before, KillMoment::When::After), [](const auto& moment) {
-                           return moment.param == KillMoment::When::Before ? "BeforeIt" : "AfterIt";
-                         });
+                         ::testing::Values(KillMoment::When::Before, KillMoment::When::After), nameOfMoment);
 
 }  // namespace
 }  // namespace tests

@@ -14,7 +14,7 @@
 namespace tests {
 
 /// A test that has a private root directory, and an installer bundle on a mounted volume in it. Skipped, with the
-/// reason, where no such root can be had or what was built with sanitizers could not run in it.
+/// reason, where no such root can be had or what it needs cannot run in it.
 class InPrivateRoot : public ::testing::Test {
  protected:
   using PropertyList = foundation::PropertyList;
@@ -30,7 +30,13 @@ class InPrivateRoot : public ::testing::Test {
     if (!root_->hasProcesses() && std::string_view(CORVANE_SANITIZERS) != "") {
       GTEST_SKIP() << "a program with sanitizers needs a /proc: " << root_->whyNoMounts();
     }
+    if (needsProc() && !root_->hasProcesses()) {
+      GTEST_SKIP() << root_->whyNoMounts();
+    }
   }
+
+  /// Whether the test is of programs that look for other processes.
+  [[nodiscard]] virtual bool needsProc() const { return false; }
 
   /// Begins again with an empty root.
   void makeRoot(const support::PrivateRoot::Options& options = {}) {

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "tests/integration/EngineInRoot.h"
+#include "tests/integration/ManyMoments.h"
 #include "tests/support/KilledRun.h"
 
 namespace tests {
@@ -112,9 +113,7 @@ TEST_P(KilledInstall, ShowsNoHalfFileAndTheNextRunSucceeds) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AtEveryChange, KilledInstall,
-                         ::testing::Values(KillMoment::When::Before, KillMoment::When::After), [](const auto& moment) {
-                           return moment.param == KillMoment::When::Before ? "BeforeIt" : "AfterIt";
-                         });
+                         ::testing::Values(KillMoment::When::Before, KillMoment::When::After), nameOfMoment);
 
 }  // namespace
 }  // namespace tests

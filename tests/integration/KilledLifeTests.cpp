@@ -125,9 +125,7 @@ TEST_P(KilledLife, AKilledRemovalIsFinishedByTheNextOneAndNothingIsInTheWayOfAnI
 }
 
 INSTANTIATE_TEST_SUITE_P(AtManyChanges, KilledLife,
-                         ::testing::Values(KillMoment::When::Before, KillMoment::When::After), [](const auto& moment) {
-                           return moment.param == KillMoment::When::Before ? "BeforeIt" : "AfterIt";
-                         });
+                         ::testing::Values(KillMoment::When::Before, KillMoment::When::After), nameOfMoment);
 
 }  // namespace
 }  // namespace tests

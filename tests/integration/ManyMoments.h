@@ -15,6 +15,11 @@ namespace tests {
 /// How many moments of a run are tried, evenly spread over it.
 inline constexpr unsigned long kMoments = 14;
 
+/// A test that is run for either has the moment in its name.
+inline std::string nameOfMoment(const ::testing::TestParamInfo<support::KillMoment::When>& moment) {
+  return moment.param == support::KillMoment::When::Before ? "BeforeIt" : "AfterIt";
+}
+
 /// Runs a program again and again and kills it, or a program that it starts, at changes that it makes to what names
 /// show or what attributes they have.
 /// @param child the program that is killed in place of the one that is run.

@@ -190,6 +190,30 @@ TEST_F(ProductLife, AnUpgradeFromADamagedBundleChangesNothingAndTheNextOneSuccee
   EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
 }
 
+TEST_F(ProductLife, ADamagedReceiptIsMendedFromTheBundleThatInstalledTheProduct) {
+  installFirstVersion();
+  const std::string manifest = std::string(kReceipt) + "/Contents/Install/Manifests/Core.plist";
+  ASSERT_TRUE(root().shell("mkdir /opt/kept && cp -R '" + std::string(kBundle) + "/Contents' /opt/kept").succeeded());
+  ASSERT_TRUE(root().shell("rm '" + manifest + "'").succeeded());
+  deliverNewBundle();
+  const auto refused = install();
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_TRUE(logged(refused, "Error", "Unable to retreive ComponentVersion for component Core"));
+  EXPECT_EQ(root().readFile("/Library/Guard/core"), "core 1");
+  EXPECT_TRUE(root().exists("/opt/legacy/old"));
+
+  const std::string receipt(kReceipt);
+  ASSERT_TRUE(root()
+                  .shell("cp -R /opt/kept/Contents/Install/Manifests '" + receipt + "/Contents/Install' && " +
+                         "cp -R /opt/kept/Contents/MacOS '" + receipt + "/Contents' && rm -r /opt/kept")
+                  .succeeded());
+  const auto upgraded = install();
+  EXPECT_EQ(upgraded.exitCode, 0) << upgraded.description();
+  EXPECT_EQ(root().readFile("/Library/Guard/core"), "core, second edition");
+  EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
+  EXPECT_FALSE(root().exists("/opt/legacy"));
+}
+
 /// What a receipt that misbehaves does to a run: a program of the tests stands in for its engine.
 class OddReceipt : public ProductLife {
  protected:

@@ -9,16 +9,16 @@
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "InstallationDeployer/QVNInstallerState.h"
-#include "general/foundation/FileManager.h"
-#include "general/foundation/NSDictionaryExtensions.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/extensions/NSDictionaryExtensions.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
 
 using foundation::FileType;
-using foundation::ItemAttributes;
+using foundation::ItemStatus;
 using foundation::PropertyList;
 namespace paths = foundation::paths;
 namespace files = foundation::files;
@@ -31,7 +31,7 @@ using EntryFields = std::vector<std::pair<std::string, PropertyList>>;
 // "/", "Library", the folder, the file's name: what lies deeper is no service.
 constexpr std::size_t kComponentsOfServicePath = 4;
 
-EntryFields entryFor(const std::string& installPath, const ItemAttributes& attributes, bool isDirectory) {
+EntryFields entryFor(const std::string& installPath, const ItemStatus& attributes, bool isDirectory) {
   EntryFields fields;
   fields.reserve(8);
   fields.emplace_back(foundation::kFileOwnerAccountID, std::int64_t{attributes.owner});
@@ -94,7 +94,7 @@ bool ComponentScan::scan(const std::string& directory) {
   return true;
 }
 
-void ComponentScan::addDirectory(const std::string& directory, const ItemAttributes& attributes) {
+void ComponentScan::addDirectory(const std::string& directory, const ItemStatus& attributes) {
   const std::string installPath = installPathOf(directory);
   if (QVNInstallerManifest::restrictedPaths().contains(installPath)) {
     return;
@@ -119,7 +119,7 @@ bool ComponentScan::scanItem(const std::string& path) {
   return addItem(path, *attributes);
 }
 
-bool ComponentScan::addItem(const std::string& path, const ItemAttributes& attributes) {
+bool ComponentScan::addItem(const std::string& path, const ItemStatus& attributes) {
   const std::string installPath = installPathOf(path);
   manifest_.size += static_cast<std::int64_t>(attributes.size);
   EntryFields fields = entryFor(installPath, attributes, false);

@@ -6,8 +6,8 @@
 #include <unordered_set>
 
 #include "InstallationDeployer/QVNInstallerManifest.h"
-#include "general/foundation/FileAttributes.h"
-#include "general/foundation/FileBuffer.h"
+#include "general/foundation/files/FileAttributes.h"
+#include "general/foundation/files/FileBuffer.h"
 
 namespace deployer {
 
@@ -42,9 +42,9 @@ class ComponentScan {
     Labels modifiableFiles;
   };
 
-  void addDirectory(const std::string& directory, const foundation::ItemAttributes& attributes);
+  void addDirectory(const std::string& directory, const foundation::ItemStatus& attributes);
   [[nodiscard]] bool scanItem(const std::string& path);
-  [[nodiscard]] bool addItem(const std::string& path, const foundation::ItemAttributes& attributes);
+  [[nodiscard]] bool addItem(const std::string& path, const foundation::ItemStatus& attributes);
   void noteService(const ServiceKind& kind, const std::string& installPath, const std::optional<Labels>& fromPlist,
                    PropertyList::Array& services);
   void readAuthoringPlist();

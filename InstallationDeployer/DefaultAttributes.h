@@ -1,6 +1,6 @@
 #pragma once
 
-#include "general/foundation/FileAttributes.h"
+#include "general/foundation/files/FileAttributes.h"
 
 /// What the engine gives to files and folders that it makes on its own, which no manifest describes.
 namespace deployer {

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
 

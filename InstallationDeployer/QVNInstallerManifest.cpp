@@ -7,9 +7,9 @@
 #include "InstallationDeployer/InternalInconsistency.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerState.h"
-#include "general/foundation/FileManager.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {

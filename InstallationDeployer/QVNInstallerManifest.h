@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "InstallationDeployer/MutableComponentManifest.h"
-#include "general/foundation/PropertyList.h"
 #include "general/foundation/Result.h"
+#include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
 

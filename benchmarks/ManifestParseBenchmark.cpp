@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 
 namespace {
 

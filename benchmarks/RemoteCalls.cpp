@@ -32,8 +32,8 @@
 #include <utility>
 #include <vector>
 
-#include "general/foundation/RunLoop.h"
 #include "general/foundation/Thread.h"
+#include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/CorvaneDistantObject.h"
 #include "general/ipc/ServerConnection.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"

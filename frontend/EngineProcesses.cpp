@@ -12,7 +12,7 @@
 #include "InstallationDeployer/EngineThreads.h"
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/ServiceFolder.h"
 #include "general/system/ExecutableLocation.h"
 #include "general/system/TQProcessInfo.h"

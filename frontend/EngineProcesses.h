@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "general/foundation/Task.h"
+#include "general/foundation/execution/Task.h"
 
 namespace frontend {
 

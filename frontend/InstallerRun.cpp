@@ -13,8 +13,8 @@
 #include "frontend/JsonPresenter.h"
 #include "frontend/LivePresenter.h"
 #include "frontend/PlainPresenter.h"
-#include "general/foundation/SignalSource.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/execution/SignalSource.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/system/ProcessSelf.h"
 #include "general/terminal/Terminal.h"
 

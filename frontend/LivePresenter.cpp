@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "frontend/PlainPresenter.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/terminal/Terminal.h"
 
 namespace frontend {

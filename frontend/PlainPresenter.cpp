@@ -1,6 +1,6 @@
 #include "frontend/PlainPresenter.h"
 
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/terminal/PrintableText.h"
 
 namespace frontend {

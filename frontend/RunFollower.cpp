@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "frontend/EngineProcesses.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/RemoteException.h"
 
 namespace frontend {

@@ -7,9 +7,9 @@
 
 #include "InstallationDeployer/QVNInstallerState.h"
 #include "frontend/StatusConnection.h"
-#include "general/foundation/RunLoop.h"
-#include "general/foundation/Task.h"
-#include "general/foundation/TaskExitSource.h"
+#include "general/foundation/execution/RunLoop.h"
+#include "general/foundation/execution/Task.h"
+#include "general/foundation/execution/TaskExitSource.h"
 
 namespace frontend {
 

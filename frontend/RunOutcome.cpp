@@ -1,7 +1,7 @@
 #include "frontend/RunOutcome.h"
 
 #include "InstallationDeployer/EngineLog.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 
 namespace frontend {
 

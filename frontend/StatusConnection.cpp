@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/system/SystemProfile.h"
 
 namespace frontend {

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "InstallationDeployer/QVNInstallerState.h"
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 #include "general/ipc/ClientConnection.h"
 #include "general/ipc/ConnectionDelegate.h"
 

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "general/foundation/PropertyListFile.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
+#include "general/foundation/propertylist/TextFormat.h"
 
 namespace fuzzing {
 

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 
 namespace fuzzing {
 

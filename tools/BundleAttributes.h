@@ -1,6 +1,6 @@
 #pragma once
 
-#include "general/foundation/FileAttributes.h"
+#include "general/foundation/files/FileAttributes.h"
 
 namespace bundletool {
 

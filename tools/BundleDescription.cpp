@@ -6,7 +6,7 @@
 
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "tools/CheckedDictionary.h"
 #include "tools/DescriptionKeys.h"
 #include "tools/PathRules.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 #include "tools/Problem.h"
 
 namespace bundletool {

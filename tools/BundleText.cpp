@@ -4,7 +4,7 @@
 #include <array>
 
 #include "InstallationDeployer/ManifestKeys.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/terminal/PrintableText.h"
 #include "tools/TextTable.h"
 

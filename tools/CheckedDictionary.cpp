@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "general/foundation/PropertyListFile.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
+#include "general/foundation/propertylist/TextFormat.h"
 
 namespace bundletool {
 

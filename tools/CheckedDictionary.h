@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 #include "tools/Problem.h"
 
 namespace bundletool {

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "general/foundation/FileAttributes.h"
+#include "general/foundation/files/FileAttributes.h"
 
 namespace bundletool {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "InstallationDeployer/ManifestKeys.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "tools/CheckedDictionary.h"
 #include "tools/PathRules.h"
 

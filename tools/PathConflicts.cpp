@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "general/foundation/Paths.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 
 namespace bundletool {
 

@@ -4,7 +4,7 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 
 namespace bundletool {
 

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "InstallationDeployer/QVNInstallerChecksum.h"
-#include "general/foundation/FileManager.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/files/FileManager.h"
 #include "tools/BundleAttributes.h"
 #include "tools/Interruption.h"
 

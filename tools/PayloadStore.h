@@ -5,7 +5,7 @@
 #include <string_view>
 #include <unordered_set>
 
-#include "general/foundation/FileBuffer.h"
+#include "general/foundation/files/FileBuffer.h"
 #include "tools/Problem.h"
 #include "tools/ProgressBar.h"
 

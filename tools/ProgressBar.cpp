@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/terminal/PrintableText.h"
 #include "general/terminal/Terminal.h"
 

@@ -1,17 +1,17 @@
 #include "tools/StagedFolder.h"
 
 #include "InstallationDeployer/QVNInstallerManifest.h"
-#include "general/foundation/FileManager.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TextFormat.h"
 #include "general/foundation/Unicode.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "tools/DescriptionKeys.h"
 #include "tools/PathRules.h"
 
 namespace bundletool {
 
 using foundation::FileType;
-using foundation::ItemAttributes;
+using foundation::ItemStatus;
 namespace files = foundation::files;
 namespace paths = foundation::paths;
 
@@ -21,7 +21,7 @@ class Examination {
  public:
   Examination(StagedFolder& result, Problems& problems) : result_(result), problems_(problems) {}
 
-  void folder(const std::string& path, const std::string& installPath, const ItemAttributes& attributes) {
+  void folder(const std::string& path, const std::string& installPath, const ItemStatus& attributes) {
     // Nothing below a path that is too long can be installed; this also bounds how deep the walk goes.
     if (const auto fault = faultOfInstallPath(installPath)) {
       problems_.error({path, "", *fault, "shorten the names, or stage it elsewhere"});
@@ -70,7 +70,7 @@ class Examination {
     }
   }
 
-  void link(const std::string& path, const std::string& installPath, const ItemAttributes& attributes) {
+  void link(const std::string& path, const std::string& installPath, const ItemStatus& attributes) {
     const auto target = files::destinationOfSymbolicLink(path);
     if (!target || target->empty()) {
       problems_.error({path, "", "the link has no target", "make the link again"});
@@ -85,7 +85,7 @@ class Examination {
   }
 
   void add(InstallItem::Kind kind, const std::string& path, const std::string& installPath,
-           const ItemAttributes& attributes) {
+           const ItemStatus& attributes) {
     result_.items.push_back(
         {installPath, kind, {attributes.owner, attributes.group, attributes.permissions}, path, "", false});
   }

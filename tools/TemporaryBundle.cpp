@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "general/foundation/FileManager.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TemporaryNames.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/TemporaryNames.h"
 #include "tools/BundleAttributes.h"
 
 namespace bundletool {

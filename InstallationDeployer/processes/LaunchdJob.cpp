@@ -2,7 +2,7 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/logging/SystemLog.h"
 #include "general/system/LoginWindow.h"
 

@@ -4,7 +4,7 @@
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/processes/LaunchdJob.h"
 #include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
-#include "general/foundation/NSDictionaryExtensions.h"
+#include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/logging/SystemLog.h"
 #include "general/system/RunningApplication.h"
 

@@ -1,6 +1,6 @@
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 
 namespace deployer {
 

@@ -5,9 +5,9 @@
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TaskExitSource.h"
-#include "general/foundation/TextFormat.h"
 #include "general/foundation/Thread.h"
+#include "general/foundation/execution/TaskExitSource.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {

@@ -8,8 +8,8 @@
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
-#include "general/foundation/RunLoop.h"
-#include "general/foundation/Task.h"
+#include "general/foundation/execution/RunLoop.h"
+#include "general/foundation/execution/Task.h"
 #include "general/ipc/DistributedNotifications.h"
 
 namespace deployer {

@@ -3,14 +3,14 @@
 #include <chrono>
 #include <utility>
 
+#include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
+#include "InstallationDeployer/installed/QVNValidateStrategy.h"
 #include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
-#include "InstallationDeployer/steps/QVNRemoveComponentsStrategy.h"
-#include "InstallationDeployer/steps/QVNValidateStrategy.h"
-#include "general/foundation/RunLoop.h"
-#include "general/foundation/TextFormat.h"
 #include "general/foundation/Thread.h"
+#include "general/foundation/execution/RunLoop.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/logging/SystemLog.h"
 #include "general/system/ProcessSelf.h"

@@ -9,7 +9,7 @@
 
 #include "InstallationDeployer/receipt/QVNInstallationReceiptService.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
 

@@ -5,8 +5,8 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/receipt/ReceiptLock.h"
-#include "general/foundation/FileManager.h"
-#include "general/foundation/TemporaryNames.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/TemporaryNames.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {

@@ -4,13 +4,13 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/DefaultAttributes.h"
-#include "InstallationDeployer/FailedInstallCleanup.h"
 #include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/receipt/FailedInstallCleanup.h"
 #include "InstallationDeployer/receipt/ReceiptLock.h"
-#include "general/foundation/FileManager.h"
-#include "general/foundation/NSDictionaryExtensions.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TemporaryNames.h"
+#include "general/foundation/extensions/NSDictionaryExtensions.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/TemporaryNames.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {

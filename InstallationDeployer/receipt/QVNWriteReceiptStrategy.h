@@ -4,9 +4,9 @@
 
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/Error.h"
-#include "general/foundation/FileAttributes.h"
-#include "general/foundation/FileBuffer.h"
 #include "general/foundation/Result.h"
+#include "general/foundation/files/FileAttributes.h"
+#include "general/foundation/files/FileBuffer.h"
 
 namespace deployer {
 

@@ -6,7 +6,7 @@
 #include "InstallationDeployer/QVNInstallConfiguration.h"
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "InstallationDeployer/QVNInstallerState.h"
-#include "general/foundation/RunLoop.h"
+#include "general/foundation/execution/RunLoop.h"
 
 namespace deployer {
 

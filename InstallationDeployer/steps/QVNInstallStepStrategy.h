@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "InstallationDeployer/steps/InstallRun.h"
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "general/foundation/ThreadNaming.h"
+#include "general/foundation/ThreadPrimitives.h"
 
 namespace foundation {
 

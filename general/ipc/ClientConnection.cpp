@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "general/foundation/Descriptor.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/Frame.h"
 #include "general/ipc/Message.h"
 #include "general/ipc/RemoteException.h"

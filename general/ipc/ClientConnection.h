@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 #include "general/ipc/ConnectionDelegate.h"
 #include "general/ipc/Notification.h"
 #include "general/ipc/Protocol.h"

@@ -5,7 +5,7 @@
 #include <thread>
 #include <utility>
 
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/logging/SystemLog.h"
 #include "general/system/SystemProfile.h"
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 #include "general/ipc/ClientConnection.h"
 #include "general/ipc/ConnectionDelegate.h"
 #include "general/ipc/DistributedNotifications.h"

@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "general/foundation/Descriptor.h"
-#include "general/foundation/FileManager.h"
-#include "general/foundation/NSStringExtensions.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/extensions/NSStringExtensions.h"
+#include "general/foundation/files/FileManager.h"
 #include "general/ipc/Frame.h"
 #include "general/ipc/Message.h"
 #include "general/ipc/ServiceFolder.h"

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "general/foundation/RunLoop.h"
+#include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/Notification.h"
 
 namespace ipc {

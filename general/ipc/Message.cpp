@@ -4,7 +4,7 @@
 #include <array>
 #include <utility>
 
-#include "general/foundation/PropertyListCodecs.h"
+#include "general/foundation/propertylist/PropertyListCodecs.h"
 
 namespace ipc {
 

@@ -1,6 +1,6 @@
 #include "general/ipc/Notification.h"
 
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 
 namespace ipc {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 
 namespace ipc {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/RemoteException.h"
 
 namespace ipc {

@@ -4,7 +4,7 @@
 #include <span>
 #include <string_view>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 #include "general/ipc/Protocol.h"
 
 namespace ipc {

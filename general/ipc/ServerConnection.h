@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "general/foundation/RunLoop.h"
+#include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/ConnectionDelegate.h"
 #include "general/ipc/Notification.h"
 #include "general/ipc/ProtocolChecker.h"

@@ -11,9 +11,9 @@
 #include <cstring>
 
 #include "general/foundation/Error.h"
-#include "general/foundation/FileManager.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TemporaryNames.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/TemporaryNames.h"
 #include "general/ipc/SocketPrimitives.h"
 #include "general/logging/SystemLog.h"
 

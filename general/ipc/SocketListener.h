@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "general/foundation/Descriptor.h"
-#include "general/foundation/RunLoop.h"
+#include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/Frame.h"
 
 namespace ipc {

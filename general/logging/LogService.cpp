@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <exception>
 
-#include "general/logging/LogSocket.h"
+#include "general/logging/LogSocketPrimitives.h"
 
 namespace logging {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/logging/LogMessage.h"
 #include "general/logging/LogService.h"
 

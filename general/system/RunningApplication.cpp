@@ -5,9 +5,9 @@
 #include <optional>
 #include <span>
 
-#include "general/foundation/FileManager.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 #include "general/system/ProcessHandle.h"
 #include "general/system/TQProcessInfo.h"
 

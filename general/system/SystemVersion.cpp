@@ -4,7 +4,7 @@
 #include <array>
 #include <charconv>
 
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 
 namespace platform {
 

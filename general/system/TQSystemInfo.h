@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 
 namespace platform {
 

@@ -1,7 +1,7 @@
 #include "general/terminal/JsonWriter.h"
 
-#include "general/foundation/TextFormat.h"
 #include "general/foundation/Unicode.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/terminal/PrintableText.h"
 
 namespace terminal {

@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdio>
 
-#include "general/foundation/TextFormat.h"
 #include "general/foundation/Unicode.h"
+#include "general/foundation/propertylist/TextFormat.h"
 
 namespace terminal {
 

@@ -1,6 +1,6 @@
 #include <fcntl.h>
 
-#include "InstallationDeployer/Usage.h"
+#include "InstallationDeployer/run/Usage.h"
 #include "tests/integration/EngineInRoot.h"
 
 namespace tests {

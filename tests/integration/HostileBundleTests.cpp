@@ -9,7 +9,7 @@
 #include <functional>
 #include <random>
 
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/integration/EngineInRoot.h"
 
 namespace tests {

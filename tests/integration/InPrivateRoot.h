@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/PrivateRoot.h"
 

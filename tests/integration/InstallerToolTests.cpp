@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/PrivateRoot.h"
 #include "tests/support/TemporaryDirectory.h"
 

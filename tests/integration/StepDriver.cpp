@@ -12,15 +12,15 @@
 #include <string>
 #include <vector>
 
+#include "InstallationDeployer/installed/QVNCacheComponentStrategy.h"
+#include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
+#include "InstallationDeployer/installed/QVNRestoreCacheComponentStrategy.h"
+#include "InstallationDeployer/installed/QVNValidateStrategy.h"
 #include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
 #include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
 #include "InstallationDeployer/receipt/QVNRemoveReceiptStrategy.h"
 #include "InstallationDeployer/receipt/QVNWriteReceiptStrategy.h"
-#include "InstallationDeployer/steps/QVNCacheComponentStrategy.h"
-#include "InstallationDeployer/steps/QVNRemoveComponentsStrategy.h"
-#include "InstallationDeployer/steps/QVNRestoreCacheComponentStrategy.h"
-#include "InstallationDeployer/steps/QVNValidateStrategy.h"
-#include "general/foundation/Task.h"
+#include "general/foundation/execution/Task.h"
 #include "tests/support/FakeInstallRun.h"
 
 namespace {

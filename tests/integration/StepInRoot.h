@@ -6,7 +6,7 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ManifestKeys.h"
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/integration/InPrivateRoot.h"
 
 namespace tests {

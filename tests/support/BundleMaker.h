@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/propertylist/PropertyList.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tests {

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "InstallationDeployer/ManifestKeys.h"
-#include "general/foundation/FileAttributes.h"
-#include "general/foundation/PropertyList.h"
+#include "general/foundation/files/FileAttributes.h"
+#include "general/foundation/propertylist/PropertyList.h"
 
 namespace tests {
 

@@ -28,10 +28,10 @@
 #include <string_view>
 #include <vector>
 
-#include "InstallationDeployer/QVNInstallationStatusService.h"
+#include "InstallationDeployer/status/QVNInstallationStatusService.h"
 #include "general/foundation/Descriptor.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/DistributedNotifications.h"
 
 namespace {

@@ -31,8 +31,8 @@
 
 #include "InstallationDeployer/QVNInstallerState.h"
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
-#include "general/foundation/RunLoop.h"
-#include "general/foundation/TextFormat.h"
+#include "general/foundation/execution/RunLoop.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/ClientConnection.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/ProtocolChecker.h"

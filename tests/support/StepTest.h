@@ -14,7 +14,7 @@
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeInstallRun.h"
 #include "tests/support/TemporaryDirectory.h"

@@ -15,8 +15,8 @@
 
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "frontend/RunFollower.h"
-#include "general/foundation/TextFormat.h"
 #include "general/foundation/Thread.h"
+#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/ServerConnection.h"
 #include "general/ipc/ServiceFolder.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"

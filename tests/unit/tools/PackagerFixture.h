@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "general/foundation/PropertyListFile.h"
+#include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tools/BundleBuilder.h"
 #include "tools/BundleDescription.h"

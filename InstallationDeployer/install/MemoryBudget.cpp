@@ -1,0 +1,42 @@
+#include "InstallationDeployer/install/MemoryBudget.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace deployer {
+
+MemoryBudget::Grant::Grant(Grant&& other) noexcept
+    : allowance_(std::exchange(other.allowance_, nullptr)), bytes_(std::exchange(other.bytes_, 0)) {}
+
+MemoryBudget::Grant& MemoryBudget::Grant::operator=(Grant&& other) noexcept {
+  if (this != &other) {
+    release();
+    allowance_ = std::exchange(other.allowance_, nullptr);
+    bytes_ = std::exchange(other.bytes_, 0);
+  }
+  return *this;
+}
+
+void MemoryBudget::Grant::release() {
+  if (allowance_ != nullptr) {
+    std::exchange(allowance_, nullptr)->giveBack(bytes_);
+  }
+}
+
+MemoryBudget::Grant MemoryBudget::acquire(std::size_t bytes) {
+  const std::size_t charged = std::min(bytes, bytes_);
+  std::unique_lock lock(mutex_);
+  givenBack_.wait(lock, [&] { return used_ + charged <= bytes_; });
+  used_ += charged;
+  return {*this, charged};
+}
+
+void MemoryBudget::giveBack(std::size_t bytes) {
+  {
+    const std::lock_guard lock(mutex_);
+    used_ -= bytes;
+  }
+  givenBack_.notify_all();
+}
+
+}  // namespace deployer

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+
+namespace deployer {
+
+/// Bounds the memory that the buffers of several threads take together. Used by any thread.
+class MemoryBudget {
+ public:
+  /// Bytes that somebody may use until it is destroyed. The allowance outlives it.
+  class Grant {
+   public:
+    Grant() = default;
+    Grant(MemoryBudget& allowance, std::size_t bytes) : allowance_(&allowance), bytes_(bytes) {}
+    ~Grant() { release(); }
+    Grant(Grant&& other) noexcept;
+    Grant& operator=(Grant&& other) noexcept;
+    Grant(const Grant&) = delete;
+    Grant& operator=(const Grant&) = delete;
+    void release();
+
+   private:
+    MemoryBudget* allowance_ = nullptr;
+    std::size_t bytes_ = 0;
+  };
+
+  explicit MemoryBudget(std::size_t bytes) : bytes_(bytes) {}
+  MemoryBudget(const MemoryBudget&) = delete;
+  MemoryBudget& operator=(const MemoryBudget&) = delete;
+
+  /// Waits until this many bytes are free. More than the whole allowance is granted once nobody else uses any of it, so
+  /// that every file gets its turn. Whoever holds a grant must not wait for anybody who may be waiting for one.
+  [[nodiscard]] Grant acquire(std::size_t bytes);
+  [[nodiscard]] std::size_t bytes() const { return bytes_; }
+
+ private:
+  void giveBack(std::size_t bytes);
+
+  const std::size_t bytes_;
+  std::mutex mutex_;
+  std::condition_variable givenBack_;
+  std::size_t used_ = 0;  // guarded by mutex_
+};
+
+}  // namespace deployer

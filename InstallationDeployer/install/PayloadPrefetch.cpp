@@ -1,0 +1,168 @@
+#include "InstallationDeployer/install/PayloadPrefetch.h"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+#include <system_error>
+#include <utility>
+
+namespace deployer {
+
+using foundation::PreparedFile;
+
+namespace {
+
+// Every prepared file holds a descriptor, and processes may have as few as 256.
+constexpr std::size_t kFilesAhead = 64;
+// Waking a thread for every file costs as much as preparing a small one: helpers that are too far ahead sleep until
+// there is room for this many.
+constexpr std::size_t kFilesPerWaking = 16;
+
+constexpr std::size_t kNothingAwaited = std::numeric_limits<std::size_t>::max();
+
+}  // namespace
+
+PayloadPrefetch::PayloadPrefetch(std::size_t count, Chooser chooser, unsigned helpers, PayloadFileReader& reader,
+                                 MemoryBudget& allowance, std::size_t keptBytes)
+    : count_(count),
+      chooser_(std::move(chooser)),
+      ownersReader_(reader),
+      slots_(kFilesAhead),
+      awaited_(kNothingAwaited) {
+  threads_.reserve(helpers);
+  try {
+    for (unsigned helper = 0; helper < helpers; ++helper) {
+      threads_.emplace_back("file preparation " + std::to_string(helper + 1),
+                            [this, &allowance, keptBytes] { help(allowance, keptBytes); });
+    }
+  } catch (const std::system_error&) {
+    // Those that could be started do the work, or else the owner does.
+  }
+}
+
+PayloadPrefetch::~PayloadPrefetch() {
+  giveUp();
+  threads_.clear();
+}
+
+void PayloadPrefetch::giveUp() {
+  stopping_ = true;
+  {
+    const std::lock_guard lock(mutex_);
+    roomMade_.notify_all();
+  }
+  for (Slot& prepared : slots_) {
+    if (prepared.ready) {
+      prepared.prepared.reset();
+    }
+  }
+}
+
+std::optional<PayloadPrefetch::Prepared> PayloadPrefetch::takeNext() {
+  if (stopping_) {
+    return std::nullopt;
+  }
+  const std::size_t index = taken_;
+  while (!slot(index).ready) {
+    if (const auto claimed = claimWithoutWaiting()) {
+      process(*claimed, ownersReader_, ownersPlace_);
+    } else {
+      waitFor(index);
+    }
+  }
+  return release(index);
+}
+
+void PayloadPrefetch::waitFor(std::size_t index) {
+  awaited_ = index;
+  {
+    std::unique_lock lock(mutex_);
+    delivered_.wait(lock, [&] { return slot(index).ready.load(); });
+  }
+  awaited_ = kNothingAwaited;
+}
+
+std::optional<PayloadPrefetch::Prepared> PayloadPrefetch::release(std::size_t index) {
+  Slot& turn = slot(index);
+  std::optional<Prepared> prepared = std::exchange(turn.prepared, std::nullopt);
+  turn.ready = false;
+  taken_ = index + 1;
+  if (taken_ % kFilesPerWaking == 0) {
+    const std::lock_guard lock(mutex_);
+    roomMade_.notify_all();
+  }
+  return prepared;
+}
+
+void PayloadPrefetch::help(MemoryBudget& allowance, std::size_t keptBytes) {
+  try {
+    PayloadFileReader reader(allowance, keptBytes);
+    PreparedFile::WaitingPlace place;
+    while (const auto index = claim()) {
+      process(*index, reader, place);
+    }
+  } catch (const std::exception&) {
+    // Too little memory to begin with, so nothing is claimed: the others do the work.
+  }
+}
+
+std::optional<std::size_t> PayloadPrefetch::claim() {
+  const std::size_t index = next_++;
+  if (index >= count_) {
+    return std::nullopt;
+  }
+  if (!hasRoomFor(index)) {
+    std::unique_lock lock(mutex_);
+    roomMade_.wait(lock, [&] { return stopping_ || hasRoomFor(index); });
+  }
+  return stopping_ ? std::nullopt : std::optional(index);
+}
+
+std::optional<std::size_t> PayloadPrefetch::claimWithoutWaiting() {
+  std::size_t index = next_;
+  while (index < count_ && hasRoomFor(index)) {
+    if (next_.compare_exchange_weak(index, index + 1)) {
+      return index;
+    }
+  }
+  return std::nullopt;
+}
+
+bool PayloadPrefetch::hasRoomFor(std::size_t index) const { return index < taken_ + slots_.size(); }
+
+void PayloadPrefetch::process(std::size_t index, PayloadFileReader& reader, PreparedFile::WaitingPlace& place) {
+  std::optional<Prepared> prepared;
+  try {
+    prepared = prepare(index, reader, place);
+  } catch (const std::exception&) {
+    // Out of memory: the owner tries again when the file's turn comes.
+  }
+  Slot& done = slot(index);
+  if (!stopping_) {
+    done.prepared = std::move(prepared);
+  }
+  done.ready = true;
+  if (awaited_ == index) {
+    const std::lock_guard lock(mutex_);
+    delivered_.notify_one();
+  }
+}
+
+std::optional<PayloadPrefetch::Prepared> PayloadPrefetch::prepare(std::size_t index, PayloadFileReader& reader,
+                                                                  PreparedFile::WaitingPlace& place) const {
+  auto file = chooser_(index);
+  if (!file) {
+    return std::nullopt;
+  }
+  const auto content = reader.read(file->source);
+  if (!content || content->checksum() != file->checksum) {
+    return std::nullopt;
+  }
+  auto prepared = PreparedFile::prepare(file->destination, content->bytes(), file->attributes, place);
+  if (!prepared) {
+    return std::nullopt;
+  }
+  return Prepared{std::move(prepared).value(), std::move(file->destination)};
+}
+
+}  // namespace deployer

@@ -1,0 +1,119 @@
+#include "InstallationDeployer/installed/ComponentCache.h"
+
+#include "InstallationDeployer/DefaultAttributes.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/extensions/NSFileManagerExtensions.h"
+#include "general/foundation/files/FileBuffer.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/GuardedFolder.h"
+#include "general/foundation/files/GuardedRemoval.h"
+#include "general/foundation/files/TemporaryNames.h"
+
+namespace deployer::component_cache {
+
+namespace files = foundation::files;
+namespace paths = foundation::paths;
+namespace temporary_names = foundation::temporary_names;
+using foundation::Error;
+using foundation::FileAttributes;
+using foundation::ItemStatus;
+using foundation::Status;
+
+namespace {
+
+constexpr std::uint32_t kWritableByOthers = 022;
+
+std::string root() { return std::string(kQVNInstallerCacheRootPath); }
+
+std::string folder() { return paths::deleteLastComponent(kQVNInstallerCacheRootPath); }
+
+Error noPermission(std::string_view text, const std::string& path) {
+  return foundation::NSFileManagerExtensions::errorWithMessage(text, path, foundation::kReadNoPermission);
+}
+
+bool belongsToRootAlone(const ItemStatus& attributes) {
+  return attributes.isDirectory() && attributes.owner == kRootUser && (attributes.permissions & kWritableByOthers) == 0;
+}
+
+/// Renamed first, so that no name ever shows half of it.
+Status removeInOneStep() {
+  const std::string aside = temporary_names::make(folder());
+  if (Status moved = files::moveItem(root(), aside); !moved) {
+    return moved.error().isNoSuchFile() ? Status() : moved;
+  }
+  return files::removeItemIfPresent(aside);
+}
+
+/// The folder for a copy, which no link of somebody else may lead away from where it belongs.
+Status makeParent(const std::string& target) {
+  const std::string parent = paths::deleteLastComponent(target);
+  if (Status made = files::createDirectory(parent, true, kDefaultDirectoryAttributes); !made) {
+    return made;
+  }
+  const auto opened = foundation::openGuardedFolder(parent);
+  return opened ? Status() : Status(opened.error());
+}
+
+/// A plain file is opened as such, so that nobody can put a link in its place meanwhile.
+Status copyPlainFile(const std::string& source, const ItemStatus& attributes, const std::string& target) {
+  foundation::FileBuffer buffer;
+  const auto content = files::readItself(source, buffer);
+  if (!content) {
+    return content.error();
+  }
+  return files::writeAtomically(*content, target,
+                                FileAttributes{.owner = attributes.owner,
+                                               .group = attributes.group,
+                                               .permissions = attributes.permissions,
+                                               .modificationNanoseconds = attributes.modificationNanoseconds});
+}
+
+}  // namespace
+
+std::string cachedPath(std::string_view path) { return paths::append(kQVNInstallerCacheRootPath, path); }
+
+bool isTrustworthy() {
+  const auto attributes = files::attributesOfItem(folder());
+  return attributes ? belongsToRootAlone(*attributes) : attributes.error().isNoSuchFile();
+}
+
+Status remove() {
+  const auto attributes = files::attributesOfItem(folder());
+  if (!attributes) {
+    return attributes.error().isNoSuchFile() ? Status() : Status(attributes.error());
+  }
+  foundation::GuardedRemoval removal;
+  if (!belongsToRootAlone(*attributes)) {
+    return removal.removeItem(folder());
+  }
+  temporary_names::sweepWithContent(folder());
+  if (Status removed = removeInOneStep(); !removed) {
+    return removed;
+  }
+  const auto empty = removal.removeDirectory(folder(), {});
+  return empty ? Status() : Status(empty.error());
+}
+
+Status makeFolder() {
+  if (Status made = files::createDirectory(folder(), true, kDefaultDirectoryAttributes); !made) {
+    return made;
+  }
+  return isTrustworthy() ? Status() : noPermission("The cache's folder is not root's alone.", folder());
+}
+
+Status copyFile(const std::string& source, const std::string& target) {
+  const auto attributes = files::attributesOfItem(source);
+  if (!attributes) {
+    return attributes.error();
+  }
+  if (attributes->isSymbolicLink() && attributes->owner != kRootUser) {
+    return noPermission("The file is a link that does not belong to root.", source);
+  }
+  if (Status made = makeParent(target); !made) {
+    return made;
+  }
+  return attributes->isSymbolicLink() ? foundation::NSFileManagerExtensions::copyAndOverwriteItemAtPath(source, target)
+                                      : copyPlainFile(source, *attributes, target);
+}
+
+}  // namespace deployer::component_cache

@@ -1,0 +1,128 @@
+#include "InstallationDeployer/installed/QVNCacheComponentStrategy.h"
+
+#include <algorithm>
+
+#include "InstallationDeployer/EntryPath.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/installed/ComponentCache.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/extensions/NSDictionaryExtensions.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+namespace files = foundation::files;
+namespace paths = foundation::paths;
+using foundation::Status;
+using foundation::NSDictionaryExtensions::boolForKey;
+
+namespace {
+
+constexpr char kWildcard = '*';
+
+/// An external source as it stands where the entry has one, else the installed path.
+std::string sourceOf(const foundation::PropertyList& entry) {
+  const std::string_view external = entry[kManifestExternalSourcePath].text();
+  return std::string(external.empty() ? entry[kManifestFilePath].text() : external);
+}
+
+}  // namespace
+
+bool QVNCacheComponentStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  if (const Status removed = component_cache::remove(); !removed && !removed.error().isNoSuchFile()) {
+    logging::error("QVNCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
+    return failWith();
+  }
+  if (const Status made = component_cache::makeFolder(); !made) {
+    logging::error("QVNCacheComponentStrategy: Unable to make the folder of the cache. %@", made.error());
+    return failWith();
+  }
+  const bool cached = manifest().walkManifestFileListForComponents(
+      plan() ? std::optional<Plan>(*plan()) : std::nullopt, true, true,
+      [this](const std::string& component, const PropertyList&, const PropertyList& entry) {
+        return cacheEntry(component, entry);
+      });
+  // A manifest that cannot be read has been logged, but no entry has set a state then.
+  if (!cached && !isFailureState(installerState())) {
+    setInstallerState(QVNInstallerStateFailed);
+  }
+  return cached;
+}
+
+bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const PropertyList& entry) {
+  if (!boolForKey(entry, kManifestIsModifiableFile) || configuration().remove()) {
+    return true;
+  }
+  const PropertyList& path = entry[kManifestFilePath];
+  const std::string source = sourceOf(entry);
+  if (!isUsablePath(path.text()) || !isUsablePath(source)) {
+    logging::error("QVNCacheComponentStrategy: A file of component %@ has no usable path: %@", component, path);
+    return failWith();
+  }
+  if (boolForKey(entry, kManifestIsWildcardPath)) {
+    return cacheMatches(component, entry, source);
+  }
+  return !files::exists(source) || copyFile(source, std::string(path.text()));
+}
+
+bool QVNCacheComponentStrategy::cacheMatches(const std::string& component, const PropertyList& entry,
+                                             const std::string& source) {
+  if (!entry[kManifestExternalSourcePath].text().empty()) {
+    logging::error(
+        "QVNCacheComponentStrategy: Wildcard patterns do not support \"%@\".\n\tFound in component plist %@ at list of "
+        "files entry for %@",
+        kManifestExternalSourcePath, component, entry[kManifestFilePath]);
+    return failWith();
+  }
+  const auto matches = matchesForWildCardedPath(source);
+  if (!matches || matches->empty()) {
+    logging::error("QVNCacheComponentStrategy: Unable to find matched files from wildcarded path: '%@'", source);
+    return failWith();
+  }
+  return std::ranges::all_of(*matches, [this](const std::string& match) { return copyFile(match, match); });
+}
+
+std::optional<std::vector<std::string>> QVNCacheComponentStrategy::matchesForWildCardedPath(
+    const std::string& pattern) {
+  const std::string directory = paths::deleteLastComponent(pattern);
+  const std::string name = paths::lastComponent(pattern);
+  const auto items = files::contentsOfDirectory(directory);
+  if (!items) {
+    logging::error("QVNCacheComponentStrategy: Unable to get contents of %@. Error:%@", directory, items.error());
+    return std::nullopt;
+  }
+  std::vector<std::string> matches;
+  const std::size_t wildcard = name.find(kWildcard);
+  if (wildcard == std::string::npos) {
+    logging::debug("QVNCacheComponentStrategy: Cannot find wildcard from pathPattern: %@", name);
+    matches.push_back(pattern);
+  } else {
+    const std::string prefix = name.substr(0, wildcard);
+    const std::string suffix = name.substr(wildcard + 1);
+    for (const std::string& item : *items) {
+      if (item.starts_with(prefix) && item.ends_with(suffix)) {
+        matches.push_back(paths::append(directory, item));
+      }
+    }
+  }
+  logging::debug("QVNCacheComponentStrategy: matchedFilePaths: %@", matches);
+  return matches;
+}
+
+bool QVNCacheComponentStrategy::copyFile(const std::string& source, const std::string& path) {
+  const std::string target = component_cache::cachedPath(path);
+  logging::debug("QVNCacheComponentStrategy:\n\tsourceFilePath = %@\n\ttargetFilePath = %@", source, target);
+  const Status copied = component_cache::copyFile(source, target);
+  if (copied || copied.error().isNoSuchFile()) {
+    return true;
+  }
+  logging::error("QVNCacheComponentStrategy: Unable to copy file. %@", copied.error());
+  return failWith();
+}
+
+}  // namespace deployer

@@ -1,0 +1,132 @@
+#include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
+
+#include <optional>
+#include <vector>
+
+#include "InstallationDeployer/EntryPath.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/extensions/NSDictionaryExtensions.h"
+#include "general/foundation/files/GuardedRemoval.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+using foundation::FileType;
+using foundation::GuardedRemoval;
+using foundation::NSDictionaryExtensions::boolForKey;
+namespace paths = foundation::paths;
+
+namespace {
+
+// The Finder leaves this file in folders that somebody has looked at.
+constexpr std::string_view kFinderFile = ".DS_Store";
+
+// Another spelling of a system folder is that folder.
+bool isRestricted(std::string_view path) {
+  const auto& restricted = QVNInstallerManifest::restrictedPaths();
+  return restricted.contains(path) || restricted.contains(paths::standardize(path));
+}
+
+bool holdsNothingOfOthers(const std::vector<std::string>& names) {
+  return names.empty() || (names.size() == 1 && names.front() == kFinderFile);
+}
+
+bool stays(const std::string& directory) {
+  logging::debug("Did not remove directory, not empty. Directory: %@", directory);
+  return true;
+}
+
+}  // namespace
+
+template <class... Arguments>
+bool QVNRemoveComponentsStrategy::fail(std::string_view text, const Arguments&... arguments) {
+  logging::error(text, arguments...);
+  return failWith();
+}
+
+bool QVNRemoveComponentsStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  if (!isLocal_ && !requireReceiptLocation()) {
+    return false;
+  }
+  setInstallerState(QVNInstallerStateRemoving);
+  GuardedRemoval removal;
+  const bool removed = manifest().walkManifestFileListForComponents(
+      plan() ? std::optional<Plan>(*plan()) : std::nullopt, true, true,
+      [&](const std::string& component, const PropertyList&, const PropertyList& entry) {
+        return removeEntry(component, entry, removal);
+      });
+  // A manifest that cannot be read has been logged, but no entry has set a state then.
+  if (!removed && !isFailureState(installerState())) {
+    setInstallerState(QVNInstallerStateFailed);
+  }
+  return removed;
+}
+
+bool QVNRemoveComponentsStrategy::removeEntry(const std::string& component, const PropertyList& entry,
+                                              GuardedRemoval& removal) {
+  const auto listedPath = entry[kManifestFilePath].string();
+  if (listedPath && isRestricted(*listedPath)) {
+    return fail("Attempted to remove path on restricted list. Path: %@", listedPath);
+  }
+  const auto path = installedPathOf(entry);
+  if (!path) {
+    return fail("A file of component %@ has no usable path: %@", component, listedPath);
+  }
+  if (boolForKey(entry, kManifestIsDirectory)) {
+    return boolForKey(entry, kManifestRemoveDirectoryAndContents) ? removeWithContents(*path, removal)
+                                                                  : removeUnlessInUse(*path, removal);
+  }
+  return isKept(entry) || removeFile(*path, removal);
+}
+
+bool QVNRemoveComponentsStrategy::removeWithContents(const std::string& path, GuardedRemoval& removal) {
+  const auto removed = removal.removeItem(path);
+  return removed || removed.error().isNoSuchFile() || fail("Unable to remove directory. %@", removed.error());
+}
+
+bool QVNRemoveComponentsStrategy::removeUnlessInUse(const std::string& path, GuardedRemoval& removal) {
+  if (removal.typeOf(path) == FileType::SymbolicLink) {
+    logging::debug("Did not remove directory, a link is in its place. Directory: %@", path);
+    return true;
+  }
+  const auto names = removal.contentsOfDirectory(path);
+  if (!names) {
+    return names.error().isNoSuchFile() || fail("Unable to read directory contents. %@", names.error());
+  }
+  if (!holdsNothingOfOthers(*names)) {
+    return stays(path);
+  }
+  const auto removed = removal.removeDirectory(path, *names);
+  if (!removed) {
+    return removed.error().isNoSuchFile() || fail("Unable to remove directory. %@", removed.error());
+  }
+  return *removed || stays(path);
+}
+
+bool QVNRemoveComponentsStrategy::removeFile(const std::string& path, GuardedRemoval& removal) {
+  const auto removed = removal.removeFile(path);
+  if (removed || removed.error().isNoSuchFile()) {
+    return true;
+  }
+  // Whoever made a directory in the file's place may have put something there that nobody listed.
+  if (removal.typeOf(path) == FileType::Directory) {
+    return removeUnlessInUse(path, removal);
+  }
+  return fail("Unable to remove file. %@", removed.error());
+}
+
+bool QVNRemoveComponentsStrategy::isKept(const PropertyList& entry) const {
+  if (!boolForKey(entry, kManifestIsModifiableFile)) {
+    return false;
+  }
+  const bool removesEverything = configuration().remove();
+  logging::debug("itemPath = %@\n\tself.configuration.remove = %d", entry[kManifestFilePath], removesEverything);
+  return !removesEverything;
+}
+
+}  // namespace deployer

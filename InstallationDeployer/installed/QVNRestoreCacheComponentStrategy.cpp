@@ -1,0 +1,101 @@
+#include "InstallationDeployer/installed/QVNRestoreCacheComponentStrategy.h"
+
+#include <algorithm>
+
+#include "InstallationDeployer/EntryPath.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/installed/ComponentCache.h"
+#include "InstallationDeployer/installed/QVNCacheComponentStrategy.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/extensions/NSDictionaryExtensions.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/GuardedRemoval.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+namespace files = foundation::files;
+namespace paths = foundation::paths;
+using foundation::Status;
+using foundation::NSDictionaryExtensions::boolForKey;
+
+bool QVNRestoreCacheComponentStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  const bool restored = restoreFiles();
+  if (const Status removed = component_cache::remove(); !removed && !removed.error().isNoSuchFile()) {
+    logging::error("QVNRestoreCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
+    return failWith();
+  }
+  return restored;
+}
+
+bool QVNRestoreCacheComponentStrategy::restoreFiles() {
+  if (!component_cache::isTrustworthy()) {
+    logging::error("QVNRestoreCacheComponentStrategy: Others than root could change the cache.");
+    return failWith();
+  }
+  const bool restored = manifest().walkManifestFileListForComponents(
+      plan() ? std::optional<Plan>(*plan()) : std::nullopt, true, true,
+      [this](const std::string& component, const PropertyList&, const PropertyList& entry) {
+        return restoreEntry(component, entry);
+      });
+  // A manifest that cannot be read has been logged, but no entry has set a state then.
+  if (!restored && !isFailureState(installerState())) {
+    setInstallerState(QVNInstallerStateFailed);
+  }
+  return restored;
+}
+
+bool QVNRestoreCacheComponentStrategy::restoreEntry(const std::string& component, const PropertyList& entry) {
+  if (!boolForKey(entry, kManifestIsModifiableFile)) {
+    return true;
+  }
+  const std::string path(entry[kManifestFilePath].text());
+  if (!isUsablePath(path)) {
+    logging::error("QVNRestoreCacheComponentStrategy: A file of component %@ has no usable path: %@", component,
+                   entry[kManifestFilePath]);
+    return failWith();
+  }
+  if (boolForKey(entry, kManifestIsWildcardPath)) {
+    return restoreMatches(path);
+  }
+  const std::string cached = component_cache::cachedPath(path);
+  return !files::exists(cached) || copyFile(cached, path);
+}
+
+bool QVNRestoreCacheComponentStrategy::restoreMatches(const std::string& path) {
+  const std::string pattern = component_cache::cachedPath(path);
+  const auto matches = QVNCacheComponentStrategy::matchesForWildCardedPath(pattern);
+  if (!matches || matches->empty()) {
+    logging::debug("QVNRestoreCacheComponentStrategy: Unable to find matched files from wildcarded path: '%@'",
+                   pattern);
+    return true;
+  }
+  const std::string directory = paths::deleteLastComponent(path);
+  return std::ranges::all_of(*matches, [&](const std::string& match) {
+    return copyFile(match, paths::append(directory, paths::lastComponent(match)));
+  });
+}
+
+bool QVNRestoreCacheComponentStrategy::copyFile(const std::string& cached, const std::string& target) {
+  logging::debug("QVNRestoreCacheComponentStrategy:\n\tsourceFilePath = %@\n\ttargetFilePath = %@", cached, target);
+  // A file or link in the way is replaced in one step by the copy; only what cannot be replaced has to go first.
+  foundation::GuardedRemoval removal;
+  if (removal.typeOf(target) == foundation::FileType::Directory) {
+    if (const Status removed = removal.removeItem(target); !removed && !removed.error().isNoSuchFile()) {
+      logging::error("Unable to remove file. %@", removed.error());
+      return failWith();
+    }
+  }
+  const Status copied = component_cache::copyFile(cached, target);
+  if (copied || copied.error().isNoSuchFile()) {
+    return true;
+  }
+  logging::error("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", copied.error());
+  return failWith();
+}
+
+}  // namespace deployer

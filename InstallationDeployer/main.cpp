@@ -1,8 +1,0 @@
-#include <string>
-#include <vector>
-
-#include "InstallationDeployer/InstallationDeployerMain.h"
-
-int main(int argumentCount, char** arguments) {
-  return deployer::installationDeployerMain(std::vector<std::string>(arguments, arguments + argumentCount));
-}

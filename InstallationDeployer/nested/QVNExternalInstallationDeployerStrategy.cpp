@@ -1,0 +1,257 @@
+#include "InstallationDeployer/nested/QVNExternalInstallationDeployerStrategy.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/Thread.h"
+#include "general/foundation/execution/RunLoop.h"
+#include "general/foundation/execution/TaskExitSource.h"
+#include "general/foundation/propertylist/TextFormat.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+using foundation::RunLoop;
+using foundation::Task;
+using ipc::CorvaneDistantObject;
+using ipc::Notification;
+namespace paths = foundation::paths;
+
+namespace {
+
+constexpr std::chrono::milliseconds kTurn(500);
+constexpr std::int64_t kCompleteProgress = 100;
+
+std::unique_ptr<QVNInstallationStatusProxy> proxyOf(const std::string& serviceName) {
+  return std::make_unique<QVNInstallationStatusProxy>(
+      std::make_unique<CorvaneDistantObject>(serviceName, kQVNInstallationStatusProtocol.name(), std::nullopt));
+}
+
+/// Whether the last call was answered. One that was not has the result 0, which must not pass for an answer.
+bool hasAnswered(const QVNInstallationStatusProxy& proxy) {
+  return !proxy.remote().recentException() && proxy.remote().isConnected();
+}
+
+std::optional<std::string> textIn(const foundation::PropertyList& dictionary, std::string_view key) {
+  const auto text = dictionary[key].string();
+  return text ? std::optional<std::string>(*text) : std::nullopt;
+}
+
+}  // namespace
+
+bool QVNExternalInstallationDeployerStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  const auto bundlePath = textIn(installPhaseDictionary(), kQVNInstallPhaseExternalBundlePath);
+  const auto productName = textIn(installPhaseDictionary(), kQVNInstallPhaseExternalProductName);
+  if (!observe(bundlePath)) {
+    return failWith();
+  }
+  if (!bundlePath) {
+    logging::error("External deployer path is invalid");
+    return failWith();
+  }
+  const std::string executable = paths::append(*bundlePath, kQVNInstallationDeployerPath);
+  if (!productName) {
+    logging::error("No product is named for the external deployer at %@", executable);
+    return failWith();
+  }
+  launch(executable, *productName);
+  waitForFinalState(executable);
+  logging::debug("%@ exited run loop with installer state: %d", qualifiedName(),
+                 static_cast<std::uint32_t>(installerState()));
+  waitForExit();
+  return installerState() == QVNInstallerStateSuccess;
+}
+
+bool QVNExternalInstallationDeployerStrategy::observe(const std::optional<std::string>& bundlePath) {
+  observer_ = std::make_unique<ipc::NotificationObserver>();
+  if (!observer_->isListening()) {
+    // What an engine announces that nobody can hear would be waited for in vain.
+    logging::error("Unable to hear of the external deployer in %@. It is not launched.", bundlePath);
+    return false;
+  }
+  // The observer lives as long as the step does; what it hears after the wait concerns nobody.
+  observer_->add(std::string(kQVNInstallationStatusServiceStartedNotification), bundlePath,
+                 [this](const Notification& notification) {
+                   if (runLoopShouldKeepRunning_) {
+                     handleInstallationStatusServiceStartNotification(notification);
+                   }
+                 });
+  observer_->add(std::string(kQVNInstallationStatusUpdatedNotification), bundlePath,
+                 [this](const Notification& notification) {
+                   if (runLoopShouldKeepRunning_) {
+                     handleInstallationStatusUpdateNotification(notification);
+                   }
+                 });
+  logging::debug("----- added observers for %@ and %@ notifications on object: %@",
+                 kQVNInstallationStatusServiceStartedNotification, kQVNInstallationStatusUpdatedNotification,
+                 bundlePath);
+  return true;
+}
+
+void QVNExternalInstallationDeployerStrategy::launch(const std::string& executable, const std::string& productName) {
+  try {
+    [[maybe_unused]] const bool isLaunched = launchExternalExecutable(executable, productName);
+  } catch (const foundation::TaskLaunchException& exception) {
+    logging::error("Failed to launch external deployer at %@. %@", executable, exception.what());
+  }
+}
+
+bool QVNExternalInstallationDeployerStrategy::launchExternalExecutable(const std::string& executable,
+                                                                       const std::string& productName) {
+  Task task(executable, {"--install", "--ui", "--product_name", productName});
+  // Without its parent nobody would follow it or let it end.
+  task.setEndsWithParent(true);
+  task.launch();
+  engine_.emplace(std::move(task));
+  return true;
+}
+
+void QVNExternalInstallationDeployerStrategy::waitForFinalState(const std::string& executable) {
+  runLoopShouldKeepRunning_ = true;
+  lastNews_ = RunLoop::Clock::now();
+  const auto loop = RunLoop::current();
+  const auto timer = loop->addTimer(kTurn, true, {});
+  std::optional<foundation::TaskExitSource> exit;
+  if (engine_) {
+    exit.emplace(*loop, *engine_);
+  }
+  while (runLoopShouldKeepRunning_) {
+    if (!loop->runUntil(RunLoop::Clock::now() + kTurn)) {
+      break;
+    }
+    if (runLoopShouldKeepRunning_ && engine_ && !engine_->isRunning()) {
+      logging::error("The external deployer %@ ended before its final state was known (%@).", executable,
+                     engine_->endDescription());
+      setInstallerState(QVNInstallerStateFailed);
+      runLoopShouldKeepRunning_ = false;
+    }
+    if (runLoopShouldKeepRunning_ && RunLoop::Clock::now() - lastNews_ >= kTurn) {
+      askUnheard();
+    }
+  }
+  loop->removeSource(timer);
+}
+
+void QVNExternalInstallationDeployerStrategy::askUnheard() {
+  lastNews_ = RunLoop::Clock::now();
+  if (!installationDeployer_ && engine_) {
+    const std::string name = foundation::format(kQVNInstallationStatusServiceNameFormat, engine_->processIdentifier());
+    if (const auto proxy = proxyOf(name); stateFrom(*proxy)) {
+      reach(name);
+    }
+  }
+  if (!installationDeployer_) {
+    return;
+  }
+  // A state that is known already is not announced again.
+  const auto state = stateFrom(*installationDeployer_);
+  if (state && (*state != installerState() || isCompletionState(*state))) {
+    takeState(*state);
+  }
+}
+
+void QVNExternalInstallationDeployerStrategy::waitForExit() {
+  if (!installationDeployer_ || !engine_) {
+    return;
+  }
+  while (!engine_->waitUntilExit(RunLoop::Clock::now() + kTurn)) {
+    // In case it did not get through.
+    installationDeployer_->shutdownService();
+  }
+}
+
+void QVNExternalInstallationDeployerStrategy::handleInstallationStatusServiceStartNotification(
+    const Notification& notification) {
+  logging::debug("----- <%@>[%@ handleInstallationStatusServiceStartNotification:%@]", foundation::currentThreadName(),
+                 qualifiedName(), notification.description());
+  const auto name = textIn(notification.userInfo, kQVNInstallationStatusServiceName);
+  if (!name || isAnotherEngine(*name)) {
+    return;
+  }
+  reach(*name);
+  updateInstallerState();
+}
+
+void QVNExternalInstallationDeployerStrategy::handleInstallationStatusUpdateNotification(
+    const Notification& notification) {
+  logging::debug("----- <%@>[%@ handleInstallationStatusUpdateNotification:aNotification]\n\taNotification = %@",
+                 foundation::currentThreadName(), qualifiedName(), notification.description());
+  updateInstallerState();
+}
+
+void QVNExternalInstallationDeployerStrategy::updateInstallerState() {
+  lastNews_ = RunLoop::Clock::now();
+  logging::debug(
+      "----- <%@>[QVNExternalInstallationDeployerStrategy updateInstallerState]\n\tself.installationDeployer = "
+      "%@\n\t[<QVNInstallationStatusProtocol>%@ getCurrentState]",
+      foundation::currentThreadName(),
+      installationDeployer_ ? installationDeployer_->description() : foundation::format("%@", nullptr), serviceName());
+  if (!installationDeployer_) {
+    takeState(QVNInstallerStateSuccess);
+  } else if (const auto state = stateFrom(*installationDeployer_)) {
+    takeState(*state);
+  }
+}
+
+std::optional<QVNInstallerState> QVNExternalInstallationDeployerStrategy::stateFrom(QVNInstallationStatusProxy& proxy) {
+  const auto state = static_cast<QVNInstallerState>(proxy.getCurrentState());
+  isAnswering_ = hasAnswered(proxy);
+  return isAnswering_ ? std::optional(state) : std::nullopt;
+}
+
+void QVNExternalInstallationDeployerStrategy::takeState(QVNInstallerState state) {
+  setInstallerState(state);
+  if (isCompletionState(state)) {
+    shutdownExternalEngine();
+    runLoopShouldKeepRunning_ = false;
+  }
+}
+
+void QVNExternalInstallationDeployerStrategy::shutdownExternalEngine() {
+  logging::debug("Sending shutdownService to service: <QVNInstallationStatusProtocol>%@", serviceName());
+  if (installationDeployer_) {
+    installationDeployer_->shutdownService();
+  }
+}
+
+bool QVNExternalInstallationDeployerStrategy::isAnotherEngine(const std::string& serviceName) const {
+  // Somebody else may run the engine of that bundle at the same time, and that run is none of ours.
+  return engine_ &&
+         serviceName != foundation::format(kQVNInstallationStatusServiceNameFormat, engine_->processIdentifier());
+}
+
+void QVNExternalInstallationDeployerStrategy::reach(const std::string& serviceName) {
+  installationDeployer_ = proxyOf(serviceName);
+  const std::lock_guard lock(lock_);
+  installationDeployerServiceName_ = serviceName;
+}
+
+std::optional<std::string> QVNExternalInstallationDeployerStrategy::serviceName() const {
+  const std::lock_guard lock(lock_);
+  return installationDeployerServiceName_;
+}
+
+std::uint64_t QVNExternalInstallationDeployerStrategy::getProgress() {
+  const auto name = serviceName();
+  if (!name || !isAnswering_) {
+    // One that has fallen silent holds up a watcher once, not every time; the run goes on asking it.
+    return progressValue();
+  }
+  // A proxy of this thread's own: the other one is in use on the thread of the run.
+  const auto proxy = proxyOf(*name);
+  const std::int64_t progress = proxy->getProgress();
+  isAnswering_ = hasAnswered(*proxy);
+  if (isAnswering_) {
+    setProgressValue(static_cast<std::uint64_t>(std::clamp<std::int64_t>(progress, 0, kCompleteProgress)));
+  }
+  return progressValue();
+}
+
+}  // namespace deployer

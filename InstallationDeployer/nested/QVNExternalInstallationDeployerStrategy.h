@@ -1,0 +1,76 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+#include "general/foundation/execution/RunLoop.h"
+#include "general/foundation/execution/Task.h"
+#include "general/ipc/DistributedNotifications.h"
+
+namespace deployer {
+
+/// Hands a phase to an engine in another bundle and follows that engine to its end: its active states climb this tree,
+/// its final state becomes this step's, its progress is this step's.
+///
+/// The other engine is a child of this one and ends with it, however this one ends. The step waits for it as long as it
+/// lives, without time limit; cancelling this run does not reach it. Its notifications make the step react at once.
+/// Nothing depends on them alone: when none has come for half a second, the engine is asked all the same.
+///
+/// getProgress() may be called from any thread. Everything else, the destructor included, belongs to the thread that
+/// made the step.
+class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
+ public:
+  using QVNInstallStepStrategy::QVNInstallStepStrategy;
+
+  /// True only when the other engine ended with success.
+  bool execute(bool previousSuccess) override;
+  /// What the other engine answers, asked on the calling thread; what it answered last when it does not. 0 until it can
+  /// be reached. An engine that falls silent holds the caller up for one call's time-out.
+  [[nodiscard]] std::uint64_t getProgress() override;
+  [[nodiscard]] std::string_view className() const override { return "QVNExternalInstallationDeployerStrategy"; }
+
+  /// Starts the engine without waiting for it. Throws foundation::TaskLaunchException when it cannot be started.
+  virtual bool launchExternalExecutable(const std::string& executable, const std::string& productName);
+  void handleInstallationStatusServiceStartNotification(const ipc::Notification& notification);
+  void handleInstallationStatusUpdateNotification(const ipc::Notification& notification);
+  /// Asks the engine for its state and takes it over. An engine that nobody has heard of yet counts as one that ended
+  /// with success; one that was heard of and does not answer changes nothing.
+  void updateInstallerState();
+
+ private:
+  [[nodiscard]] bool observe(const std::optional<std::string>& bundlePath);
+  void launch(const std::string& executable, const std::string& productName);
+  void waitForFinalState(const std::string& executable);
+  /// Asks the engine although nothing was heard of it.
+  void askUnheard();
+  void waitForExit();
+
+  [[nodiscard]] bool isAnotherEngine(const std::string& serviceName) const;
+  /// Follows the service from now on.
+  void reach(const std::string& serviceName);
+  /// What the engine answers; nothing when it does not.
+  [[nodiscard]] std::optional<QVNInstallerState> stateFrom(QVNInstallationStatusProxy& proxy);
+  void takeState(QVNInstallerState state);
+  void shutdownExternalEngine();
+  [[nodiscard]] std::optional<std::string> serviceName() const;
+
+  std::unique_ptr<ipc::NotificationObserver> observer_;
+  std::optional<foundation::Task> engine_;
+  std::unique_ptr<QVNInstallationStatusProxy> installationDeployer_;
+  bool runLoopShouldKeepRunning_ = false;
+  /// When the engine was last heard of or asked.
+  foundation::RunLoop::Clock::time_point lastNews_;
+
+  std::atomic<bool> isAnswering_ = false;
+  mutable std::mutex lock_;
+  std::optional<std::string> installationDeployerServiceName_;  ///< guarded by lock_
+};
+
+}  // namespace deployer

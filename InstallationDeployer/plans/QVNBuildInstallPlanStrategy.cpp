@@ -1,0 +1,329 @@
+#include "InstallationDeployer/plans/QVNBuildInstallPlanStrategy.h"
+
+#include <unordered_set>
+
+#include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/receipt/QVNReceiptClient.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/Thread.h"
+#include "general/foundation/extensions/NSDictionaryExtensions.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+namespace files = foundation::files;
+namespace paths = foundation::paths;
+using foundation::NSDictionaryExtensions::boolForKey;
+
+namespace {
+
+constexpr std::string_view kUpgradePlanSelector = "upgradePlanForComponents:";
+constexpr std::uint64_t kHalfWay = 50;
+
+}  // namespace
+
+/// The components to upgrade: a set that remembers the order of its making.
+class QVNBuildInstallPlanStrategy::UpgradePlan {
+ public:
+  void add(const std::string& component) {
+    if (members_.insert(component).second) {
+      components_.push_back(component);
+    }
+  }
+  [[nodiscard]] bool contains(const std::string& component) const { return members_.contains(component); }
+  [[nodiscard]] const Plan& components() const { return components_; }
+
+  void noteInstalled(std::string component) { installed_.insert(std::move(component)); }
+  [[nodiscard]] bool isInstalled(const std::string& component) const { return installed_.contains(component); }
+
+ private:
+  Plan components_;
+  std::unordered_set<std::string> members_;
+  std::unordered_set<std::string> installed_;
+};
+
+bool QVNBuildInstallPlanStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  if (!configuration().hasInstallerReceipt()) {
+    planFreshInstall();
+    return true;
+  }
+  return canPlanUpgrade() && planUpgrade();
+}
+
+void QVNBuildInstallPlanStrategy::planFreshInstall() {
+  const auto components = manifest().componentListForProduct(configuration().productName().value_or(""));
+  if (components && plan()) {
+    plan()->insert(plan()->end(), components->begin(), components->end());
+  }
+}
+
+bool QVNBuildInstallPlanStrategy::canPlanUpgrade() {
+  const auto& product = configuration().productName();
+  if (!product) {
+    logging::error("Unable to determine product name");
+    return failWith();
+  }
+  if (!manifest().componentListForProduct(*product)) {
+    logging::error("Unable to determine list of components for product(%@)", product);
+    setInstallerState(static_cast<QVNInstallerState>(manifest().installerState()));
+    return false;
+  }
+  return true;
+}
+
+bool QVNBuildInstallPlanStrategy::planUpgrade() {
+  QVNReceiptClient* client = controller().getReceiptClientForStrategy(*this);
+  if (client == nullptr || client->receiptProxy() == nullptr || client->receiptStatusProxy() == nullptr) {
+    setInstallerState(QVNInstallerStateFailed);
+    logging::error("Failed to connect with receipt");
+    return false;
+  }
+  PropertyList records;
+  if (!askForInstalledComponents(*client, records)) {
+    return false;
+  }
+  UpgradePlan combined;
+  for (const std::string& component : upgradePlanForComponents(records).value_or(Plan{})) {
+    combined.add(component);
+  }
+  Plan fixPlan;
+  if (!askForFixPlan(*client, fixPlan)) {
+    return false;
+  }
+  for (const std::string& component : fixPlan) {
+    combined.add(component);
+  }
+  if (plan()) {
+    *plan() = combined.components();
+  }
+  return true;
+}
+
+bool QVNBuildInstallPlanStrategy::askForInstalledComponents(QVNReceiptClient& client, PropertyList& records) {
+  records = client.receiptProxy()->componentsAndVersions();
+  if (!client.lastReceiptProxyMessageSuccess()) {
+    return failWith();
+  }
+  return !records.isNil() || receiptHasNothingToTell(client, "Unable to acquire upgrade plan");
+}
+
+bool QVNBuildInstallPlanStrategy::askForFixPlan(QVNReceiptClient& client, Plan& fixPlan) {
+  client.startUpdatingCurrentStepStatusFromReceipt();
+  const auto found = client.receiptProxy()->fixPlanForValidation();
+  client.stopUpdatingCurrentStepStatusFromReceipt();
+  if (!client.lastReceiptProxyMessageSuccess()) {
+    return failWith();
+  }
+  fixPlan = found.value_or(Plan{});
+  return found || receiptHasNothingToTell(client, "Unable to acquire fix plan, or fix plan is invalid");
+}
+
+bool QVNBuildInstallPlanStrategy::receiptHasNothingToTell(QVNReceiptClient& client, std::string_view message) {
+  QVNInstallationStatusProtocol* statusProxy = client.receiptStatusProxy();
+  logging::debug("----- <%@>%s\n\tstatusProxy = %@\n\t[statusProxy getCurrentState]", foundation::currentThreadName(),
+                 "execute:", statusProxy->description());
+  setInstallerState(static_cast<QVNInstallerState>(statusProxy->getCurrentState()));
+  const bool answered = client.lastReceiptStatusProxyMessageSuccess();
+  if (answered && installerState() == QVNInstallerStateSuccess) {
+    return true;
+  }
+  if (!answered) {
+    // The state is none that the receipt gave, and must not pass for success.
+    setInstallerState(QVNInstallerStateFailed);
+  }
+  logging::error(message);
+  return false;
+}
+
+std::uint64_t QVNBuildInstallPlanStrategy::getProgress() { return kHalfWay; }
+
+std::optional<Plan> QVNBuildInstallPlanStrategy::upgradePlanForComponents(const PropertyList& components) {
+  logging::debug("%s: receiptComponentsAndVersions = %@", kUpgradePlanSelector, components);
+  const auto& product = configuration().productName();
+  if (!product) {
+    logging::error("Receipt unable to determine product name");
+    setInstallerState(QVNInstallerStateFailed);
+    return std::nullopt;
+  }
+  const auto productComponents = manifest().componentListForProduct(*product);
+  if (!productComponents) {
+    logging::error("Receipt unable to determine list of components.");
+    setInstallerState(static_cast<QVNInstallerState>(manifest().installerState()));
+    return std::nullopt;
+  }
+  UpgradePlan upgrade;
+  if (!addInstalledComponents(components, *productComponents, upgrade) ||
+      !addNewComponents(*productComponents, upgrade)) {
+    return std::nullopt;
+  }
+  if (upgrade.components().empty()) {
+    logging::notice("Upgrade plan is empty. Nothing to upgrade");
+  } else {
+    logging::notice("Upgrade plan is: %@", planDescription(upgrade.components()));
+  }
+  setInstallerState(QVNInstallerStateSuccess);
+  return upgrade.components();
+}
+
+bool QVNBuildInstallPlanStrategy::addInstalledComponents(const PropertyList& records, const Plan& productComponents,
+                                                         UpgradePlan& upgrade) {
+  const std::unordered_set<std::string_view> listed(productComponents.begin(), productComponents.end());
+  for (const PropertyList& record : records.elements()) {
+    const std::string component(record[kManifestComponentName].text());
+    if (component.empty()) {
+      // A receipt of another version may say what this engine does not understand.
+      continue;
+    }
+    upgrade.noteInstalled(component);
+    if (!listed.contains(component)) {
+      // What the new product dropped stays in the plan, so that its files are taken care of.
+      logging::info("Adding component %@ to upgrade plan", component);
+      upgrade.add(component);
+      continue;
+    }
+    const auto newManifest = readableManifest(component);
+    if (!newManifest) {
+      return false;
+    }
+    const auto newVersion = (*newManifest)[kManifestComponentVersion].string();
+    if (!newVersion || newVersion != record[kManifestComponentVersion].string()) {
+      logging::info("Adding changed component %@ to upgrade plan", component);
+      upgrade.add(component);
+    }
+  }
+  return true;
+}
+
+bool QVNBuildInstallPlanStrategy::addNewComponents(const Plan& productComponents, UpgradePlan& upgrade) {
+  for (const std::string& component : productComponents) {
+    if (!upgrade.isInstalled(component)) {
+      logging::info("Adding component %@ to upgrade plan", component);
+      upgrade.add(component);
+    }
+    if (!upgrade.contains(component) && !addForChangedExternalFiles(component, upgrade)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::optional<foundation::PropertyList> QVNBuildInstallPlanStrategy::readableManifest(const std::string& component) {
+  PropertyList found = manifest().getManifestForComponent(component);
+  const auto manifestState = static_cast<QVNInstallerState>(manifest().installerState());
+  if (found.isNil() && isFailureState(manifestState)) {
+    setInstallerState(manifestState);
+    return std::nullopt;
+  }
+  return found;
+}
+
+bool QVNBuildInstallPlanStrategy::addForChangedExternalFiles(const std::string& component, UpgradePlan& upgrade) {
+  const auto componentManifest = readableManifest(component);
+  if (!componentManifest) {
+    return false;
+  }
+  for (const PropertyList& entry : (*componentManifest)[kManifestListOfFiles].elements()) {
+    const auto source = entry[kManifestExternalSourcePath].string();
+    if (!source || !boolForKey(entry, kManifestCheckForExternalFileChanges)) {
+      continue;
+    }
+    const std::string externalPath = paths::resolve(controller().installerRootPath(), *source);
+    logging::debug("#### checking external source: %s: externalSourcePath = %@", kUpgradePlanSelector, externalPath);
+    const std::string installedPath(entry[kManifestFilePath].text());
+    if (boolForKey(entry, kManifestIsDirectory)) {
+      const auto differs = externalDirectoryDiffers(externalPath, installedPath);
+      if (!differs) {
+        return false;
+      }
+      if (*differs) {
+        logging::info("Adding component %@ to upgrade plan", component);
+        upgrade.add(component);
+      }
+      continue;
+    }
+    const auto differs = externalFileDiffers(externalPath, installedPath);
+    if (!differs) {
+      return false;
+    }
+    if (*differs) {
+      logging::info("Adding component %@ to upgrade plan due to external file change", component);
+      upgrade.add(component);
+      return true;
+    }
+  }
+  return true;
+}
+
+std::optional<bool> QVNBuildInstallPlanStrategy::externalDirectoryDiffers(const std::string& externalPath,
+                                                                          const std::string& installedPath) {
+  const auto externalNames = listingOrEmpty(externalPath);
+  if (!externalNames) {
+    return std::nullopt;
+  }
+  logging::debug("#### external directory cheking: %s: externalDirectoryContents.count = %lu", kUpgradePlanSelector,
+                 externalNames->size());
+  const auto installedNames = listingOrEmpty(installedPath);
+  if (!installedNames) {
+    return std::nullopt;
+  }
+  if (externalNames->size() != installedNames->size()) {
+    return true;
+  }
+  const std::unordered_set<std::string_view> installed(installedNames->begin(), installedNames->end());
+  for (const std::string& name : *externalNames) {
+    if (!installed.contains(name)) {
+      return true;
+    }
+    const auto differs = itemsDiffer(paths::append(externalPath, name), paths::append(installedPath, name));
+    if (!differs || *differs) {
+      return differs;
+    }
+  }
+  return false;
+}
+
+std::optional<bool> QVNBuildInstallPlanStrategy::externalFileDiffers(const std::string& externalPath,
+                                                                     const std::string& installedPath) {
+  if (files::exists(installedPath) != files::exists(externalPath)) {
+    return true;
+  }
+  return itemsDiffer(externalPath, installedPath);
+}
+
+std::optional<bool> QVNBuildInstallPlanStrategy::itemsDiffer(const std::string& externalPath,
+                                                             const std::string& installedPath) {
+  const auto unreadable = [this](const foundation::Error& error) {
+    logging::error("Unable to read attributes. %@", error);
+    setInstallerState(QVNInstallerStateFailed);
+    return std::nullopt;
+  };
+  const auto external = files::attributesOfItem(externalPath);
+  if (!external) {
+    return unreadable(external.error());
+  }
+  const auto installed = files::attributesOfItem(installedPath);
+  if (!installed) {
+    return unreadable(installed.error());
+  }
+  return external->type != installed->type || external->size != installed->size;
+}
+
+std::optional<Plan> QVNBuildInstallPlanStrategy::listingOrEmpty(const std::string& directory) {
+  auto listing = files::contentsOfDirectory(directory);
+  if (listing) {
+    return std::move(listing).value();
+  }
+  if (listing.error().isNoSuchFile()) {
+    return Plan{};
+  }
+  logging::error("Unable to read directory contents. %@", listing.error());
+  setInstallerState(QVNInstallerStateFailed);
+  return std::nullopt;
+}
+
+}  // namespace deployer

@@ -1,0 +1,32 @@
+#include "InstallationDeployer/plans/QVNBuildRemovePlanStrategy.h"
+
+#include "InstallationDeployer/ManifestKeys.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+bool QVNBuildRemovePlanStrategy::execute(bool previousSuccess) {
+  QVNInstallStepStrategy::execute(previousSuccess);
+  if (!previousSuccess) {
+    return false;
+  }
+  if (!requireReceiptLocation()) {
+    return false;
+  }
+  const PropertyList records = manifest().componentsAndVersionsForProduct(configuration().productName().value_or(""));
+  if (!plan()) {
+    if (installerState() != QVNInstallerStateSuccess) {
+      logging::error("Unable to acquire removal plan");
+      return false;
+    }
+    return true;
+  }
+  plan()->clear();
+  for (const PropertyList& record : records.elements()) {
+    logging::debug("componentNameAndVersion = %@", record);
+    plan()->emplace_back(record[kManifestComponentName].text());
+  }
+  return true;
+}
+
+}  // namespace deployer

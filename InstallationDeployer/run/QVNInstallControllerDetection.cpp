@@ -1,0 +1,77 @@
+#include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/run/QVNInstallController.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/logging/SystemLog.h"
+
+// How a bundle with several products finds the one to install: by what is already on the machine.
+namespace deployer {
+
+namespace paths = foundation::paths;
+namespace files = foundation::files;
+
+namespace {
+
+constexpr std::string_view kProductIsDetectedSelector = "productIsDetectedFor:";
+constexpr std::string_view kOneOfCollectionSelector = "oneOfCollectionExists:";
+
+bool receiptFolderExists(std::string_view productName) {
+  // The "." makes the test true for folders only.
+  return files::exists(paths::append(kQVNInstallerReceiptPath, productName) + "/.");
+}
+
+}  // namespace
+
+std::optional<std::string> QVNInstallController::productNameFromDetection() {
+  const PropertyList products = manifest().productsDictionary();
+  if (products.entries().size() == 1) {
+    return std::string(products.entries().front().key);
+  }
+  std::optional<std::string> detected;
+  const PropertyList candidates = manifest().listOfProductDetectionDictionaries();
+  for (const PropertyList& candidate : candidates.elements()) {
+    const auto name = candidate[kManifestIndexProductName].string();
+    if (name && (receiptFolderExists(*name) || productIsDetectedFor(candidate))) {
+      detected = std::string(*name);
+      break;
+    }
+  }
+  logging::debug("Product detected to install: %@", detected);
+  return detected;
+}
+
+bool QVNInstallController::productIsDetectedFor(const PropertyList& dictionary) {
+  for (const PropertyList& entry : dictionary[kManifestIndexProductDetectionPaths].elements()) {
+    if (entry.isString()) {
+      if (!detectionPathExists(entry.text(), kProductIsDetectedSelector)) {
+        return false;
+      }
+    } else if (entry.isArray()) {
+      if (!oneOfCollectionExists(entry)) {
+        return false;
+      }
+    } else {
+      logging::error("Expected to find NSString or NSArray instance. Found %@ in detection array", entry);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool QVNInstallController::oneOfCollectionExists(const PropertyList& detectionPaths) {
+  for (const PropertyList& path : detectionPaths.elements()) {
+    if (path.isString() && detectionPathExists(path.text(), kOneOfCollectionSelector)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool QVNInstallController::detectionPathExists(std::string_view path, std::string_view selector) {
+  const std::string resolved = paths::resolve(installerRootPath(), path);
+  logging::debug("%s: checking detection path: %@", selector, resolved);
+  return files::exists(resolved);
+}
+
+}  // namespace deployer

@@ -1,0 +1,183 @@
+#include "InstallationDeployer/status/QVNInstallationStatusService.h"
+
+#include <chrono>
+#include <exception>
+#include <utility>
+
+#include "InstallationDeployer/EngineLog.h"
+#include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/VRKConnectionAuthenticator.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+using foundation::currentThreadName;
+using foundation::PropertyList;
+using foundation::RunLoop;
+
+namespace {
+
+constexpr const char* kStatusServerThreadName = "status server thread";
+// The flag is read again at least this often.
+constexpr std::chrono::milliseconds kWakeUpInterval{500};
+
+}  // namespace
+
+QVNInstallationStatusService::QVNInstallationStatusService(std::string serviceName, WatchedRun& controller)
+    : serviceName_(std::move(serviceName)), controller_(controller) {}
+
+QVNInstallationStatusService::~QVNInstallationStatusService() { stopKeepingRunning(); }
+
+void QVNInstallationStatusService::startServer() {
+  if (statusServerThread_) {
+    return;
+  }
+  notificationObject_ = controller_.postingNotificationId();
+  statusServerThread_.emplace(kStatusServerThreadName, [this] { startStatusService(); });
+  std::unique_lock lock(lock_);
+  runLoopCondition_.wait(lock, [this] { return startFinished_; });
+}
+
+void QVNInstallationStatusService::stateUpdatedNotification() {
+  if (!serviceStarted_) {
+    return;
+  }
+  const ipc::Notification update{std::string(kQVNInstallationStatusUpdatedNotification), notificationObject_, {}};
+  logging::debug("----- <%@>[QVNInstallationStatusService stateUpdatedNotification]\n\tposting %@ to object: %@",
+                 currentThreadName(), update.name, update.object);
+  // Those who are connected hear of it on the thread that their connections belong to.
+  statusServerThread()->perform(
+      [this, update] {
+        if (connection_) {
+          connection_->sendNotification(update);
+        }
+      },
+      false);
+  ipc::postDistributedNotification(update);
+}
+
+void QVNInstallationStatusService::waitForServiceCompletion() {
+  logging::debug("self.runLoopShouldKeepRunning = %d", runLoopShouldKeepRunning());
+  std::unique_lock lock(lock_);
+  runLoopCondition_.wait(lock, [this] { return !runLoopShouldKeepRunning_; });
+}
+
+void QVNInstallationStatusService::shutdownStatusServer() {
+  logging::debug("Setting exit condition for the main run loop");
+  stopKeepingRunning();
+}
+
+bool QVNInstallationStatusService::runLoopShouldKeepRunning() {
+  const std::lock_guard lock(lock_);
+  return runLoopShouldKeepRunning_;
+}
+
+std::shared_ptr<RunLoop> QVNInstallationStatusService::statusServerThread() {
+  const std::lock_guard lock(lock_);
+  return runLoop_;
+}
+
+std::int32_t QVNInstallationStatusService::getCurrentState() {
+  // Asked before the state is read: once the work is over, the state read afterwards is the final one.
+  const bool workIsOver = controller_.mainThreadComplete();
+  const QVNInstallerState state = controller_.installerState();
+  logging::debug("----- <%@>[QVNInstallationStatusService getCurrentState] >>> %d", currentThreadName(),
+                 static_cast<std::uint32_t>(state));
+  if (!isCompletionState(state) && workIsOver) {
+    logging::error("Internal error. The current state is an active state but the main thread has completed.");
+    controller_.setInstallerState(QVNInstallerStateFailed);
+    return static_cast<std::int32_t>(QVNInstallerStateFailed);
+  }
+  return static_cast<std::int32_t>(state);
+}
+
+std::int64_t QVNInstallationStatusService::getProgress() {
+  return static_cast<std::int64_t>(controller_.getProgress());
+}
+
+void QVNInstallationStatusService::cancelInstallation() { controller_.cancelInstallation(); }
+
+void QVNInstallationStatusService::shutdownService() { shutdownStatusServer(); }
+
+void QVNInstallationStatusService::startStatusService() {
+  const EngineLog log;
+  if (!setupStatusService()) {
+    logging::debug("<%@>startStatusService >> failed to setup status server.", currentThreadName());
+    finishStart(nullptr);
+    return;
+  }
+  // The flag is true since the construction. It is not set again: that could undo a shutdown that came early.
+  const auto runLoop = RunLoop::current();
+  finishStart(runLoop);
+  serveUntilShutdown(*runLoop);
+  endServerThread();
+}
+
+bool QVNInstallationStatusService::setupStatusService() {
+  if (!vend()) {
+    connection_.reset();
+    logging::error("Unable to acquire a connection for the installation deployer status service");
+    return false;
+  }
+  const ipc::Notification started{
+      std::string(kQVNInstallationStatusServiceStartedNotification), notificationObject_,
+      PropertyList::dictionary({{std::string(kQVNInstallationStatusServiceName), serviceName_}})};
+  logging::debug(
+      "----- <%@>[QVNInstallationStatusService setupStatusService]\n\tposting %@ to object: %@ with serviceName: %@",
+      currentThreadName(), started.name, started.object, serviceName_);
+  ipc::postDistributedNotification(started);
+  return true;
+}
+
+bool QVNInstallationStatusService::vend() {
+  try {
+    ipc::ServerConnection::Options options;
+    options.peers = ipc::ServerConnection::Peers::Everybody;
+    connection_ = std::make_unique<ipc::ServerConnection>(options);
+    connection_->setDelegate(std::make_shared<ipc::VRKConnectionAuthenticator>());
+    connection_->setRootObject(
+        std::make_shared<const ipc::ProtocolChecker>(targetFor(*this), kQVNInstallationStatusProtocol));
+    return connection_->registerName(serviceName_);
+  } catch (const std::exception& exception) {
+    logging::error("%@", exception.what());
+    return false;
+  }
+}
+
+void QVNInstallationStatusService::serveUntilShutdown(RunLoop& runLoop) {
+  const auto timer = runLoop.addTimer(kWakeUpInterval, true, {});
+  try {
+    while (runLoopShouldKeepRunning() && runLoop.runUntil(RunLoop::Clock::time_point::max())) {
+    }
+    // What was asked or announced before the shutdown is still answered and sent.
+    runLoop.runUntil(RunLoop::Clock::now());
+  } catch (const std::exception& exception) {
+    logging::error("The installation deployer status service cannot go on. %@", exception.what());
+  }
+  runLoop.removeSource(timer);
+}
+
+void QVNInstallationStatusService::endServerThread() {
+  connection_.reset();
+  stopKeepingRunning();
+  logging::debug("Shutting down service: %@ runLoopActive:%@", serviceName_, runLoopShouldKeepRunning() ? "YES" : "NO");
+}
+
+void QVNInstallationStatusService::finishStart(std::shared_ptr<RunLoop> runLoop) {
+  const std::lock_guard lock(lock_);
+  serviceStarted_ = runLoop != nullptr;
+  runLoop_ = std::move(runLoop);
+  startFinished_ = true;
+  runLoopCondition_.notify_all();
+}
+
+void QVNInstallationStatusService::stopKeepingRunning() {
+  const std::lock_guard lock(lock_);
+  runLoopShouldKeepRunning_ = false;
+  runLoopCondition_.notify_all();
+  if (runLoop_) {
+    runLoop_->wakeUp();
+  }
+}
+
+}  // namespace deployer

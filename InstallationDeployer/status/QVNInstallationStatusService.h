@@ -1,0 +1,85 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "InstallationDeployer/status/WatchedRun.h"
+#include "general/foundation/Thread.h"
+#include "general/foundation/execution/RunLoop.h"
+#include "general/ipc/Notification.h"
+#include "general/ipc/ServerConnection.h"
+
+namespace deployer {
+
+/// Lets others follow a run: vends its state and progress under a name on a thread of its own, announces itself and
+/// every later change of the state, takes requests to cancel, and keeps the run from ending before a watcher has said
+/// that it saw the end.
+///
+/// The operations of the protocol run on the status server thread; the rest may be called from any thread, but for
+/// startServer() and waitForServiceCompletion(), which belong to the run's main thread.
+class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
+ public:
+  /// @param controller the run; it outlives the service.
+  QVNInstallationStatusService(std::string serviceName, WatchedRun& controller);
+  /// Ends the service if nobody did, and waits for its thread.
+  ~QVNInstallationStatusService() override;
+  QVNInstallationStatusService(const QVNInstallationStatusService&) = delete;
+  QVNInstallationStatusService& operator=(const QVNInstallationStatusService&) = delete;
+
+  /// Starts the thread and returns when the service can be reached and has been announced, or when it could not be set
+  /// up; then the run goes on unwatched. Every change of the state after this call is announced.
+  void startServer();
+  /// Announces a change of the run's state. Before the service has started it does nothing.
+  void stateUpdatedNotification();
+  /// Waits until the service was told to end. Deliberately for ever when it could not be set up, unless
+  /// shutdownStatusServer() is called.
+  void waitForServiceCompletion();
+  /// Lets the service end, and with it who waits for its completion.
+  void shutdownStatusServer();
+
+  [[nodiscard]] const std::string& serviceName() const { return serviceName_; }
+  [[nodiscard]] bool serviceStarted() const { return serviceStarted_; }
+  [[nodiscard]] bool runLoopShouldKeepRunning();
+  /// The run loop of the status server thread, also after the service has ended; null before startServer() and when the
+  /// service could not be set up.
+  [[nodiscard]] std::shared_ptr<foundation::RunLoop> statusServerThread();
+
+  // What watchers ask.
+  /// A state that is still active although the work is over is an error, and the run then counts as failed.
+  [[nodiscard]] std::int32_t getCurrentState() override;
+  [[nodiscard]] std::int64_t getProgress() override;
+  void cancelInstallation() override;
+  void shutdownService() override;
+
+ private:
+  /// The body of the status server thread.
+  void startStatusService();
+  [[nodiscard]] bool setupStatusService();
+  [[nodiscard]] bool vend();
+  void serveUntilShutdown(foundation::RunLoop& runLoop);
+  void endServerThread();
+  void finishStart(std::shared_ptr<foundation::RunLoop> runLoop);
+  void stopKeepingRunning();
+
+  const std::string serviceName_;
+  WatchedRun& controller_;
+  std::string notificationObject_;  // set before the thread starts, then constant
+  std::atomic<bool> serviceStarted_ = false;
+
+  std::mutex lock_;
+  std::condition_variable runLoopCondition_;
+  // Guarded by the lock.
+  bool runLoopShouldKeepRunning_ = true;
+  bool startFinished_ = false;
+  std::shared_ptr<foundation::RunLoop> runLoop_;
+
+  std::unique_ptr<ipc::ServerConnection> connection_;  // of the status server thread alone
+  std::optional<foundation::NamedThread> statusServerThread_;
+};
+
+}  // namespace deployer

@@ -1,0 +1,56 @@
+#include "general/foundation/extensions/NSFileManagerExtensions.h"
+
+#include "general/foundation/files/FileBuffer.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/internal/FilePrimitives.h"
+
+namespace foundation::NSFileManagerExtensions {
+
+namespace {
+
+constexpr std::uint32_t kPermissionBitsWithoutSetId = 0777;
+
+}  // namespace
+
+Error errorWithMessage(std::string_view message, const std::optional<std::string>& path, long code) {
+  const std::string text(message);
+  return {.domain = std::string(kFileManagerExtensionsErrorDomain),
+          .code = code,
+          .text = text,
+          .path = path,
+          .underlyingErrno = 0,
+          .details = {{std::string(kLocalizedDescriptionKey), text},
+                      {std::string(kLocalizedFailureReasonErrorKey), text},
+                      {std::string(kUnderlyingErrorKey), text}}};
+}
+
+Status createDeepDirectoryAtPath(const std::string& path, const FileAttributes& attributes) {
+  return files::createDirectory(path, true, attributes);
+}
+
+Status copyAndOverwriteItemAtPath(const std::string& source, const std::string& destination) {
+  FileBuffer buffer;
+  const auto content = files::read(source, buffer);
+  if (!content) {
+    return content.error();
+  }
+  const auto attributes = files::attributesOfItem(source);
+  if (!attributes) {
+    return attributes.error();
+  }
+  FileAttributes own{.owner = attributes->owner,
+                     .group = attributes->group,
+                     .permissions = attributes->permissions,
+                     .modificationNanoseconds = attributes->modificationNanoseconds};
+  if (attributes->isSymbolicLink() && !file_primitives::linksHavePermissions()) {
+    const auto target = files::attributesOfTarget(source);
+    if (!target) {
+      return target.error();
+    }
+    // Without set-id bits: they were given to a file of another owner.
+    own.permissions = target->permissions & kPermissionBitsWithoutSetId;
+  }
+  return files::writeAtomically(*content, destination, own);
+}
+
+}  // namespace foundation::NSFileManagerExtensions

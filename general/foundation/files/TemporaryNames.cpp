@@ -1,0 +1,142 @@
+#include "general/foundation/files/TemporaryNames.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include "general/foundation/Paths.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/internal/FilePrimitives.h"
+
+namespace foundation::temporary_names {
+
+namespace {
+
+constexpr std::string_view kPrefix = ".com.corvane.installer.";
+constexpr std::string_view kHexadecimalDigits = "0123456789abcdef";
+constexpr std::size_t kRandomBytes = 16;
+
+std::string randomDigits() {
+  std::array<unsigned char, kRandomBytes> random{};
+  file_primitives::fillWithRandomBytes(std::as_writable_bytes(std::span(random)));
+  std::string digits;
+  digits.reserve(2 * kRandomBytes);
+  for (const unsigned char byte : random) {
+    digits += kHexadecimalDigits[byte >> 4U];
+    digits += kHexadecimalDigits[byte & 0xfU];
+  }
+  return digits;
+}
+
+// The process that made a name of exactly our form; nothing for any other name.
+std::optional<pid_t> makerOf(std::string_view name) {
+  if (!name.starts_with(kPrefix)) {
+    return std::nullopt;
+  }
+  name.remove_prefix(kPrefix.size());
+  const std::size_t dot = name.find('.');
+  if (dot == std::string_view::npos || dot == 0 || name.front() == '0') {
+    return std::nullopt;
+  }
+  const std::string_view digits = name.substr(dot + 1);
+  if (digits.size() != 2 * kRandomBytes || digits.find_first_not_of(kHexadecimalDigits) != std::string_view::npos) {
+    return std::nullopt;
+  }
+  pid_t process = 0;
+  const char* const end = name.data() + dot;
+  const auto [rest, error] = std::from_chars(name.data(), end, process);
+  if (error != std::errc() || rest != end || process <= 0) {
+    return std::nullopt;
+  }
+  return process;
+}
+
+bool isDead(pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; }
+
+// Items get their final owner under their temporary name, so what a killed run left may belong to anybody. It is ours
+// all the same in a folder that only its owner may write to: such an owner could fake the name only to lose the item.
+bool isProvenOwn(const struct stat& item, const struct stat& folder) {
+  const bool onlyItsOwnerWrites = (folder.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+  return item.st_uid == geteuid() || onlyItsOwnerWrites;
+}
+
+void removeLeftover(int folder, const char* name) {
+  struct stat item {};
+  struct stat place {};
+  if (fstatat(folder, name, &item, AT_SYMLINK_NOFOLLOW) != 0 || fstat(folder, &place) != 0 ||
+      !isProvenOwn(item, place)) {
+    return;
+  }
+  if (S_ISREG(item.st_mode) || S_ISLNK(item.st_mode)) {
+    unlinkat(folder, name, 0);
+  } else if (S_ISDIR(item.st_mode)) {
+    unlinkat(folder, name, AT_REMOVEDIR);
+  }
+}
+
+std::vector<std::string> leftoversIn(DIR* stream) {
+  std::vector<std::string> leftovers;
+  while (const dirent* entry = readdir(stream)) {
+    const auto maker = makerOf(entry->d_name);
+    if (maker && isDead(*maker)) {
+      leftovers.emplace_back(entry->d_name);
+    }
+  }
+  return leftovers;
+}
+
+bool isFirstVisit(const std::string& folder) {
+  static std::mutex mutex;
+  static std::set<std::string> visited;
+  const std::scoped_lock lock(mutex);
+  return visited.insert(folder).second;
+}
+
+}  // namespace
+
+std::string make(const std::string& folder) {
+  if (isFirstVisit(folder)) {
+    sweep(folder);
+  }
+  std::string name(kPrefix);
+  name.append(std::to_string(getpid())).append(".").append(randomDigits());
+  return folder.empty() ? name : paths::append(folder, name);
+}
+
+void sweep(const std::string& folder) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.empty() ? "." : folder.c_str()), &closedir);
+  if (!stream) {
+    return;
+  }
+  for (const std::string& name : leftoversIn(stream.get())) {
+    removeLeftover(dirfd(stream.get()), name.c_str());
+  }
+}
+
+void sweepWithContent(const std::string& folder) {
+  sweep(folder);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), &closedir);
+  if (!stream) {
+    return;
+  }
+  for (const std::string& name : leftoversIn(stream.get())) {
+    [[maybe_unused]] const Status removed = files::removeItemIfPresent(paths::append(folder, name));
+  }
+}
+
+bool isTemporary(std::string_view name) { return makerOf(name).has_value(); }
+
+}  // namespace foundation::temporary_names

@@ -1,0 +1,111 @@
+#include <set>
+
+#include "general/foundation/files/TemporaryNames.h"
+#include "tests/unit/general/foundation/files/FileTest.h"
+
+using namespace foundation;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+class TemporaryNames : public tests::FileTest {
+ protected:
+  [[nodiscard]] static std::string name(pid_t process, std::string_view digits = "0123456789abcdef0123456789abcdef") {
+    return ".com.corvane.installer." + std::to_string(process) + "." + std::string(digits);
+  }
+  const pid_t ended_ = tests::endedProcess();
+};
+
+}  // namespace
+
+TEST_F(TemporaryNames, CarryTheProcessAndAreNeverTheSame) {
+  std::set<std::string> names;
+  for (int index = 0; index < 100; ++index) {
+    names.insert(temporary_names::make(folder()));
+  }
+  EXPECT_EQ(names.size(), 100U);
+  const std::string start = folder() + "/.com.corvane.installer." + std::to_string(getpid()) + ".";
+  EXPECT_TRUE(names.begin()->starts_with(start));
+  EXPECT_EQ(names.begin()->size(), start.size() + 32);
+}
+
+TEST_F(TemporaryNames, TheFirstOneOfAFolderSweepsWhatAKilledRunLeft) {
+  box_.write(name(ended_), "left behind");
+  ASSERT_EQ(symlink("nowhere", path(name(ended_, "11111111111111111111111111111111")).c_str()), 0);
+  box_.makeDirectory(name(ended_, "22222222222222222222222222222222"));
+  static_cast<void>(temporary_names::make(folder()));
+  EXPECT_EQ(listing(), Texts{});
+  box_.write(name(ended_), "left behind later");
+  static_cast<void>(temporary_names::make(folder()));
+  EXPECT_EQ(listing(), Texts{name(ended_)});
+}
+
+TEST_F(TemporaryNames, NothingIsSweptThatIsNotProvenOurOwn) {
+  const std::string process = std::to_string(ended_);
+  const Texts kept = {
+      name(getpid()),                                     // of this process
+      name(getppid()),                                    // of another one that lives
+      name(ended_, "0123456789abcdef0123456789abcde"),    // a digit less
+      name(ended_, "0123456789abcdef0123456789abcdef0"),  // a digit more
+      name(ended_, "0123456789ABCDEF0123456789ABCDEF"),   // other digits
+      ".com.corvane.installer.0" + process + "." + std::string(32, '0'),
+      ".com.corvane.installer.-" + process + "." + std::string(32, '0'),
+      ".com.corvane.installer.99999999999999999999." + std::string(32, '0'),
+      ".com.corvane.installer.." + std::string(32, '0'),
+      "com.corvane.installer." + process + "." + std::string(32, '0'),
+      "other",
+  };
+  for (const std::string& item : kept) {
+    box_.write(item, "x");
+  }
+  temporary_names::sweep(folder());
+  EXPECT_EQ(listing().size(), kept.size());
+}
+
+TEST_F(TemporaryNames, ItemsOfOthersFullFoldersAndSpecialFilesStay) {
+  const std::string foreign = name(ended_, "33333333333333333333333333333333");
+  const std::string fifo = name(ended_, "44444444444444444444444444444444");
+  const std::string full = name(ended_, "55555555555555555555555555555555");
+  ASSERT_EQ(chmod(folder().c_str(), 01777), 0);
+  box_.write(foreign, "x");
+  ASSERT_EQ(chown(path(foreign).c_str(), 501, 20), 0);
+  ASSERT_EQ(mkfifo(path(fifo).c_str(), 0600), 0);
+  box_.write(full + "/file", "x");
+  temporary_names::sweep(folder());
+  EXPECT_EQ(listing(), (Texts{foreign, fifo, full}));
+}
+
+TEST_F(TemporaryNames, WhatLiesWhereOnlyTheOwnerOfTheFolderMayWriteIsOursWhoeverOwnsIt) {
+  box_.write(name(ended_), "x");
+  ASSERT_EQ(chown(path(name(ended_)).c_str(), 501, 20), 0);
+  ASSERT_EQ(chmod(folder().c_str(), 0775), 0);
+  temporary_names::sweep(folder());
+  EXPECT_EQ(listing(), Texts{name(ended_)});
+  ASSERT_EQ(chmod(folder().c_str(), 0755), 0);
+  ASSERT_EQ(chown(folder().c_str(), 501, 20), 0);
+  temporary_names::sweep(folder());
+  EXPECT_EQ(listing(), Texts{});
+}
+
+TEST_F(TemporaryNames, SweepingWithContentRemovesFullFoldersOfDeadProcessesAlone) {
+  const std::string alive = name(getpid(), "66666666666666666666666666666666");
+  box_.write(name(ended_) + "/below/file", "x");
+  box_.write(name(ended_, "77777777777777777777777777777777"), "x");
+  box_.write(alive + "/file", "x");
+  box_.write("other/file", "x");
+  temporary_names::sweepWithContent(folder());
+  EXPECT_EQ(listing(), (Texts{alive, "other"}));
+}
+
+TEST_F(TemporaryNames, AreToldFromOthers) {
+  EXPECT_TRUE(temporary_names::isTemporary(name(1)));
+  EXPECT_FALSE(temporary_names::isTemporary(name(1, "0123")));
+  EXPECT_FALSE(temporary_names::isTemporary("Guard"));
+}
+
+TEST_F(TemporaryNames, AFolderThatCannotBeReadIsLeftAlone) {
+  temporary_names::sweep(path("missing"));
+  temporary_names::sweepWithContent(path("missing"));
+  EXPECT_EQ(temporary_names::make("").find('/'), std::string::npos);
+}

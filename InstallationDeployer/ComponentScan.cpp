@@ -34,9 +34,9 @@ constexpr std::size_t kComponentsOfServicePath = 4;
 EntryFields entryFor(const std::string& installPath, const ItemStatus& attributes, bool isDirectory) {
   EntryFields fields;
   fields.reserve(8);
-  fields.emplace_back(foundation::kFileOwnerAccountID, std::int64_t{attributes.owner});
-  fields.emplace_back(foundation::kFileGroupOwnerAccountID, std::int64_t{attributes.group});
-  fields.emplace_back(foundation::kFilePosixPermissions, std::int64_t{attributes.permissions});
+  fields.emplace_back(kFileOwnerAccountID, std::int64_t{attributes.owner});
+  fields.emplace_back(kFileGroupOwnerAccountID, std::int64_t{attributes.group});
+  fields.emplace_back(kFilePosixPermissions, std::int64_t{attributes.permissions});
   fields.emplace_back(kManifestIsDirectory, isDirectory);
   fields.emplace_back(kManifestIsSymbolicLink, attributes.isSymbolicLink());
   fields.emplace_back(kManifestFilePath, installPath);

@@ -6,8 +6,8 @@
 #include <unordered_set>
 
 #include "InstallationDeployer/QVNInstallerManifest.h"
-#include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/files/FileBuffer.h"
+#include "general/foundation/files/ItemStatus.h"
 
 namespace deployer {
 

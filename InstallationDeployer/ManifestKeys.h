@@ -3,7 +3,7 @@
 #include <string_view>
 
 /// The keys of the manifest index, the component manifests and the plists they are authored from. Nothing else spells a
-/// key out. The keys of file attributes are foundation's: see general/foundation/FileAttributes.h.
+/// key out.
 namespace deployer {
 
 // Manifest index, top level.
@@ -57,6 +57,9 @@ inline constexpr std::string_view kManifestExternalSourcePath = "ExternalSourceP
 inline constexpr std::string_view kManifestCheckForExternalFileChanges = "CheckForExternalFileChanges";
 inline constexpr std::string_view kManifestIsWildcardPath = "IsWildcardPath";
 inline constexpr std::string_view kManifestRemoveDirectoryAndContents = "RemoveDirectoryAndContents";
+inline constexpr std::string_view kFileOwnerAccountID = "NSFileOwnerAccountID";
+inline constexpr std::string_view kFileGroupOwnerAccountID = "NSFileGroupOwnerAccountID";
+inline constexpr std::string_view kFilePosixPermissions = "NSFilePosixPermissions";
 
 // An executable of a component; its path is under kManifestFilePath.
 inline constexpr std::string_view kManifestListOfArguments = "ListOfArguments";

@@ -64,11 +64,10 @@ class AuthoringReader {
 
   void readFile(const CheckedDictionary& entry) {
     using namespace deployer;
-    entry.allowOnly({kManifestFilePath, kManifestIsDirectory, kManifestIsSymbolicLink, foundation::kFileOwnerAccountID,
-                     foundation::kFileGroupOwnerAccountID, foundation::kFilePosixPermissions,
-                     kManifestSymbolicLinkTarget, kManifestSHAChecksum, kManifestIsModifiableFile,
-                     kManifestExternalSourcePath, kManifestCheckForExternalFileChanges, kManifestIsWildcardPath,
-                     kManifestRemoveDirectoryAndContents});
+    entry.allowOnly({kManifestFilePath, kManifestIsDirectory, kManifestIsSymbolicLink, kFileOwnerAccountID,
+                     kFileGroupOwnerAccountID, kFilePosixPermissions, kManifestSymbolicLinkTarget, kManifestSHAChecksum,
+                     kManifestIsModifiableFile, kManifestExternalSourcePath, kManifestCheckForExternalFileChanges,
+                     kManifestIsWildcardPath, kManifestRemoveDirectoryAndContents});
     InstallItem item;
     item.path = installPath(entry);
     if (QVNInstallerManifest::restrictedPaths().contains(item.path)) {
@@ -99,9 +98,8 @@ class AuthoringReader {
       return value ? std::optional(static_cast<std::uint32_t>(*value)) : std::nullopt;
     };
     constexpr std::uint64_t kLargestId = std::numeric_limits<std::uint32_t>::max() - 1;
-    return {number(foundation::kFileOwnerAccountID, kLargestId),
-            number(foundation::kFileGroupOwnerAccountID, kLargestId),
-            number(foundation::kFilePosixPermissions, kLargestPermissions)};
+    return {number(deployer::kFileOwnerAccountID, kLargestId), number(deployer::kFileGroupOwnerAccountID, kLargestId),
+            number(deployer::kFilePosixPermissions, kLargestPermissions)};
   }
 
   void checkContent(const CheckedDictionary& entry, InstallItem::Kind kind) {

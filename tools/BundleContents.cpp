@@ -152,9 +152,9 @@ class BundleReader {
   [[nodiscard]] BundleContents::File readFile(const CheckedDictionary& entry, const std::string& payload) const {
     BundleContents::File file;
     file.path = readPath(entry);
-    file.owner = entry.number(foundation::kFileOwnerAccountID, kLargestId);
-    file.group = entry.number(foundation::kFileGroupOwnerAccountID, kLargestId);
-    file.mode = entry.number(foundation::kFilePosixPermissions, kLargestMode);
+    file.owner = entry.number(kFileOwnerAccountID, kLargestId);
+    file.group = entry.number(kFileGroupOwnerAccountID, kLargestId);
+    file.mode = entry.number(kFilePosixPermissions, kLargestMode);
     file.externalSource = entry.string(kManifestExternalSourcePath, Need::Optional);
     file.flags = flagsOf(entry, {kManifestIsModifiableFile, kManifestCheckForExternalFileChanges,
                                  kManifestIsWildcardPath, kManifestRemoveDirectoryAndContents});

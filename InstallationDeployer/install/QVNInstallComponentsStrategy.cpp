@@ -6,6 +6,7 @@
 
 #include "InstallationDeployer/DefaultAttributes.h"
 #include "InstallationDeployer/DiskSpace.h"
+#include "InstallationDeployer/EntryAttributes.h"
 #include "InstallationDeployer/EntryPath.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/Paths.h"
@@ -91,7 +92,7 @@ Status makeDirectory(const std::string& path, const FileAttributes& own, const F
 
 // Owner and group of a link are set whether the manifest gives them or not.
 FileAttributes linkAttributes(const PropertyList& entry) {
-  return withDefaults(FileAttributes::fromEntry(entry), {.owner = 0, .group = 0, .permissions = 0});
+  return withDefaults(attributesFromEntry(entry), {.owner = 0, .group = 0, .permissions = 0});
 }
 
 bool createSymbolicLink(const PropertyList& entry, const std::string& linkPath) {
@@ -264,7 +265,7 @@ std::optional<PayloadFile> QVNInstallComponentsStrategy::payloadFileFor(const Pr
   PayloadFile file{.source = payloadPath(component.source, component.name, *checksum),
                    .destination = paths::append(component.destination, *path),
                    .checksum = std::string(*checksum),
-                   .attributes = FileAttributes::fromEntry(entry)};
+                   .attributes = attributesFromEntry(entry)};
   if (file.destination.starts_with(kSystemFolder)) {
     return std::nullopt;
   }
@@ -321,7 +322,7 @@ bool QVNInstallComponentsStrategy::copyDirectory(const PropertyList& entry, cons
                                                  const std::optional<std::string>& externalPath,
                                                  const FileAttributes& attributes) {
   logging::debug("%s: filePath = %@", kCopyFileSelector, path);
-  const FileAttributes own = FileAttributes::fromEntry(entry);
+  const FileAttributes own = attributesFromEntry(entry);
   if (auto made = withSpareResources([&] { return makeDirectory(path, own, attributes); }); !made) {
     return fail("error: %@", made.error());
   }
@@ -385,7 +386,7 @@ bool QVNInstallComponentsStrategy::copyFile(const PropertyList& entry, const std
     return fail("Checksum mismatch for component %@.\n\tFound:%@. \n\tExpected: %@\n\tDestination: %@", component,
                 content->checksum(), checksum, path);
   }
-  return makeParent(path, directoryAttributes) && writeFile(*content, path, FileAttributes::fromEntry(entry));
+  return makeParent(path, directoryAttributes) && writeFile(*content, path, attributesFromEntry(entry));
 }
 
 bool QVNInstallComponentsStrategy::makeParent(const std::string& path, const FileAttributes& attributes) {

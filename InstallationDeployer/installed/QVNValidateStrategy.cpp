@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "InstallationDeployer/EntryAttributes.h"
 #include "InstallationDeployer/EntryPath.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/extensions/NSDictionaryExtensions.h"
@@ -40,13 +41,13 @@ class Inspection {
     if (!item) {
       return isSuppliedFromOutside(entry) || isMissing(path, component);
     }
-    if (boolForKey(entry, kManifestIsModifiableFile) || hasOneEqualAttribute(*item, FileAttributes::fromEntry(entry))) {
+    if (boolForKey(entry, kManifestIsModifiableFile) || hasOneEqualAttribute(*item, attributesFromEntry(entry))) {
       return true;
     }
     logging::info(
         "Adding %@ component to fixPlan because file attributes different for %@\n\tfile attributes: %@\n\tmanifest "
         "attributes: %@",
-        component, path, item->dictionary(), entry);
+        component, path, dictionaryOf(*item), entry);
     return false;
   }
 

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <cstddef>
+#include <span>
 #include <utility>
 
 namespace foundation {
@@ -36,5 +38,8 @@ class Descriptor {
  private:
   int number_ = -1;
 };
+
+/// Writes everything, however many calls that takes. @return 0, or -1 with errno set.
+int writeAll(int descriptor, std::span<const std::byte> content);
 
 }  // namespace foundation

@@ -22,9 +22,9 @@ struct FileEntries {
     return PropertyList::dictionary(std::move(keys));
   }
   [[nodiscard]] static Keys attributes(int permissions, int owner = 0, int group = 0) {
-    return {{std::string(foundation::kFileOwnerAccountID), owner},
-            {std::string(foundation::kFileGroupOwnerAccountID), group},
-            {std::string(foundation::kFilePosixPermissions), permissions}};
+    return {{std::string(deployer::kFileOwnerAccountID), owner},
+            {std::string(deployer::kFileGroupOwnerAccountID), group},
+            {std::string(deployer::kFilePosixPermissions), permissions}};
   }
   [[nodiscard]] static Keys joined(Keys first, Keys second) {
     first.insert(first.end(), second.begin(), second.end());

@@ -2,7 +2,6 @@
 
 #include "general/foundation/files/FileBuffer.h"
 #include "general/foundation/files/FileManager.h"
-#include "general/foundation/files/internal/FilePrimitives.h"
 
 namespace foundation::NSFileManagerExtensions {
 
@@ -42,7 +41,7 @@ Status copyAndOverwriteItemAtPath(const std::string& source, const std::string& 
                      .group = attributes->group,
                      .permissions = attributes->permissions,
                      .modificationNanoseconds = attributes->modificationNanoseconds};
-  if (attributes->isSymbolicLink() && !file_primitives::linksHavePermissions()) {
+  if (attributes->isSymbolicLink() && !files::linksHavePermissions()) {
     const auto target = files::attributesOfTarget(source);
     if (!target) {
       return target.error();

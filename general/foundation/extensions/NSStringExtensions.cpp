@@ -7,7 +7,7 @@
 #include <span>
 #include <system_error>
 
-#include "general/foundation/files/internal/FilePrimitives.h"
+#include "general/foundation/RandomPrimitives.h"
 
 namespace foundation::NSStringExtensions {
 
@@ -37,7 +37,7 @@ std::string_view withoutLeadingWhiteSpace(std::string_view text) {
 
 std::string stringWithUUID() {
   std::array<std::uint8_t, 16> bytes{};
-  file_primitives::fillWithRandomBytes(std::as_writable_bytes(std::span(bytes)));
+  fillWithRandomBytes(std::as_writable_bytes(std::span(bytes)));
   // Version 4 (random) and the standard variant.
   bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0fU) | 0x40U);
   bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3fU) | 0x80U);

@@ -24,7 +24,6 @@ namespace foundation::files {
 
 namespace {
 
-constexpr std::uint32_t kPermissionBits = 07777;
 constexpr std::uint32_t kSetIdBits = 06000;
 constexpr std::uint32_t kDefaultDirectoryPermissions = 0755;
 // Small enough to be in the processor's cache still when the visitor gets it.
@@ -308,7 +307,7 @@ Result<ItemStatus> attributesOfItem(const std::string& path) {
   if (!status) {
     return status.error();
   }
-  return attributesFrom(item);
+  return statusFrom(item);
 }
 
 Result<ItemStatus> attributesOfTarget(const std::string& path) {
@@ -317,7 +316,7 @@ Result<ItemStatus> attributesOfTarget(const std::string& path) {
   if (!status) {
     return status.error();
   }
-  return attributesFrom(item);
+  return statusFrom(item);
 }
 
 Result<std::vector<std::string>> contentsOfDirectory(const std::string& path) {
@@ -413,6 +412,8 @@ Status exchangeItems(const std::string& one, const std::string& other) {
 Status setAttributes(const FileAttributes& attributes, const std::string& path) {
   return perform(path, Access::Write, [&] { return changeAttributes(path, attributes); });
 }
+
+bool linksHavePermissions() { return file_primitives::linksHavePermissions(); }
 
 Status setLinkAttributes(const FileAttributes& attributes, const std::string& path) {
   return perform(path, Access::Write, [&] {

@@ -10,6 +10,8 @@
 #include "general/foundation/Result.h"
 #include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/files/FileBuffer.h"
+#include "general/foundation/files/FileSystemAttributes.h"
+#include "general/foundation/files/ItemStatus.h"
 
 /// Work on files. Every failure is an Error of kFileErrorDomain with the codes of Error.h; a path that holds a NUL or
 /// is too long is an error of its own, never a shorter path. All functions may be called from any thread.
@@ -47,6 +49,8 @@ namespace foundation::files {
 /// Owner and group first, then permissions (a change of owner clears set-id bits), then the date. Follows links
 /// of the effective user; a link of anybody else is an error, for it may lead where no change was asked for.
 [[nodiscard]] Status setAttributes(const FileAttributes& attributes, const std::string& path);
+/// Whether links have permissions of their own; elsewhere they only report some.
+[[nodiscard]] bool linksHavePermissions();
 /// Owner, group and (where the system has such a thing) permissions of a link itself.
 [[nodiscard]] Status setLinkAttributes(const FileAttributes& attributes, const std::string& path);
 
@@ -68,10 +72,6 @@ using PieceVisitor = std::function<void(std::span<const std::byte>)>;
 [[nodiscard]] Status writeAtomically(std::span<const std::byte> content, const std::string& path,
                                      const FileAttributes& attributes = {});
 
-struct FileSystemAttributes {
-  std::uint64_t freeBytes = 0;  ///< what an unprivileged writer may use
-  std::uint64_t totalBytes = 0;
-};
 [[nodiscard]] Result<FileSystemAttributes> attributesOfFileSystem(const std::string& path);
 
 /// Puts everything written to the file system that holds the path on the disk; returns when it is there.

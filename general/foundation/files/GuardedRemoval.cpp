@@ -71,7 +71,7 @@ std::optional<FileType> GuardedRemoval::typeOf(const std::string& path) {
   struct stat item {};
   const Status found =
       perform(path, Access::Read, [&] { return fstatat(folder_.number(), name(), &item, AT_SYMLINK_NOFOLLOW); });
-  return found ? std::optional(attributesFrom(item).type) : std::nullopt;
+  return found ? std::optional(statusFrom(item).type) : std::nullopt;
 }
 
 Result<std::vector<std::string>> GuardedRemoval::contentsOfDirectory(const std::string& path) {

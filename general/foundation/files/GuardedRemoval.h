@@ -6,7 +6,7 @@
 
 #include "general/foundation/Descriptor.h"
 #include "general/foundation/Result.h"
-#include "general/foundation/files/FileAttributes.h"
+#include "general/foundation/files/ItemStatus.h"
 
 namespace foundation {
 

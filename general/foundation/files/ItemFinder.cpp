@@ -26,7 +26,7 @@ std::optional<ItemStatus> ItemFinder::find(const std::string& path) {
   if (!folder_.isOpen() || fstatat(folder_.number(), *name == '\0' ? "." : name, &item, AT_SYMLINK_NOFOLLOW) != 0) {
     return std::nullopt;
   }
-  return attributesFrom(item);
+  return statusFrom(item);
 }
 
 }  // namespace foundation

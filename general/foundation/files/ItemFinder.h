@@ -4,7 +4,7 @@
 #include <string>
 
 #include "general/foundation/Descriptor.h"
-#include "general/foundation/files/FileAttributes.h"
+#include "general/foundation/files/ItemStatus.h"
 
 namespace foundation {
 

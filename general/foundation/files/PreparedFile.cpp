@@ -110,8 +110,7 @@ Result<PreparedFile> PreparedFile::prepare(const std::string& destination, std::
     return fileError(errno, Access::Write, destination);
   }
   PreparedFile prepared(destination, std::move(file), std::move(temporaryPath));
-  if (open_files::writeAll(prepared.file_.number(), content) != 0 ||
-      setAllAttributes(prepared.file_.number(), attributes) != 0) {
+  if (writeAll(prepared.file_.number(), content) != 0 || setAllAttributes(prepared.file_.number(), attributes) != 0) {
     return fileError(errno, Access::Write, destination);
   }
   return prepared;
@@ -156,8 +155,7 @@ int PreparedFile::copyToTemporaryName() {
     return -1;
   }
   return open_files::setAttributes(
-      copy.number(),
-      {.owner = item.st_uid, .group = item.st_gid, .permissions = static_cast<std::uint32_t>(item.st_mode & 07777)});
+      copy.number(), {.owner = item.st_uid, .group = item.st_gid, .permissions = item.st_mode & kPermissionBits});
 }
 
 }  // namespace foundation

@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "general/foundation/Paths.h"
-#include "general/foundation/files/FileManager.h"
-#include "general/foundation/files/internal/FilePrimitives.h"
+#include "general/foundation/RandomPrimitives.h"
+#include "general/foundation/files/internal/TreeRemoval.h"
 
 namespace foundation::temporary_names {
 
@@ -31,7 +31,7 @@ constexpr std::size_t kRandomBytes = 16;
 
 std::string randomDigits() {
   std::array<unsigned char, kRandomBytes> random{};
-  file_primitives::fillWithRandomBytes(std::as_writable_bytes(std::span(random)));
+  fillWithRandomBytes(std::as_writable_bytes(std::span(random)));
   std::string digits;
   digits.reserve(2 * kRandomBytes);
   for (const unsigned char byte : random) {
@@ -133,7 +133,10 @@ void sweepWithContent(const std::string& folder) {
     return;
   }
   for (const std::string& name : leftoversIn(stream.get())) {
-    [[maybe_unused]] const Status removed = files::removeItemIfPresent(paths::append(folder, name));
+    Descriptor held(fcntl(dirfd(stream.get()), F_DUPFD_CLOEXEC, 0));
+    if (held.isOpen()) {
+      TreeRemoval(std::move(held)).remove(name);
+    }
   }
 }
 

@@ -11,7 +11,6 @@
 #include "general/foundation/propertylist/PropertyListBinaryFormat.h"
 #include "general/foundation/propertylist/PropertyListCodecs.h"
 #include "general/foundation/propertylist/PropertyListDocument.h"
-#include "general/foundation/propertylist/PropertyListFile.h"
 
 namespace foundation::plist {
 

@@ -8,7 +8,6 @@
 #include "general/foundation/Unicode.h"
 #include "general/foundation/propertylist/PropertyListBinaryFormat.h"
 #include "general/foundation/propertylist/PropertyListCodecs.h"
-#include "general/foundation/propertylist/PropertyListFile.h"
 
 namespace foundation::plist {
 

@@ -12,6 +12,8 @@
 /// The two formats of property lists, one reader and one writer each. Callers use PropertyListFile.h.
 namespace foundation::plist {
 
+/// Deepest nesting of arrays and dictionaries that is read and written.
+inline constexpr int kMaximumNesting = 512;
 /// What a document larger than this says is not wanted by anybody here.
 inline constexpr std::size_t kMaximumDocumentSize = std::size_t{1} << 30;
 inline constexpr std::string_view kBinaryMagic = "bplist00";

@@ -16,9 +16,6 @@
 /// All functions may be called from any thread.
 namespace foundation::plist {
 
-/// Deepest nesting of arrays and dictionaries that is read.
-inline constexpr int kMaximumNesting = 512;
-
 enum class Format { Xml, Binary };
 
 /// Parses either format, told apart by its first bytes.

@@ -15,7 +15,6 @@
 #include "general/foundation/Unicode.h"
 #include "general/foundation/propertylist/PropertyListCodecs.h"
 #include "general/foundation/propertylist/PropertyListDocument.h"
-#include "general/foundation/propertylist/PropertyListFile.h"
 #include "general/foundation/propertylist/XmlScreening.h"
 
 namespace foundation::plist {

@@ -7,7 +7,6 @@
 #include "general/foundation/CalendarDate.h"
 #include "general/foundation/Unicode.h"
 #include "general/foundation/propertylist/PropertyListCodecs.h"
-#include "general/foundation/propertylist/PropertyListFile.h"
 #include "general/foundation/propertylist/XmlScreening.h"
 
 namespace foundation::plist {

@@ -7,7 +7,7 @@
 
 #include "general/foundation/CalendarDate.h"
 #include "general/foundation/Unicode.h"
-#include "general/foundation/propertylist/PropertyListFile.h"
+#include "general/foundation/propertylist/PropertyListCodecs.h"
 
 namespace foundation {
 

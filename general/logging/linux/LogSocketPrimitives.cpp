@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "general/foundation/files/internal/OpenFiles.h"
 #include "general/logging/LogService.h"
 
 namespace logging {
@@ -18,7 +17,7 @@ namespace {
 /// The journal accepts a file only when nobody can change it any more.
 foundation::Descriptor sealedFile(std::string_view content) {
   foundation::Descriptor file(memfd_create("log message", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (!file.isOpen() || foundation::open_files::writeAll(file.number(), std::as_bytes(std::span(content))) != 0 ||
+  if (!file.isOpen() || foundation::writeAll(file.number(), std::as_bytes(std::span(content))) != 0 ||
       fcntl(file.number(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL) != 0) {
     return {};
   }

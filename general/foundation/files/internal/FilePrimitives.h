@@ -4,17 +4,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 #include <string>
 
-#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/FileSystemAttributes.h"
 
 /// The few calls on files that differ between the systems; for the sources of this folder. Descriptors, names and
 /// results are those of the system: functions that return an int give -1 and set errno when they fail.
 namespace foundation::file_primitives {
-
-/// Fills the memory from the system's own source; ends the process when there is none, for nothing is safe then.
-void fillWithRandomBytes(std::span<std::byte> memory);
 
 /// Renames unless the new name is taken (EEXIST), in one step. EINVAL or ENOSYS where the file system cannot do that.
 int renameExclusively(const char* from, const char* to);
@@ -49,7 +45,7 @@ int setLinkPermissions(const char* path, std::uint32_t permissions);
 std::int64_t modificationTime(const struct stat& item);
 std::int64_t changeTime(const struct stat& item);
 
-int attributesOfFileSystem(const char* path, files::FileSystemAttributes& attributes);
+int attributesOfFileSystem(const char* path, FileSystemAttributes& attributes);
 int flushFileSystem(const char* path);
 
 }  // namespace foundation::file_primitives

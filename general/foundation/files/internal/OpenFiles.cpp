@@ -6,19 +6,9 @@
 #include <array>
 #include <cerrno>
 
-namespace foundation::open_files {
+#include "general/foundation/Descriptor.h"
 
-int writeAll(int file, std::span<const std::byte> content) {
-  while (!content.empty()) {
-    const ssize_t count = write(file, content.data(), content.size());
-    if (count >= 0) {
-      content = content.subspan(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      return -1;
-    }
-  }
-  return 0;
-}
+namespace foundation::open_files {
 
 int copyAll(int from, int to) {
   constexpr std::size_t kPieceBytes = 65536;

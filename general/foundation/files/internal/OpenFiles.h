@@ -15,7 +15,6 @@ namespace foundation::open_files {
 /// An owner or group of this value means "leave it alone" to the system, so no item can be given it.
 inline constexpr std::uint32_t kNobodyAtAll = 0xffffffff;
 
-int writeAll(int file, std::span<const std::byte> content);
 /// Copies the whole content of one file to the other, from their starts.
 int copyAll(int from, int to);
 /// The times to set for this time of modification; the time of access is left alone.

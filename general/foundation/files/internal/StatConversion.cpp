@@ -1,12 +1,11 @@
 #include "general/foundation/files/internal/StatConversion.h"
 
+#include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/files/internal/FilePrimitives.h"
 
 namespace foundation {
 
 namespace {
-
-constexpr std::uint32_t kPermissionBits = 07777;
 
 FileType typeOf(mode_t mode) {
   switch (mode & S_IFMT) {
@@ -31,7 +30,7 @@ FileType typeOf(mode_t mode) {
 
 }  // namespace
 
-ItemStatus attributesFrom(const struct stat& item) {
+ItemStatus statusFrom(const struct stat& item) {
   return {.type = typeOf(item.st_mode),
           .size = static_cast<std::uint64_t>(item.st_size),
           .owner = item.st_uid,

@@ -2,11 +2,11 @@
 
 #include <sys/stat.h>
 
-#include "general/foundation/files/FileAttributes.h"
+#include "general/foundation/files/ItemStatus.h"
 
 namespace foundation {
 
-/// The attributes in what the system says of an item. For the sources of this folder.
-[[nodiscard]] ItemStatus attributesFrom(const struct stat& item);
+/// What the system says of an item, in our words. For the sources of this folder.
+[[nodiscard]] ItemStatus statusFrom(const struct stat& item);
 
 }  // namespace foundation

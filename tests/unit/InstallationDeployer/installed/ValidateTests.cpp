@@ -178,7 +178,7 @@ TEST_F(Validate, OnlyWhenOwnerGroupAndPermissionsAllDifferTheComponentNeedsRepai
 TEST_F(Validate, AttributesThatAreMissingOrNoNumbersAreEqualToNothing) {
   const CapturedLog log;
   EXPECT_FALSE(validate(
-      {entry(makeFile("a"), {}), entry(makeFile("b"), {{std::string(foundation::kFilePosixPermissions), "420"}})}));
+      {entry(makeFile("a"), {}), entry(makeFile("b"), {{std::string(deployer::kFilePosixPermissions), "420"}})}));
   EXPECT_EQ(fixPlan(), (Plan{"Core", "Core"}));
 }
 

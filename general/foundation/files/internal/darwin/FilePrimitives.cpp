@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -27,8 +26,6 @@ int renameWithFlags(const char* from, const char* to, unsigned int flags) {
 }
 
 }  // namespace
-
-void fillWithRandomBytes(std::span<std::byte> memory) { arc4random_buf(memory.data(), memory.size()); }
 
 int renameExclusively(const char* from, const char* to) { return renameWithFlags(from, to, RENAME_EXCL); }
 
@@ -77,7 +74,7 @@ int setLinkPermissions(const char* path, std::uint32_t permissions) {
 std::int64_t modificationTime(const struct stat& item) { return nanoseconds(item.st_mtimespec); }
 std::int64_t changeTime(const struct stat& item) { return nanoseconds(item.st_ctimespec); }
 
-int attributesOfFileSystem(const char* path, files::FileSystemAttributes& attributes) {
+int attributesOfFileSystem(const char* path, FileSystemAttributes& attributes) {
   struct statfs system {};
   if (statfs(path, &system) != 0) {
     return -1;

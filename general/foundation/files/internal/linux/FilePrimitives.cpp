@@ -3,14 +3,12 @@
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <stdio.h>
-#include <sys/random.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 
 #include "general/foundation/Descriptor.h"
 
@@ -42,17 +40,6 @@ int openOnSameDevice(int folder, const char* name) {
 std::atomic<bool> unnamedFilesCanBeNamed{true};
 
 }  // namespace
-
-void fillWithRandomBytes(std::span<std::byte> memory) {
-  while (!memory.empty()) {
-    const ssize_t count = getrandom(memory.data(), memory.size(), 0);
-    if (count > 0) {
-      memory = memory.subspan(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      std::abort();
-    }
-  }
-}
 
 int renameExclusively(const char* from, const char* to) {
   return renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE);
@@ -126,7 +113,7 @@ int setLinkPermissions(const char* /*path*/, std::uint32_t /*permissions*/) { re
 std::int64_t modificationTime(const struct stat& item) { return nanoseconds(item.st_mtim); }
 std::int64_t changeTime(const struct stat& item) { return nanoseconds(item.st_ctim); }
 
-int attributesOfFileSystem(const char* path, files::FileSystemAttributes& attributes) {
+int attributesOfFileSystem(const char* path, FileSystemAttributes& attributes) {
   struct statvfs system {};
   if (statvfs(path, &system) != 0) {
     return -1;

@@ -27,7 +27,7 @@ TEST_F(ItemFinderTest, TellsOfAnItemWhatTheFileManagerTells) {
   box_.write("file", "x");
   ASSERT_EQ(chown(path("file").c_str(), 501, 20), 0);
   ASSERT_EQ(chmod(path("file").c_str(), 04711), 0);
-  EXPECT_EQ(finder_.find(path("file"))->dictionary(), files::attributesOfItem(path("file"))->dictionary());
+  EXPECT_EQ(finder_.find(path("file")).value(), files::attributesOfItem(path("file")).value());
 }
 
 TEST_F(ItemFinderTest, DescribesALinkItselfAndFollowsThoseOnTheWay) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "general/foundation/propertylist/PropertyListCodecs.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 
 namespace {

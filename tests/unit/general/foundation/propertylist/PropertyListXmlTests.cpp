@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include "general/foundation/propertylist/PropertyListCodecs.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 
 namespace {

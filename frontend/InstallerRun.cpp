@@ -9,10 +9,10 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "frontend/EngineLogFile.h"
-#include "frontend/EngineProcesses.h"
 #include "frontend/JsonPresenter.h"
 #include "frontend/LivePresenter.h"
 #include "frontend/PlainPresenter.h"
+#include "frontend/watch/EngineProcesses.h"
 #include "general/foundation/execution/SignalSource.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/system/ProcessSelf.h"

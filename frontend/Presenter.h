@@ -3,8 +3,8 @@
 #include <functional>
 #include <string_view>
 
-#include "frontend/RunFollower.h"
 #include "frontend/RunOutcome.h"
+#include "frontend/watch/RunFollower.h"
 
 namespace frontend {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "frontend/RunFollower.h"
+#include "frontend/watch/RunFollower.h"
 
 namespace frontend {
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
-#include "frontend/RunFollower.h"
+#include "frontend/watch/RunFollower.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/ServerConnection.h"

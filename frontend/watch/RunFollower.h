@@ -6,7 +6,7 @@
 #include <string>
 
 #include "InstallationDeployer/QVNInstallerState.h"
-#include "frontend/StatusConnection.h"
+#include "frontend/watch/StatusConnection.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/execution/Task.h"
 #include "general/foundation/execution/TaskExitSource.h"

@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "InstallationDeployer/EngineThreads.h"
-#include "frontend/EngineProcesses.h"
+#include "frontend/watch/EngineProcesses.h"
 #include "general/foundation/Thread.h"
 #include "tests/support/TemporaryDirectory.h"
 

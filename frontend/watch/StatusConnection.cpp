@@ -1,4 +1,4 @@
-#include "frontend/StatusConnection.h"
+#include "frontend/watch/StatusConnection.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "frontend/EngineProcesses.h"
+#include "frontend/watch/EngineProcesses.h"
 
 #include <algorithm>
 #include <cstdlib>

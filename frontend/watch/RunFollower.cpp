@@ -1,8 +1,8 @@
-#include "frontend/RunFollower.h"
+#include "frontend/watch/RunFollower.h"
 
 #include <utility>
 
-#include "frontend/EngineProcesses.h"
+#include "frontend/watch/EngineProcesses.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/RemoteException.h"
 

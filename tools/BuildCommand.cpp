@@ -5,12 +5,12 @@
 #include "general/logging/SystemLog.h"
 #include "general/system/ProcessSelf.h"
 #include "general/terminal/PrintableText.h"
-#include "tools/BundleBuilder.h"
-#include "tools/BundleDescription.h"
 #include "tools/Complaint.h"
-#include "tools/InstallerTool.h"
-#include "tools/Interruption.h"
-#include "tools/ProgressBar.h"
+#include "tools/ExitCodes.h"
+#include "tools/building/BundleBuilder.h"
+#include "tools/building/BundleDescription.h"
+#include "tools/building/Interruption.h"
+#include "tools/building/ProgressBar.h"
 
 namespace bundletool {
 

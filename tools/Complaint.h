@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "tools/Problem.h"
+#include "tools/rules/Problem.h"
 
 namespace bundletool {
 

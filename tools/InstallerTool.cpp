@@ -11,6 +11,7 @@
 #include "general/terminal/PrintableText.h"
 #include "tools/BuildCommand.h"
 #include "tools/Complaint.h"
+#include "tools/ExitCodes.h"
 #include "tools/ShowCommand.h"
 
 namespace bundletool {

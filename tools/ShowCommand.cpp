@@ -3,10 +3,10 @@
 #include <cstdio>
 
 #include "general/logging/SystemLog.h"
-#include "tools/BundleContents.h"
-#include "tools/BundleText.h"
 #include "tools/Complaint.h"
-#include "tools/InstallerTool.h"
+#include "tools/ExitCodes.h"
+#include "tools/showing/BundleContents.h"
+#include "tools/showing/BundleText.h"
 
 namespace bundletool {
 

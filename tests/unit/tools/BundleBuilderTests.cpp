@@ -4,8 +4,8 @@
 
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "tests/unit/tools/PackagerFixture.h"
-#include "tools/BundleContents.h"
-#include "tools/Interruption.h"
+#include "tools/building/Interruption.h"
+#include "tools/showing/BundleContents.h"
 
 namespace {
 

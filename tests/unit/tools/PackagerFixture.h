@@ -16,8 +16,8 @@
 
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tools/BundleBuilder.h"
-#include "tools/BundleDescription.h"
+#include "tools/building/BundleBuilder.h"
+#include "tools/building/BundleDescription.h"
 
 namespace tests {
 

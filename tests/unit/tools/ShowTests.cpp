@@ -3,10 +3,10 @@
 #include "general/terminal/JsonWriter.h"
 #include "general/terminal/PrintableText.h"
 #include "tests/unit/tools/PackagerFixture.h"
-#include "tools/BundleContents.h"
-#include "tools/BundleText.h"
-#include "tools/ProgressBar.h"
-#include "tools/TextTable.h"
+#include "tools/building/ProgressBar.h"
+#include "tools/showing/BundleContents.h"
+#include "tools/showing/BundleText.h"
+#include "tools/showing/TextTable.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/BundleDescription.h"
-#include "tools/Problem.h"
+#include "tools/building/BundleDescription.h"
+#include "tools/rules/Problem.h"
 
 namespace bundletool {
 

@@ -1,4 +1,4 @@
-#include "tools/ProgressBar.h"
+#include "tools/building/ProgressBar.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "tools/AuthoringPlist.h"
+#include "tools/building/AuthoringPlist.h"
 
 #include <algorithm>
 #include <limits>
@@ -12,9 +12,9 @@
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/propertylist/TextFormat.h"
-#include "tools/CheckedDictionary.h"
-#include "tools/Checksum.h"
-#include "tools/PathRules.h"
+#include "tools/rules/CheckedDictionary.h"
+#include "tools/rules/Checksum.h"
+#include "tools/rules/PathRules.h"
 
 namespace bundletool {
 

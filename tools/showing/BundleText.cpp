@@ -1,4 +1,4 @@
-#include "tools/BundleText.h"
+#include "tools/showing/BundleText.h"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/terminal/PrintableText.h"
-#include "tools/TextTable.h"
+#include "tools/showing/TextTable.h"
 
 namespace bundletool {
 

@@ -6,8 +6,8 @@
 #include <unordered_set>
 
 #include "general/foundation/files/FileBuffer.h"
-#include "tools/Problem.h"
-#include "tools/ProgressBar.h"
+#include "tools/building/ProgressBar.h"
+#include "tools/rules/Problem.h"
 
 namespace bundletool {
 

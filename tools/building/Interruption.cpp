@@ -1,4 +1,4 @@
-#include "tools/Interruption.h"
+#include "tools/building/Interruption.h"
 
 #include <array>
 #include <csignal>

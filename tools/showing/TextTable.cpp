@@ -1,4 +1,4 @@
-#include "tools/TextTable.h"
+#include "tools/showing/TextTable.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "tools/Checksum.h"
+#include "tools/rules/Checksum.h"
 
 #include "general/foundation/SHA256.h"
 

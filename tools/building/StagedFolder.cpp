@@ -1,12 +1,12 @@
-#include "tools/StagedFolder.h"
+#include "tools/building/StagedFolder.h"
 
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Unicode.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/TextFormat.h"
-#include "tools/DescriptionKeys.h"
-#include "tools/PathRules.h"
+#include "tools/building/DescriptionKeys.h"
+#include "tools/rules/PathRules.h"
 
 namespace bundletool {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "tools/BundleContents.h"
+#include "tools/showing/BundleContents.h"
 
 namespace bundletool {
 

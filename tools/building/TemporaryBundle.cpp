@@ -1,11 +1,11 @@
-#include "tools/TemporaryBundle.h"
+#include "tools/building/TemporaryBundle.h"
 
 #include <utility>
 
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/TemporaryNames.h"
-#include "tools/BundleAttributes.h"
+#include "tools/building/BundleAttributes.h"
 
 namespace bundletool {
 

@@ -1,12 +1,12 @@
-#include "tools/OptionsPlist.h"
+#include "tools/building/OptionsPlist.h"
 
 #include <set>
 #include <string>
 
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/propertylist/TextFormat.h"
-#include "tools/CheckedDictionary.h"
-#include "tools/PathRules.h"
+#include "tools/rules/CheckedDictionary.h"
+#include "tools/rules/PathRules.h"
 
 namespace bundletool {
 

@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/BundleDescription.h"
-#include "tools/InstallItem.h"
-#include "tools/Problem.h"
+#include "tools/building/BundleDescription.h"
+#include "tools/building/InstallItem.h"
+#include "tools/rules/Problem.h"
 
 namespace bundletool {
 

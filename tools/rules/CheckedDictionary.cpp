@@ -1,4 +1,4 @@
-#include "tools/CheckedDictionary.h"
+#include "tools/rules/CheckedDictionary.h"
 
 #include <algorithm>
 #include <utility>

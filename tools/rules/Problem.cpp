@@ -1,4 +1,4 @@
-#include "tools/Problem.h"
+#include "tools/rules/Problem.h"
 
 #include "general/terminal/PrintableText.h"
 

@@ -1,5 +1,5 @@
 #include "general/terminal/JsonWriter.h"
-#include "tools/BundleText.h"
+#include "tools/showing/BundleText.h"
 
 namespace bundletool {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "general/foundation/propertylist/PropertyList.h"
-#include "tools/Problem.h"
+#include "tools/rules/Problem.h"
 
 namespace bundletool {
 

@@ -1,4 +1,4 @@
-#include "tools/PathConflicts.h"
+#include "tools/building/PathConflicts.h"
 
 #include <algorithm>
 #include <set>

@@ -1,4 +1,4 @@
-#include "tools/BundleBuilder.h"
+#include "tools/building/BundleBuilder.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -14,11 +14,11 @@
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/TextFormat.h"
-#include "tools/BundleAttributes.h"
-#include "tools/DescriptionKeys.h"
-#include "tools/Interruption.h"
-#include "tools/OptionsPlist.h"
-#include "tools/StagedFolder.h"
+#include "tools/building/BundleAttributes.h"
+#include "tools/building/DescriptionKeys.h"
+#include "tools/building/Interruption.h"
+#include "tools/building/OptionsPlist.h"
+#include "tools/building/StagedFolder.h"
 
 namespace bundletool {
 

@@ -4,13 +4,13 @@
 #include <vector>
 
 #include "InstallationDeployer/QVNInstallerManifest.h"
-#include "tools/AuthoringPlist.h"
-#include "tools/BundleDescription.h"
-#include "tools/PathConflicts.h"
-#include "tools/PayloadStore.h"
-#include "tools/Problem.h"
-#include "tools/ProgressBar.h"
-#include "tools/TemporaryBundle.h"
+#include "tools/building/AuthoringPlist.h"
+#include "tools/building/BundleDescription.h"
+#include "tools/building/PathConflicts.h"
+#include "tools/building/PayloadStore.h"
+#include "tools/building/ProgressBar.h"
+#include "tools/building/TemporaryBundle.h"
+#include "tools/rules/Problem.h"
 
 namespace bundletool {
 

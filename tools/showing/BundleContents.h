@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/Problem.h"
+#include "tools/rules/Problem.h"
 
 namespace bundletool {
 

@@ -1,4 +1,4 @@
-#include "tools/BundleContents.h"
+#include "tools/showing/BundleContents.h"
 
 #include <limits>
 #include <unordered_set>
@@ -10,9 +10,9 @@
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/TextFormat.h"
-#include "tools/CheckedDictionary.h"
-#include "tools/Checksum.h"
-#include "tools/PathRules.h"
+#include "tools/rules/CheckedDictionary.h"
+#include "tools/rules/Checksum.h"
+#include "tools/rules/PathRules.h"
 
 namespace bundletool {
 

@@ -1,4 +1,4 @@
-#include "tools/BundleDescription.h"
+#include "tools/building/BundleDescription.h"
 
 #include <map>
 #include <set>
@@ -7,9 +7,9 @@
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/propertylist/TextFormat.h"
-#include "tools/CheckedDictionary.h"
-#include "tools/DescriptionKeys.h"
-#include "tools/PathRules.h"
+#include "tools/building/DescriptionKeys.h"
+#include "tools/rules/CheckedDictionary.h"
+#include "tools/rules/PathRules.h"
 
 namespace bundletool {
 

@@ -1,12 +1,12 @@
-#include "tools/PayloadStore.h"
+#include "tools/building/PayloadStore.h"
 
 #include <utility>
 
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
-#include "tools/BundleAttributes.h"
-#include "tools/Interruption.h"
+#include "tools/building/BundleAttributes.h"
+#include "tools/building/Interruption.h"
 
 namespace bundletool {
 

@@ -1,4 +1,4 @@
-#include "tools/PathRules.h"
+#include "tools/rules/PathRules.h"
 
 #include <algorithm>
 

@@ -1,0 +1,84 @@
+#include "tests/architecture/ArchitecturePage.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "tests/architecture/MarkdownTable.h"
+
+namespace architecture {
+
+namespace {
+
+std::string withoutSlash(std::string word) {
+  if (word.ends_with('/')) {
+    word.pop_back();
+  }
+  return word;
+}
+
+std::string folderIn(const std::string& cell) {
+  const auto words = quotedIn(cell);
+  if (words.size() != 1 || !words.front().ends_with('/')) {
+    throw std::runtime_error("a row of the page names no single folder with a slash at its end: " + cell);
+  }
+  return withoutSlash(words.front());
+}
+
+std::map<std::string, std::string> foldersByShortName(const std::vector<Row>& rows) {
+  std::map<std::string, std::string> folders;
+  for (const Row& row : rows) {
+    const std::string folder = folderIn(row.front());
+    if (!folders.emplace(shortNameOf(folder), folder).second) {
+      throw std::runtime_error("two rows of the page are called " + shortNameOf(folder));
+    }
+  }
+  return folders;
+}
+
+Room roomIn(const Row& row, const std::map<std::string, std::string>& folders) {
+  Room room{folderIn(row[0]), quotedIn(row[1]), {}};
+  for (const std::string& word : quotedIn(row[3])) {
+    const auto found = folders.find(withoutSlash(word));
+    if (found == folders.end()) {
+      throw std::runtime_error("the row of " + room.folder + " names a folder without a row: " + word);
+    }
+    room.mayInclude.insert(found->second);
+  }
+  return room;
+}
+
+KnownCircle circleIn(const Row& row, const std::map<std::string, std::string>& folders) {
+  const auto folder = folders.find(withoutSlash(quotedIn(row[0]).at(0)));
+  if (folder == folders.end() || row[2].empty()) {
+    throw std::runtime_error("a circle of the page needs a folder with a row, and a reason: " + row[0]);
+  }
+  KnownCircle circle{{}, row[2]};
+  for (const std::string& name : quotedIn(row[1])) {
+    circle.pairs.insert(folder->second + "/" + name);
+  }
+  return circle;
+}
+
+}  // namespace
+
+std::string shortNameOf(std::string_view folder) { return std::string(folder.substr(folder.rfind('/') + 1)); }
+
+const Room* ArchitecturePage::roomAt(std::string_view folder) const {
+  const auto found = std::ranges::find(rooms, folder, &Room::folder);
+  return found == rooms.end() ? nullptr : &*found;
+}
+
+ArchitecturePage readArchitecturePage(std::string_view text) {
+  const auto rows = tableOf(text, {"Folder", "Target", "Home of", "May include"});
+  const auto folders = foldersByShortName(rows);
+  ArchitecturePage page;
+  for (const Row& row : rows) {
+    page.rooms.push_back(roomIn(row, folders));
+  }
+  for (const Row& row : tableOf(text, {"Folder", "Circle", "Why it stays"})) {
+    page.circles.push_back(circleIn(row, folders));
+  }
+  return page;
+}
+
+}  // namespace architecture

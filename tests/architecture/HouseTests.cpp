@@ -1,0 +1,69 @@
+// The house itself: what docs/architecture.md says is what the sources do, and the other way round.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/architecture/BuildWalls.h"
+#include "tests/architecture/IncludeWalls.h"
+
+namespace {
+
+using architecture::House;
+using architecture::Problems;
+
+/// One problem on each line; nothing when there is none.
+std::string listed(const Problems& problems) {
+  std::string lines;
+  for (const std::string& problem : problems) {
+    lines += "\n" + problem;
+  }
+  return lines;
+}
+
+const House& house() {
+  static const House kHouse = architecture::houseAt(CORVANE_PROJECT);
+  return kHouse;
+}
+
+TEST(House, EveryIncludeNamesAFileOfTheProduct) { EXPECT_EQ(listed(architecture::unknownIncludes(house())), ""); }
+
+TEST(House, EveryFolderHasARow) { EXPECT_EQ(listed(architecture::roomsAgainstPage(house())), ""); }
+
+TEST(House, EveryIncludeHasAnArrow) { EXPECT_EQ(listed(architecture::missingArrows(house())), ""); }
+
+TEST(House, EveryArrowIsNeeded) { EXPECT_EQ(listed(architecture::idleArrows(house())), ""); }
+
+TEST(House, NoFoldersIncludeEachOther) { EXPECT_EQ(listed(architecture::circlesOfRooms(house())), ""); }
+
+TEST(House, NoHeadersAndSourcesIncludeEachOtherButThoseOnThePage) {
+  EXPECT_EQ(listed(architecture::circlesOfPairs(house())), "");
+}
+
+TEST(House, NobodyIncludesWhatIsInternalToAnotherFolder) {
+  EXPECT_EQ(listed(architecture::foreignInternals(house())), "");
+}
+
+TEST(House, NobodyAsksWhichSystemThisIs) { EXPECT_EQ(listed(architecture::foreignSystems(house())), ""); }
+
+TEST(House, StepsReachNoOtherProcess) {
+  EXPECT_EQ(listed(architecture::reaches(house(), "InstallationDeployer/steps", "general/ipc")), "");
+}
+
+TEST(House, WhatIsGeneralKnowsNothingOfInstallers) {
+  EXPECT_EQ(listed(architecture::reaches(house(), "general", "InstallationDeployer")), "");
+}
+
+TEST(House, EveryTargetIsOnThePage) { EXPECT_EQ(listed(architecture::targetsAgainstPage(house())), ""); }
+
+TEST(House, EveryTargetLinksWhatItsFolderIncludes) {
+  EXPECT_EQ(listed(architecture::linksAgainstIncludes(house())), "");
+}
+
+TEST(House, EveryTargetHandsOnWhatItsHeadersNeedAndNothingElse) {
+  EXPECT_EQ(listed(architecture::linksAgainstHeaders(house())), "");
+}
+
+TEST(House, EverySourceIsBuilt) { EXPECT_EQ(listed(architecture::unbuiltSources(house())), ""); }
+
+}  // namespace

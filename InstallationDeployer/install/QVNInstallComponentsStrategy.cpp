@@ -139,11 +139,7 @@ auto QVNInstallComponentsStrategy::withSpareResources(const Attempt& attempt) ->
   return attempt();
 }
 
-bool QVNInstallComponentsStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNInstallComponentsStrategy::work() {
   setInstallerState(QVNInstallerStateInstalling);
   const auto& product = configuration().productName();
   std::optional<Names> components;

@@ -28,7 +28,6 @@ class QVNInstallComponentsStrategy : public QVNInstallStepStrategy {
   QVNInstallComponentsStrategy(PropertyList installPhaseDictionary, std::string stepName,
                                QVNInstallStepStrategy* parentStep, InstallRun& controller, SharedPlan plan);
 
-  bool execute(bool previousSuccess) override;
   /// Whether the system volume has room for the components and the receipt.
   bool CheckDiskSpaceFor(const Names& components);
   /// Returns true once everything is installed and on the disk.
@@ -56,6 +55,7 @@ class QVNInstallComponentsStrategy : public QVNInstallStepStrategy {
     foundation::FileAttributes directoryAttributes;
   };
 
+  [[nodiscard]] bool work() override;
   [[nodiscard]] bool installComponent(const Component& component);
   [[nodiscard]] bool installEntry(const PropertyList& entry, const Component& component);
   [[nodiscard]] bool isKeptAsItIs(const PropertyList& entry) const;

@@ -29,11 +29,7 @@ std::string sourceOf(const foundation::PropertyList& entry) {
 
 }  // namespace
 
-bool QVNCacheComponentStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNCacheComponentStrategy::work() {
   if (const Status removed = component_cache::remove(); !removed && !removed.error().isNoSuchFile()) {
     logging::error("QVNCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
     return failWith();

@@ -12,7 +12,6 @@ namespace deployer {
 class QVNCacheComponentStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
-  bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNCacheComponentStrategy"; }
 
   /// The items of a folder whose names fit a pattern in the path's last component: the text before its first "*" and
@@ -23,6 +22,7 @@ class QVNCacheComponentStrategy : public QVNInstallStepStrategy {
   bool copyFile(const std::string& source, const std::string& path);
 
  private:
+  [[nodiscard]] bool work() override;
   bool cacheEntry(const std::string& component, const PropertyList& entry);
   bool cacheMatches(const std::string& component, const PropertyList& entry, const std::string& source);
 };

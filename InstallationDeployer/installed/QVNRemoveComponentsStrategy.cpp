@@ -45,11 +45,7 @@ bool QVNRemoveComponentsStrategy::fail(std::string_view text, const Arguments&..
   return failWith();
 }
 
-bool QVNRemoveComponentsStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNRemoveComponentsStrategy::work() {
   if (!isLocal_ && !requireReceiptLocation()) {
     return false;
   }

@@ -26,12 +26,12 @@ class QVNRemoveComponentsStrategy : public QVNInstallStepStrategy {
       : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
                                std::move(plan)),
         isLocal_(runLocally) {}
-  bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNRemoveComponentsStrategy"; }
   [[nodiscard]] bool isLocal() const { return isLocal_; }
   void setIsLocal(bool isLocal) { isLocal_ = isLocal; }
 
  private:
+  [[nodiscard]] bool work() override;
   [[nodiscard]] bool removeEntry(const std::string& component, const PropertyList& entry,
                                  foundation::GuardedRemoval& removal);
   [[nodiscard]] bool removeWithContents(const std::string& path, foundation::GuardedRemoval& removal);

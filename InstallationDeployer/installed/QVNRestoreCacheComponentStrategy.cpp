@@ -19,11 +19,7 @@ namespace paths = foundation::paths;
 using foundation::Status;
 using foundation::NSDictionaryExtensions::boolForKey;
 
-bool QVNRestoreCacheComponentStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNRestoreCacheComponentStrategy::work() {
   const bool restored = restoreFiles();
   if (const Status removed = component_cache::remove(); !removed && !removed.error().isNoSuchFile()) {
     logging::error("QVNRestoreCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());

@@ -11,13 +11,13 @@ namespace deployer {
 class QVNRestoreCacheComponentStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
-  bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNRestoreCacheComponentStrategy"; }
 
   /// Replaces the target by the cached file. A cached file that is gone by now is no failure.
   bool copyFile(const std::string& cached, const std::string& target);
 
  private:
+  [[nodiscard]] bool work() override;
   bool restoreFiles();
   bool restoreEntry(const std::string& component, const PropertyList& entry);
   bool restoreMatches(const std::string& path);

@@ -75,11 +75,7 @@ class Inspection {
 
 }  // namespace
 
-bool QVNValidateStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNValidateStrategy::work() {
   setInstallerState(QVNInstallerStateValidating);
   Plan componentsToFix;
   if (plan()) {

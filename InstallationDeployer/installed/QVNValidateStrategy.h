@@ -10,14 +10,17 @@ namespace deployer {
 /// and permissions all differ from the manifest's: one that is equal is enough. The contents of files are never looked
 /// at, nor are modifiable files that exist. A link of the manifest only has to be there, wherever it leads; in any
 /// other entry's place a link that leads nowhere is nothing. What no item can be named by lies nowhere.
+///
+/// The plan, which should be the step's own, afterwards holds a component once for every entry that needs repair, in
+/// the order of the manifests. The step succeeds when nothing needs repair; no failure state is set when something
+/// does.
 class QVNValidateStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
-  /// The plan, which should be the step's own, afterwards holds a component once for every entry that needs repair, in
-  /// the order of the manifests.
-  /// @return whether nothing needs repair. No failure state is set when something does.
-  bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNValidateStrategy"; }
+
+ private:
+  [[nodiscard]] bool work() override;
 };
 
 }  // namespace deployer

@@ -42,11 +42,7 @@ std::optional<std::string> textIn(const foundation::PropertyList& dictionary, st
 
 }  // namespace
 
-bool QVNExternalInstallationDeployerStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNExternalInstallationDeployerStrategy::work() {
   const auto bundlePath = textIn(installPhaseDictionary(), kQVNInstallPhaseExternalBundlePath);
   const auto productName = textIn(installPhaseDictionary(), kQVNInstallPhaseExternalProductName);
   if (!observe(bundlePath)) {

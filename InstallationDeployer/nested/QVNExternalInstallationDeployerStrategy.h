@@ -29,8 +29,6 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
 
-  /// True only when the other engine ended with success.
-  bool execute(bool previousSuccess) override;
   /// What the other engine answers, asked on the calling thread; what it answered last when it does not. 0 until it can
   /// be reached. An engine that falls silent holds the caller up for one call's time-out.
   [[nodiscard]] std::uint64_t getProgress() override;
@@ -45,6 +43,8 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
   void updateInstallerState();
 
  private:
+  /// True only when the other engine ended with success.
+  [[nodiscard]] bool work() override;
   [[nodiscard]] bool observe(const std::optional<std::string>& bundlePath);
   void launch(const std::string& executable, const std::string& productName);
   void waitForFinalState(const std::string& executable);

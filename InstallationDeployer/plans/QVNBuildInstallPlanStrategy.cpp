@@ -43,11 +43,7 @@ class QVNBuildInstallPlanStrategy::UpgradePlan {
   std::unordered_set<std::string> installed_;
 };
 
-bool QVNBuildInstallPlanStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNBuildInstallPlanStrategy::work() {
   if (!configuration().hasInstallerReceipt()) {
     planFreshInstall();
     return true;

@@ -15,7 +15,6 @@ class QVNBuildInstallPlanStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
 
-  bool execute(bool previousSuccess) override;
   /// Components to install over the installed ones, each once. Versions are compared for equality only.
   /// @param components the installed product's record of names and versions; nil for none.
   /// @return nothing on failure; the step's state tells which.
@@ -27,6 +26,7 @@ class QVNBuildInstallPlanStrategy : public QVNInstallStepStrategy {
  private:
   class UpgradePlan;
 
+  [[nodiscard]] bool work() override;
   void planFreshInstall();
   /// Fills the plan with what to upgrade and what to repair, as the installed product's receipt tells.
   bool planUpgrade();

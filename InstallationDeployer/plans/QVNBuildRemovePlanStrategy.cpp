@@ -5,11 +5,7 @@
 
 namespace deployer {
 
-bool QVNBuildRemovePlanStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNBuildRemovePlanStrategy::work() {
   if (!requireReceiptLocation()) {
     return false;
   }

@@ -8,9 +8,10 @@ namespace deployer {
 class QVNBuildRemovePlanStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
-
-  bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNBuildRemovePlanStrategy"; }
+
+ private:
+  [[nodiscard]] bool work() override;
 };
 
 }  // namespace deployer

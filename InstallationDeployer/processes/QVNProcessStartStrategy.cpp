@@ -62,11 +62,7 @@ std::vector<std::string> argumentsOf(const PropertyList& executable) {
 
 }  // namespace
 
-bool QVNProcessStartStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNProcessStartStrategy::work() {
   const std::string product = configuration().productName().value_or("");
   const Plan filtered = manifest().filterComponents(plan() ? *plan() : Plan{}, product);
   logging::debug("<%@> filtered plan for %@: %@", qualifiedName(), configuration().productName(),

@@ -13,8 +13,6 @@ namespace deployer {
 class QVNProcessStartStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
-
-  bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNProcessStartStrategy"; }
 
   /// The four parts of the step, each for the plan's components that belong to the product.
@@ -28,6 +26,7 @@ class QVNProcessStartStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] static bool launchTask(const std::string& launchPath, const std::vector<std::string>& withArguments);
 
  private:
+  [[nodiscard]] bool work() override;
   [[nodiscard]] bool shouldRun(const PropertyList& executable) const;
   [[nodiscard]] bool runExecutable(const PropertyList& executable);
 };

@@ -39,11 +39,7 @@ void stopAgent(const std::string& agent, const launchd::Session& session) {
 
 }  // namespace
 
-bool QVNProcessStopStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNProcessStopStrategy::work() {
   if (!isLocal_ && !requireReceiptLocation()) {
     return false;
   }

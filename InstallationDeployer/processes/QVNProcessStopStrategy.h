@@ -18,7 +18,6 @@ class QVNProcessStopStrategy : public QVNInstallStepStrategy {
       : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
                                std::move(plan)),
         isLocal_(runLocally) {}
-  bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNProcessStopStrategy"; }
   [[nodiscard]] bool isLocal() const { return isLocal_; }
   void setIsLocal(bool isLocal) { isLocal_ = isLocal; }
@@ -28,6 +27,7 @@ class QVNProcessStopStrategy : public QVNInstallStepStrategy {
   bool stopExecutablesFromPlan(const Plan& plan);
 
  private:
+  [[nodiscard]] bool work() override;
   bool isLocal_;
 };
 

@@ -6,10 +6,7 @@
 
 namespace deployer {
 
-bool QVNReceiptRemoveStrategy::execute(bool previousSuccess) {
-  if (!QVNInstallStepStrategy::execute(previousSuccess)) {
-    return false;
-  }
+bool QVNReceiptRemoveStrategy::work() {
   if (configuration().install() && !configuration().hasInstallerReceipt()) {
     return true;
   }

@@ -9,11 +9,10 @@ namespace deployer {
 class QVNReceiptRemoveStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
-
-  bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNReceiptRemoveStrategy"; }
 
  private:
+  [[nodiscard]] bool work() override;
   /// Takes the receipt's state over after a removal that went wrong there.
   bool failWithReceiptState(QVNReceiptClient& client);
 };

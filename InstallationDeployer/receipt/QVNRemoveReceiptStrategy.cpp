@@ -33,11 +33,7 @@ bool holdsOtherReceipts(const std::string& receiptLocation) {
 
 }  // namespace
 
-bool QVNRemoveReceiptStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
-  if (!previousSuccess) {
-    return false;
-  }
+bool QVNRemoveReceiptStrategy::work() {
   if (!requireReceiptLocation()) {
     return false;
   }

@@ -13,10 +13,10 @@ namespace deployer {
 class QVNRemoveReceiptStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
-  bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNRemoveReceiptStrategy"; }
 
  private:
+  [[nodiscard]] bool work() override;
   [[nodiscard]] foundation::Status removeReceipts();
   [[nodiscard]] foundation::Status removeReceiptDirectory();
 };

@@ -37,11 +37,14 @@ bool isPresent(const std::string& path) { return files::attributesOfItem(path).o
 }  // namespace
 
 bool QVNWriteReceiptStrategy::execute(bool previousSuccess) {
-  QVNInstallStepStrategy::execute(previousSuccess);
+  const bool success = QVNInstallStepStrategy::execute(previousSuccess);
   if (!previousSuccess) {
     cleanupFailedInstall();
-    return false;
   }
+  return success;
+}
+
+bool QVNWriteReceiptStrategy::work() {
   if (!plan() || plan()->empty()) {
     return true;
   }

@@ -21,6 +21,7 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
   using FileAttributes = foundation::FileAttributes;
   using QVNInstallStepStrategy::QVNInstallStepStrategy;
 
+  /// After the failure of an earlier step, removes what the install may have left at the receipt location.
   bool execute(bool previousSuccess) override;
   [[nodiscard]] std::string_view className() const override { return "QVNWriteReceiptStrategy"; }
 
@@ -37,6 +38,7 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] virtual bool validateContents() { return true; }
 
  private:
+  [[nodiscard]] bool work() override;
   [[nodiscard]] std::string temporaryPath() const;
   [[nodiscard]] std::string stagingPath() const;
 

@@ -43,7 +43,7 @@ void QVNInstallStepStrategy::passOnInstallerState(QVNInstallerState state) {
 
 bool QVNInstallStepStrategy::execute(bool previousSuccess) {
   logging::debug(">>> executing %@ with plan: %@", qualifiedName(), planDescription(plan_));
-  return previousSuccess;
+  return previousSuccess && work();
 }
 
 std::uint64_t QVNInstallStepStrategy::getProgress() {

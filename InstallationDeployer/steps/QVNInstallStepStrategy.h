@@ -18,9 +18,9 @@ using SharedPlan = std::shared_ptr<Plan>;
 
 /// One unit of work of a run.
 ///
-/// execute() takes whether the steps before succeeded and returns its own success. A step that is handed false does
-/// nothing, sets no state and returns false. A step that fails sets a failure state first; nothing is thrown to report
-/// it. execute() runs on the main thread; getProgress() may be called from another thread meanwhile.
+/// execute() takes whether the steps before succeeded and returns its own success; what a step does stands in its
+/// work(). A step that fails sets a failure state first; nothing is thrown to report it. execute() runs on the main
+/// thread; getProgress() may be called from another thread meanwhile.
 class QVNInstallStepStrategy {
  public:
   using PropertyList = foundation::PropertyList;
@@ -50,7 +50,8 @@ class QVNInstallStepStrategy {
   void setParentStep(QVNInstallStepStrategy* parent) { parentStep_ = parent; }
   [[nodiscard]] const std::string& name() const { return name_; }
 
-  /// The base version logs that the step begins and returns its argument; every step calls it first.
+  /// Logs that the step begins and does its work. Handed false, the step does nothing, sets no state and returns false.
+  /// Overridden only by steps that act after a failure, too; they call this one first.
   virtual bool execute(bool previousSuccess);
   /// 0 to 100. A step that does not know answers 10 more each time it is asked.
   [[nodiscard]] virtual std::uint64_t getProgress();
@@ -64,6 +65,8 @@ class QVNInstallStepStrategy {
   [[nodiscard]] virtual std::string_view className() const { return "QVNInstallStepStrategy"; }
 
  protected:
+  /// What the step is there for; its success. Called once nothing before the step has failed.
+  [[nodiscard]] virtual bool work() { return true; }
   /// Logs and keeps the state without telling anybody.
   void keepInstallerState(QVNInstallerState state);
   /// Hands the state to the parent, or to the run where there is none.

@@ -12,6 +12,7 @@
 
 #include "general/foundation/Error.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/TemporaryNames.h"
 #include "general/ipc/SocketPrimitives.h"
@@ -27,7 +28,6 @@ namespace {
 constexpr std::string_view kLockName = ".lock";
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kWritableByOthers = 022;
-constexpr mode_t kModeBits = 07777;
 constexpr timeval kPatienceWithBusyListener{10, 0};
 
 bool addressOf(const std::string& path, sockaddr_un& address) {
@@ -65,7 +65,7 @@ bool makeFolder(std::string_view path) {
     return false;
   }
   // Whatever the umask of who made it was, others have to find what is in it.
-  if ((status.st_mode & kModeBits) != kFolderMode && fchmod(opened.number(), kFolderMode) != 0) {
+  if ((status.st_mode & foundation::kPermissionBits) != kFolderMode && fchmod(opened.number(), kFolderMode) != 0) {
     complain("Unable to open the folder for connections to others", path);
     return false;
   }

@@ -23,8 +23,6 @@ using Need = CheckedDictionary::Need;
 
 namespace {
 
-constexpr std::uint64_t kLargestPermissions = 07777;
-
 class AuthoringReader {
  public:
   AuthoringReader(const CheckedDictionary& top, const std::vector<InstallItem>& staged, Problems& problems)
@@ -99,7 +97,7 @@ class AuthoringReader {
     };
     constexpr std::uint64_t kLargestId = std::numeric_limits<std::uint32_t>::max() - 1;
     return {number(deployer::kFileOwnerAccountID, kLargestId), number(deployer::kFileGroupOwnerAccountID, kLargestId),
-            number(deployer::kFilePosixPermissions, kLargestPermissions)};
+            number(deployer::kFilePosixPermissions, foundation::kPermissionBits)};
   }
 
   void checkContent(const CheckedDictionary& entry, InstallItem::Kind kind) {

@@ -8,6 +8,7 @@
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "tools/rules/CheckedDictionary.h"
@@ -26,7 +27,6 @@ namespace {
 
 constexpr std::uint64_t kLargestSize = std::numeric_limits<std::int64_t>::max();
 constexpr std::uint64_t kLargestId = std::numeric_limits<std::uint32_t>::max();
-constexpr std::uint64_t kLargestMode = 07777;
 
 class BundleReader {
  public:
@@ -154,7 +154,7 @@ class BundleReader {
     file.path = readPath(entry);
     file.owner = entry.number(kFileOwnerAccountID, kLargestId);
     file.group = entry.number(kFileGroupOwnerAccountID, kLargestId);
-    file.mode = entry.number(kFilePosixPermissions, kLargestMode);
+    file.mode = entry.number(kFilePosixPermissions, foundation::kPermissionBits);
     file.externalSource = entry.string(kManifestExternalSourcePath, Need::Optional);
     file.flags = flagsOf(entry, {kManifestIsModifiableFile, kManifestCheckForExternalFileChanges,
                                  kManifestIsWildcardPath, kManifestRemoveDirectoryAndContents});

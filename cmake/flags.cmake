@@ -11,6 +11,8 @@ add_library(corvane_flags INTERFACE)
 target_compile_options(corvane_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 # GCC 12 sees overlapping copies in its own std::string at -O2 where there are none.
 target_compile_options(corvane_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+# What a mutex guards is touched only while it is held (ThreadAnnotations.h).
+target_compile_options(corvane_flags INTERFACE $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>)
 target_include_directories(corvane_flags INTERFACE ${PROJECT_SOURCE_DIR})
 # Files beyond 2 GB also where a system's off_t is 32 bits wide.
 target_compile_definitions(corvane_flags INTERFACE _FILE_OFFSET_BITS=64)

@@ -9,7 +9,7 @@ usage() {
 packages="g++ cmake ninja-build libpugixml-dev libcli11-dev libgtest-dev libbenchmark-dev libssl-dev"
 for option in "$@"; do
   case "$option" in
-    --with-lint) packages="$packages clang-format clang-tidy" ;;
+    --with-lint) packages="$packages clang clang-format clang-tidy" ;;
     --with-benchmarks) packages="$packages rpm dpkg-dev time" ;;
     --with-fuzz) packages="$packages clang libclang-rt-14-dev" ;;
     --help) usage; exit 0 ;;

@@ -10,9 +10,10 @@
 #include <ctime>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <utility>
+
+#include "general/foundation/Mutex.h"
 
 namespace logging {
 
@@ -53,10 +54,10 @@ std::tm localTime() {
 }
 
 /// The system keeps one write whole only for some kinds of files and lengths; long messages to a pipe are not.
-std::mutex standardErrorLock;
+foundation::Mutex standardErrorLock;
 
 void writeToStandardError(std::string_view line) {
-  const std::lock_guard lock(standardErrorLock);
+  const foundation::MutexLock lock(standardErrorLock);
   while (!line.empty()) {
     const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
     if (written < 0 && errno == EINTR) {

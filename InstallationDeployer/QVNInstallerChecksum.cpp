@@ -1,5 +1,7 @@
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 
+#include "general/foundation/Hexadecimal.h"
+
 namespace deployer {
 
 std::string QVNInstallerChecksum::generateSHA256(std::span<const std::byte> data) {
@@ -9,14 +11,7 @@ std::string QVNInstallerChecksum::generateSHA256(std::span<const std::byte> data
 }
 
 std::string QVNInstallerChecksum::textForDigest(const foundation::SHA256::Digest& digest) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  text.reserve(2 * digest.size());
-  for (const std::byte byte : digest) {
-    text += kDigits[std::to_integer<std::size_t>(byte >> 4)];
-    text += kDigits[std::to_integer<std::size_t>(byte & std::byte{0x0F})];
-  }
-  return text;
+  return foundation::hexadecimal::lowerCase(digest);
 }
 
 }  // namespace deployer

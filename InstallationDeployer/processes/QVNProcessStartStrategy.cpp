@@ -5,6 +5,7 @@
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/processes/LaunchdJob.h"
+#include "general/foundation/Hexadecimal.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/Task.h"
@@ -35,14 +36,13 @@ constexpr std::string_view kTouchKextsSelector = "touchKextsFromPlan:";
 /// What the program said on standard error. It may be cut within a character and in any encoding, so that everything
 /// beyond ASCII is written byte by byte as \xNN.
 std::string errorOutputOf(const Task& task) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
   for (const char character : task.standardErrorOutput()) {
     const auto byte = static_cast<unsigned char>(character);
     if (byte <= kLastASCII) {
       text += character;
     } else {
-      text += {'\\', 'x', kDigits[byte >> 4U], kDigits[byte & 0xfU]};
+      text.append("\\x").append(foundation::hexadecimal::lowerCaseByte(std::byte{byte}));
     }
   }
   return text;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "general/foundation/Hexadecimal.h"
 #include "general/foundation/Unicode.h"
 
 namespace logging {
@@ -28,13 +29,6 @@ std::size_t harmlessCharacterLength(std::string_view text) {
   return character && character->codePoint >= kFirstHarmlessBeyondAscii ? character->length : 0;
 }
 
-void appendEscaped(std::string& line, unsigned char byte) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  line += "\\x";
-  line += kDigits[byte >> 4U];
-  line += kDigits[byte & 0xfU];
-}
-
 void appendPrintable(std::string& line, std::string_view text) {
   for (std::size_t i = 0; i < text.size();) {
     const unsigned char byte = byteAt(text, i);
@@ -45,7 +39,7 @@ void appendPrintable(std::string& line, std::string_view text) {
       line += text.substr(i, taken);
       i += taken;
     } else {
-      appendEscaped(line, byte);
+      line.append("\\x").append(foundation::hexadecimal::lowerCaseByte(std::byte{byte}));
       ++i;
     }
   }

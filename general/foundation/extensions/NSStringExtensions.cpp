@@ -3,17 +3,17 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstddef>
 #include <limits>
-#include <span>
 #include <system_error>
 
+#include "general/foundation/Hexadecimal.h"
 #include "general/foundation/RandomPrimitives.h"
 
 namespace foundation::NSStringExtensions {
 
 namespace {
 
-constexpr std::string_view kHexadecimalDigits = "0123456789ABCDEF";
 // The white space and line breaks of the platform's scanner, each as UTF-8.
 constexpr std::array<std::string_view, 25> kWhiteSpace = {
     "\t",           "\n",           "\v",           "\f",           "\r",           " ",
@@ -36,18 +36,14 @@ std::string_view withoutLeadingWhiteSpace(std::string_view text) {
 }  // namespace
 
 std::string stringWithUUID() {
-  std::array<std::uint8_t, 16> bytes{};
-  fillWithRandomBytes(std::as_writable_bytes(std::span(bytes)));
+  std::array<std::byte, 16> bytes{};
+  fillWithRandomBytes(bytes);
   // Version 4 (random) and the standard variant.
-  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0fU) | 0x40U);
-  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3fU) | 0x80U);
-  std::string text;
-  for (std::size_t index = 0; index < bytes.size(); ++index) {
-    if (index == 4 || index == 6 || index == 8 || index == 10) {
-      text += '-';
-    }
-    text += kHexadecimalDigits[bytes[index] >> 4U];
-    text += kHexadecimalDigits[bytes[index] & 0xfU];
+  bytes[6] = (bytes[6] & std::byte{0x0f}) | std::byte{0x40};
+  bytes[8] = (bytes[8] & std::byte{0x3f}) | std::byte{0x80};
+  std::string text = hexadecimal::upperCase(bytes);
+  for (const std::size_t dash : {8U, 13U, 18U, 23U}) {
+    text.insert(dash, 1, '-');
   }
   return text;
 }

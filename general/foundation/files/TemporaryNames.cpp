@@ -11,12 +11,13 @@
 #include <cerrno>
 #include <charconv>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string_view>
 #include <vector>
 
+#include "general/foundation/Hexadecimal.h"
+#include "general/foundation/Mutex.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/RandomPrimitives.h"
 #include "general/foundation/files/internal/TreeRemoval.h"
@@ -26,19 +27,12 @@ namespace foundation::temporary_names {
 namespace {
 
 constexpr std::string_view kPrefix = ".com.corvane.installer.";
-constexpr std::string_view kHexadecimalDigits = "0123456789abcdef";
 constexpr std::size_t kRandomBytes = 16;
 
 std::string randomDigits() {
-  std::array<unsigned char, kRandomBytes> random{};
-  fillWithRandomBytes(std::as_writable_bytes(std::span(random)));
-  std::string digits;
-  digits.reserve(2 * kRandomBytes);
-  for (const unsigned char byte : random) {
-    digits += kHexadecimalDigits[byte >> 4U];
-    digits += kHexadecimalDigits[byte & 0xfU];
-  }
-  return digits;
+  std::array<std::byte, kRandomBytes> random{};
+  fillWithRandomBytes(random);
+  return hexadecimal::lowerCase(random);
 }
 
 // The process that made a name of exactly our form; nothing for any other name.
@@ -52,7 +46,7 @@ std::optional<pid_t> makerOf(std::string_view name) {
     return std::nullopt;
   }
   const std::string_view digits = name.substr(dot + 1);
-  if (digits.size() != 2 * kRandomBytes || digits.find_first_not_of(kHexadecimalDigits) != std::string_view::npos) {
+  if (digits.size() != 2 * kRandomBytes || !hexadecimal::isLowerCase(digits)) {
     return std::nullopt;
   }
   pid_t process = 0;
@@ -99,9 +93,9 @@ std::vector<std::string> leftoversIn(DIR* stream) {
 }
 
 bool isFirstVisit(const std::string& folder) {
-  static std::mutex mutex;
-  static std::set<std::string> visited;
-  const std::scoped_lock lock(mutex);
+  static Mutex mutex;
+  static std::set<std::string> visited CORVANE_GUARDED_BY(mutex);
+  const MutexLock lock(mutex);
   return visited.insert(folder).second;
 }
 

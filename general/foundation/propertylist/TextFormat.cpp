@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "general/foundation/CalendarDate.h"
+#include "general/foundation/Hexadecimal.h"
 #include "general/foundation/Unicode.h"
 #include "general/foundation/propertylist/PropertyListCodecs.h"
 
@@ -82,13 +83,7 @@ void appendNumber(std::string& output, const PropertyList& value) {
 }
 
 void appendData(std::string& output, std::span<const std::byte> bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  output.push_back('<');
-  for (const std::byte byte : bytes) {
-    output.push_back(kDigits[std::to_integer<std::size_t>(byte >> 4)]);
-    output.push_back(kDigits[std::to_integer<std::size_t>(byte & std::byte{0xF})]);
-  }
-  output.push_back('>');
+  output.append("<").append(hexadecimal::lowerCase(bytes)).append(">");
 }
 
 void appendDate(std::string& output, double seconds) {

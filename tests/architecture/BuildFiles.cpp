@@ -110,9 +110,9 @@ std::vector<Target> targetsOf(const std::string& project) {
   }
   std::vector<Target> targets;
   for (const std::string& folder : folders) {
-    const std::string buildFile = project + "/" + folder + "/CMakeLists.txt";
+    const std::filesystem::path buildFile = std::filesystem::path(project) / folder / "CMakeLists.txt";
     if (std::filesystem::exists(buildFile)) {
-      std::ranges::move(targetsIn(textOf(buildFile), folder), std::back_inserter(targets));
+      std::ranges::move(targetsIn(textOf(buildFile.string()), folder), std::back_inserter(targets));
     }
   }
   return targets;

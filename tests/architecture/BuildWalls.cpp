@@ -44,7 +44,7 @@ void compare(const std::set<std::string>& some, const std::set<std::string>& oth
              const std::string& after, Problems& problems) {
   for (const std::string& folder : some) {
     if (!others.contains(folder)) {
-      problems.push_back(before + folder + after);
+      problems.push_back(std::string(before).append(folder).append(after));
     }
   }
 }

@@ -6,6 +6,7 @@
 
 #include "tests/architecture/BuildWalls.h"
 #include "tests/architecture/IncludeWalls.h"
+#include "tests/architecture/SourceWalls.h"
 
 namespace {
 
@@ -44,7 +45,10 @@ TEST(House, NobodyIncludesWhatIsInternalToAnotherFolder) {
   EXPECT_EQ(listed(architecture::foreignInternals(house())), "");
 }
 
-TEST(House, NobodyAsksWhichSystemThisIs) { EXPECT_EQ(listed(architecture::foreignSystems(house())), ""); }
+TEST(House, NobodyAsksWhichSystemThisIs) {
+  EXPECT_EQ(listed(architecture::systemQuestions(house())), "");
+  EXPECT_EQ(listed(architecture::foreignSystems(house())), "");
+}
 
 TEST(House, StepsReachNoOtherProcess) {
   EXPECT_EQ(listed(architecture::reaches(house(), "InstallationDeployer/steps", "general/ipc")), "");
@@ -65,5 +69,9 @@ TEST(House, EveryTargetHandsOnWhatItsHeadersNeedAndNothingElse) {
 }
 
 TEST(House, EverySourceIsBuilt) { EXPECT_EQ(listed(architecture::unbuiltSources(house())), ""); }
+
+TEST(House, NobodyCallsWhatIsBanned) {
+  EXPECT_EQ(listed(architecture::callsOf(house(), architecture::bannedCalls())), "");
+}
 
 }  // namespace

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/architecture/House.h"
+
+namespace architecture {
+
+/// A function that the product does not call, and what it does instead.
+struct BannedCall {
+  std::string_view name;
+  std::string_view instead;
+};
+
+/// The house's own list.
+const std::vector<BannedCall>& bannedCalls();
+
+/// Calls of banned functions, in the standard library's namespace or none: methods of that name are something else.
+Problems callsOf(const House& house, const std::vector<BannedCall>& banned);
+
+/// Files with more lines than that.
+Problems filesLongerThan(const House& house, std::size_t lines);
+
+/// Sources for all systems that ask the compiler which one this is.
+Problems systemQuestions(const House& house);
+
+/// A source's text without what the compiler does not read as code: comments and literals give way to blanks, lines
+/// stay lines.
+std::string codeOf(std::string_view text);
+
+}  // namespace architecture

@@ -1,0 +1,65 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/architecture/SourceWalls.h"
+
+namespace {
+
+using architecture::House;
+using architecture::Problems;
+
+const Problems kNone;
+
+House houseWith(const std::string& text) { return {{{"general/ipc/Door.cpp", text, {}}}, {}, {}}; }
+
+Problems callsIn(const std::string& text) {
+  return architecture::callsOf(houseWith(text), {{"system", "a task"}, {"remove_all", "removeItem"}});
+}
+
+TEST(SourceWalls, NameACallThatIsBannedAndWhatReplacesIt) {
+  const Problems found = {"general/ipc/Door.cpp calls system: use a task"};
+  EXPECT_EQ(callsIn("int a = system(\"ls\");"), found);
+  EXPECT_EQ(callsIn("int a = ::system(\"ls\");"), found);
+  EXPECT_EQ(callsIn("int a = std::system(\"ls\");"), found);
+  EXPECT_EQ(callsIn("std::filesystem::remove_all(path);"),
+            Problems{"general/ipc/Door.cpp calls remove_all: use removeItem"});
+}
+
+TEST(SourceWalls, LetOtherThingsOfThatNameBe) {
+  EXPECT_EQ(
+      callsIn("machine.system(); machine->system(); Machine::system(); filesystem(1); systems(1); int system = 1;"),
+      kNone);
+}
+
+TEST(SourceWalls, DoNotReadCommentsAndLiterals) {
+  EXPECT_EQ(callsIn("// system(1)\n/* system(\n2) */ a(\"system(3)\", R\"x(system(4)\")x\");\n"), kNone);
+  EXPECT_EQ(architecture::codeOf("a = 1'000; // b\nc = 'd' + \"\\\"e\";"), "a = 1'000;     \nc =     +      ;");
+}
+
+TEST(SourceWalls, GoOnReadingAfterALiteral) {
+  EXPECT_EQ(callsIn("a('\"'); system(1);").size(), 1U);
+  EXPECT_EQ(callsIn("a(\"//\"); system(1);").size(), 1U);
+  EXPECT_EQ(callsIn("a(1'000); system(1);").size(), 1U);
+}
+
+TEST(SourceWalls, NameAFileThatIsTooLong) {
+  EXPECT_EQ(architecture::filesLongerThan(houseWith("a\nb\nc\n"), 3), kNone);
+  EXPECT_EQ(architecture::filesLongerThan(houseWith("a\nb\nc\nd\n"), 3),
+            Problems{"general/ipc/Door.cpp has 4 lines, of 3"});
+}
+
+TEST(SourceWalls, NameASourceThatAsksWhichSystemThisIs) {
+  EXPECT_EQ(architecture::systemQuestions(houseWith("#if 1\n// __linux__\n#endif\n")), kNone);
+  EXPECT_EQ(architecture::systemQuestions(houseWith("#ifdef __linux__\n#endif\n")),
+            Problems{"general/ipc/Door.cpp asks for __linux__: give each system a source of its own"});
+}
+
+TEST(SourceWalls, HaveAReplacementForEveryBannedCall) {
+  for (const architecture::BannedCall& call : architecture::bannedCalls()) {
+    EXPECT_FALSE(call.instead.empty()) << call.name;
+  }
+  EXPECT_GT(architecture::bannedCalls().size(), 10U);
+}
+
+}  // namespace

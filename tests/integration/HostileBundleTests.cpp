@@ -171,36 +171,6 @@ TEST_F(HostileBundle, LengthThatClaimsMoreThanIsThereIsNoIndex) {
   EXPECT_EQ(installHostile().exitCode, 1);
 }
 
-TEST_F(HostileBundle, ValuesOfTheWrongTypeCountAsAbsent) {
-  const std::vector<PropertyList> wrongValues = {PropertyList(7), PropertyList("text"),     PropertyList(true),
-                                                 array({}),       array({PropertyList(1)}), dictionary({{"x", 1}})};
-  for (const PropertyList& wrong : wrongValues) {
-    for (const char* key : {"Products", "ProductDetectionList", "ProductRemovals", "ProductCleanup", "PayloadSize",
-                            "ReceiptSize", "ReceiptHasPayloadContents"}) {
-      makeRoot();
-      deliverBundle();
-      writeInside(index(), bundle().readManifest("Index").with(key, wrong));
-      installHostile();
-    }
-    for (const char* key : {"ComponentVersion", "ComponentSize", "ListOfFiles", "ListOfExecutables",
-                            "ListOfLaunchDaemons", "ListOfLaunchAgents", "RebuildKextCache"}) {
-      makeRoot();
-      deliverBundle();
-      writeInside(core(), bundle().readManifest("Core").with(key, wrong));
-      installHostile();
-    }
-    for (const char* key : {"Path", "IsDirectory", "IsSymbolicLink", "NSFileOwnerAccountID", "NSFilePosixPermissions",
-                            "SymbolicLinkTarget", "SHAChecksum", "IsModifiableFile", "ExternalSourcePath"}) {
-      makeRoot();
-      deliverBundle();
-      const PropertyList entry =
-          bundle().readManifest("Core")["ListOfFiles"].at(bundle().readManifest("Core")["ListOfFiles"].count() - 1);
-      writeInside(core(), dictionary({{"ComponentVersion", "1"}, {"ListOfFiles", array({entry.with(key, wrong)})}}));
-      installHostile();
-    }
-  }
-}
-
 TEST_F(HostileBundle, EntryWithoutAPathNeverTouchesTheRoot) {
   const auto before = root().snapshot("/").front();
   for (const bool directory : {true, false}) {

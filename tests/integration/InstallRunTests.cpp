@@ -170,6 +170,28 @@ TEST_F(InstallRun, OtherProductWithItsReceiptThatMayBeCrossGradedIsLeftToItsRece
                      "treated as an update."));
 }
 
+TEST_F(InstallRun, FirstPhaseThatIsNoPayloadEndsTheRunWithItsMessage) {
+  bundle().stageFile("Core", "/opt/core", "x");
+  bundle().addComponent("Core", "1", kProduct);
+  const PropertyList index = bundle().readManifest("Index");
+  const PropertyList product = index["Products"][kProduct];
+  const PropertyList payload = product["ListOfInstallPhases"].at(0);
+  const PropertyList oldProduct = dictionary({{"ProductName", "Old"}, {"AllowCrossGrades", true}});
+  // The steps that remove the older product let the unknown first phase pass; the plan then finds no payload in it.
+  const PropertyList twisted =
+      product.with("ListOfInstallPhases", array({dictionary({{"InstallPhaseType", "Teleport"}}), payload}))
+          .with("CrossGrades", array({oldProduct}));
+  bundle().writeManifest("Index", index.with("Products", dictionary({{kProduct, twisted}}))
+                                      .with("ProductRemovals", array({dictionary({{"ProductName", "Old"}})})));
+  deliverBundle();
+  const auto outcome = install();
+  EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
+  EXPECT_EQ(logged(outcome, "Error", "Install Phase 0 of Product Guard is not LocalPayload"), 1)
+      << outcome.standardError;
+  EXPECT_FALSE(root().exists("/opt/core"));
+  EXPECT_FALSE(root().exists(kReceipt));
+}
+
 TEST_F(InstallRun, TooLittleSpaceEndsWithFourAndWritesNothing) {
   bundle().stageFile("Core", "/opt/core", "x");
   bundle().addComponent("Core", "1", kProduct);

@@ -4,6 +4,9 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
+#include <set>
+#include <string>
 
 #include "InstallationDeployer/InternalInconsistency.h"
 #include "InstallationDeployer/ManifestKeys.h"
@@ -290,16 +293,46 @@ TEST_F(ManifestQueries, WalkStopsAtAManifestThatCannotBeRead) {
 }
 
 TEST(RestrictedPaths, AreThirtyEightExactPaths) {
-  const auto& restricted = QVNInstallerManifest::restrictedPaths();
-  EXPECT_EQ(restricted.size(), 38U);
-  for (const char* path : {"/", "/Library", "/Library/LaunchDaemons", "/usr/share/man/man1", "/mach_kernel",
-                           "/Library/Application Support", "/System/Library/CoreServices"}) {
-    EXPECT_TRUE(restricted.contains(path)) << path;
-  }
-  for (const char* path :
-       {"/Library/LaunchDaemons/", "/Library/Application Support/Corvane", "/usr/local", "", "bin"}) {
-    EXPECT_FALSE(restricted.contains(path)) << path;
-  }
+  const std::set<std::string, std::less<>> expected = {"/",
+                                                       "/Applications",
+                                                       "/Library",
+                                                       "/Network",
+                                                       "/System",
+                                                       "/Users",
+                                                       "/Volumes",
+                                                       "/bin",
+                                                       "/cores",
+                                                       "/dev",
+                                                       "/etc",
+                                                       "/home",
+                                                       "/mach_kernel",
+                                                       "/net",
+                                                       "/opt",
+                                                       "/private",
+                                                       "/sbin",
+                                                       "/tmp",
+                                                       "/usr",
+                                                       "/usr/bin",
+                                                       "/usr/lib",
+                                                       "/usr/libexec",
+                                                       "/usr/sbin",
+                                                       "/usr/share",
+                                                       "/usr/share/man",
+                                                       "/usr/share/man/man1",
+                                                       "/var",
+                                                       "/Library/Frameworks",
+                                                       "/Library/Caches",
+                                                       "/Library/Application Support",
+                                                       "/Library/LaunchDaemons",
+                                                       "/Library/LaunchAgents",
+                                                       "/Library/Preferences",
+                                                       "/System/Library",
+                                                       "/System/Library/CoreServices",
+                                                       "/System/Library/Frameworks",
+                                                       "/System/Library/LaunchDaemons",
+                                                       "/System/Library/LaunchAgents"};
+  ASSERT_EQ(expected.size(), 38U);
+  EXPECT_EQ(QVNInstallerManifest::restrictedPaths(), expected);
 }
 
 TEST(Checksum, OfNothingIsTheDigestOfNothing) {

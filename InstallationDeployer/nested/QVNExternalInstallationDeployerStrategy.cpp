@@ -5,6 +5,7 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
@@ -16,7 +17,6 @@ namespace deployer {
 
 using foundation::RunLoop;
 using foundation::Task;
-using ipc::CorvaneDistantObject;
 using ipc::Notification;
 namespace paths = foundation::paths;
 
@@ -24,16 +24,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kTurn(500);
 constexpr std::int64_t kCompleteProgress = 100;
-
-std::unique_ptr<QVNInstallationStatusProxy> proxyOf(const std::string& serviceName) {
-  return std::make_unique<QVNInstallationStatusProxy>(
-      std::make_unique<CorvaneDistantObject>(serviceName, kQVNInstallationStatusProtocol.name(), std::nullopt));
-}
-
-/// Whether the last call was answered. One that was not has the result 0, which must not pass for an answer.
-bool hasAnswered(const QVNInstallationStatusProxy& proxy) {
-  return !proxy.remote().recentException() && proxy.remote().isConnected();
-}
 
 std::optional<std::string> textIn(const foundation::PropertyList& dictionary, std::string_view key) {
   const auto text = dictionary[key].string();
@@ -138,8 +128,8 @@ void QVNExternalInstallationDeployerStrategy::waitForFinalState(const std::strin
 void QVNExternalInstallationDeployerStrategy::askUnheard() {
   lastNews_ = RunLoop::Clock::now();
   if (!installationDeployer_ && engine_) {
-    const std::string name = foundation::format(kQVNInstallationStatusServiceNameFormat, engine_->processIdentifier());
-    if (const auto proxy = proxyOf(name); stateFrom(*proxy)) {
+    const std::string name = statusServiceNameOfProcess(engine_->processIdentifier());
+    if (const auto proxy = QVNInstallationStatusProxy::ofService(name); stateFrom(*proxy)) {
       reach(name);
     }
   }
@@ -167,7 +157,7 @@ void QVNExternalInstallationDeployerStrategy::handleInstallationStatusServiceSta
     const Notification& notification) {
   logging::debug("----- <%@>[%@ handleInstallationStatusServiceStartNotification:%@]", foundation::currentThreadName(),
                  qualifiedName(), notification.description());
-  const auto name = textIn(notification.userInfo, kQVNInstallationStatusServiceName);
+  const auto name = announcedService(notification);
   if (!name || isAnotherEngine(*name)) {
     return;
   }
@@ -197,9 +187,9 @@ void QVNExternalInstallationDeployerStrategy::updateInstallerState() {
 }
 
 std::optional<QVNInstallerState> QVNExternalInstallationDeployerStrategy::stateFrom(QVNInstallationStatusProxy& proxy) {
-  const auto state = static_cast<QVNInstallerState>(proxy.getCurrentState());
-  isAnswering_ = hasAnswered(proxy);
-  return isAnswering_ ? std::optional(state) : std::nullopt;
+  const auto state = proxy.answeredState();
+  isAnswering_ = state.has_value();
+  return state ? std::optional(static_cast<QVNInstallerState>(*state)) : std::nullopt;
 }
 
 void QVNExternalInstallationDeployerStrategy::takeState(QVNInstallerState state) {
@@ -219,12 +209,11 @@ void QVNExternalInstallationDeployerStrategy::shutdownExternalEngine() {
 
 bool QVNExternalInstallationDeployerStrategy::isAnotherEngine(const std::string& serviceName) const {
   // Somebody else may run the engine of that bundle at the same time, and that run is none of ours.
-  return engine_ &&
-         serviceName != foundation::format(kQVNInstallationStatusServiceNameFormat, engine_->processIdentifier());
+  return engine_ && serviceName != statusServiceNameOfProcess(engine_->processIdentifier());
 }
 
 void QVNExternalInstallationDeployerStrategy::reach(const std::string& serviceName) {
-  installationDeployer_ = proxyOf(serviceName);
+  installationDeployer_ = QVNInstallationStatusProxy::ofService(serviceName);
   const std::lock_guard lock(lock_);
   installationDeployerServiceName_ = serviceName;
 }
@@ -241,11 +230,11 @@ std::uint64_t QVNExternalInstallationDeployerStrategy::getProgress() {
     return progressValue();
   }
   // A proxy of this thread's own: the other one is in use on the thread of the run.
-  const auto proxy = proxyOf(*name);
-  const std::int64_t progress = proxy->getProgress();
-  isAnswering_ = hasAnswered(*proxy);
-  if (isAnswering_) {
-    setProgressValue(static_cast<std::uint64_t>(std::clamp<std::int64_t>(progress, 0, kCompleteProgress)));
+  const auto proxy = QVNInstallationStatusProxy::ofService(*name);
+  const auto progress = proxy->answeredProgress();
+  isAnswering_ = progress.has_value();
+  if (progress) {
+    setProgressValue(static_cast<std::uint64_t>(std::clamp<std::int64_t>(*progress, 0, kCompleteProgress)));
   }
   return progressValue();
 }

@@ -1,58 +1,64 @@
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 
+#include <utility>
+
 #include "general/foundation/propertylist/TextFormat.h"
 
 namespace deployer {
 
 using foundation::PropertyList;
-
-namespace {
-
-constexpr std::string_view kComponentsAndVersions = "componentsAndVersions";
-constexpr std::string_view kFixPlanForValidation = "fixPlanForValidation";
-constexpr std::string_view kRemoveComponents = "removeComponents:";
-constexpr std::string_view kShutdownService = "shutdownService";
-
-}  // namespace
+namespace selectors = receipt_selectors;
 
 const ipc::Protocol kQVNInstallationReceiptProtocol(
     "QVNInstallationReceiptProtocol",
-    {{std::string(kComponentsAndVersions), {}, ipc::ValueType::Object, false},
-     {std::string(kFixPlanForValidation), {}, ipc::ValueType::Strings, false},
-     {std::string(kRemoveComponents), {ipc::ValueType::Strings}, ipc::ValueType::Boolean, false},
-     {std::string(kShutdownService), {}, ipc::ValueType::Nothing, true}});
+    {{std::string(selectors::kComponentsAndVersions), {}, ipc::ValueType::Object, false},
+     {std::string(selectors::kFixPlanForValidation), {}, ipc::ValueType::Strings, false},
+     {std::string(selectors::kRemoveComponents), {ipc::ValueType::Strings}, ipc::ValueType::Boolean, false},
+     {std::string(selectors::kShutdownService), {}, ipc::ValueType::Nothing, true}});
+
+std::string receiptServiceNameOfProcess(int processIdentifier) {
+  return foundation::format("com.corvane.installer.receipt.%d", processIdentifier);
+}
 
 ipc::Target targetFor(QVNInstallationReceiptProtocol& object) {
   return [&object](std::string_view selector, std::span<const PropertyList> arguments) -> PropertyList {
-    if (selector == kComponentsAndVersions) {
+    if (selector == selectors::kComponentsAndVersions) {
       return object.componentsAndVersions();
     }
-    if (selector == kFixPlanForValidation) {
+    if (selector == selectors::kFixPlanForValidation) {
       const auto fixPlan = object.fixPlanForValidation();
       return fixPlan ? PropertyList(*fixPlan) : PropertyList();
     }
-    if (selector == kRemoveComponents) {
+    if (selector == selectors::kRemoveComponents) {
       return PropertyList(object.removeComponents(arguments.front().strings()));
     }
-    if (selector == kShutdownService) {
+    if (selector == selectors::kShutdownService) {
       object.shutdownService();
     }
     return {};
   };
 }
 
-PropertyList QVNInstallationReceiptProxy::componentsAndVersions() { return remote_->send(kComponentsAndVersions); }
+std::unique_ptr<QVNInstallationReceiptProxy> QVNInstallationReceiptProxy::ofService(
+    std::optional<std::string> serviceName) {
+  return std::make_unique<QVNInstallationReceiptProxy>(std::make_unique<ipc::CorvaneDistantObject>(
+      std::move(serviceName), kQVNInstallationReceiptProtocol.name(), std::nullopt, true));
+}
+
+PropertyList QVNInstallationReceiptProxy::componentsAndVersions() {
+  return remote_->send(selectors::kComponentsAndVersions);
+}
 
 std::optional<std::vector<std::string>> QVNInstallationReceiptProxy::fixPlanForValidation() {
-  const PropertyList fixPlan = remote_->send(kFixPlanForValidation);
+  const PropertyList fixPlan = remote_->send(selectors::kFixPlanForValidation);
   return fixPlan.isArray() ? std::optional(fixPlan.strings()) : std::nullopt;
 }
 
 bool QVNInstallationReceiptProxy::removeComponents(const std::vector<std::string>& components) {
-  return remote_->send(kRemoveComponents, {PropertyList(components)}).boolean().value_or(false);
+  return remote_->send(selectors::kRemoveComponents, {PropertyList(components)}).boolean().value_or(false);
 }
 
-void QVNInstallationReceiptProxy::shutdownService() { remote_->send(kShutdownService); }
+void QVNInstallationReceiptProxy::shutdownService() { remote_->send(selectors::kShutdownService); }
 
 std::string QVNInstallationReceiptProxy::description() const {
   return foundation::format("<CorvaneDistantObject: %@>", remote_->remoteServerName());

@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Thread.h"
@@ -14,7 +15,6 @@ namespace deployer {
 
 using foundation::RunLoop;
 using foundation::Task;
-using ipc::CorvaneDistantObject;
 using ipc::Notification;
 namespace paths = foundation::paths;
 
@@ -22,7 +22,6 @@ namespace {
 
 constexpr std::string_view kClassName = "QVNReceiptClient";
 constexpr const char* kReceiptArgument = "--receipt";
-constexpr bool kRetryAfterException = true;
 constexpr std::chrono::milliseconds kTurn(500);
 /// How long a process whose services are gone may take to end, before it counts as one that lives without them.
 constexpr std::chrono::seconds kTimeToEnd(2);
@@ -30,11 +29,6 @@ constexpr std::chrono::seconds kTimeToEnd(2);
 /// Hears the receipt's states on the thread that serves watchers. It must end on that thread, so that thread owns it:
 /// when the thread ends first, the observer ends with it.
 thread_local std::unique_ptr<ipc::NotificationObserver> statusUpdateObserver;
-
-std::optional<std::string> serviceNameIn(const Notification& notification) {
-  const auto name = notification.userInfo[kQVNInstallationStatusServiceName].string();
-  return name ? std::optional<std::string>(*name) : std::nullopt;
-}
 
 template <class Proxy>
 std::string describe(const Proxy& proxy) {
@@ -100,9 +94,9 @@ bool QVNReceiptClient::observeServices(ipc::NotificationObserver& observer) {
     logging::error("Unable to hear of the receipt's services. The receipt at %@ is not launched.", receiptPath());
     return false;
   }
-  observeService(observer, kQVNInstallationReceiptServiceStartedNotification, kQVNInstallationReceiptServiceNameFormat,
+  observeService(observer, kQVNInstallationReceiptServiceStartedNotification, receiptServiceNameOfProcess,
                  &QVNReceiptClient::handleReceiptStartNotification);
-  observeService(observer, kQVNInstallationStatusServiceStartedNotification, kQVNInstallationStatusServiceNameFormat,
+  observeService(observer, kQVNInstallationStatusServiceStartedNotification, statusServiceNameOfProcess,
                  &QVNReceiptClient::handleReceiptStatusStartNotification);
   logging::debug("----- registered observers on %@ and %@ with object %@",
                  kQVNInstallationReceiptServiceStartedNotification, kQVNInstallationStatusServiceStartedNotification,
@@ -111,15 +105,14 @@ bool QVNReceiptClient::observeServices(ipc::NotificationObserver& observer) {
 }
 
 void QVNReceiptClient::observeService(ipc::NotificationObserver& observer, std::string_view notification,
-                                      std::string_view serviceNameFormat, ServiceStarted handler) {
-  observer.add(std::string(notification), senderIdentifier(),
-               [this, serviceNameFormat, handler](const Notification& heard) {
-                 // Another installer may have launched this receipt too; its process serves that one alone.
-                 const int ours = receiptTask_ ? receiptTask_->processIdentifier() : 0;
-                 if (serviceNameIn(heard) == foundation::format(serviceNameFormat, ours)) {
-                   (this->*handler)(heard);
-                 }
-               });
+                                      ServiceNameOfProcess serviceName, ServiceStarted handler) {
+  observer.add(std::string(notification), senderIdentifier(), [this, serviceName, handler](const Notification& heard) {
+    // Another installer may have launched this receipt too; its process serves that one alone.
+    const int ours = receiptTask_ ? receiptTask_->processIdentifier() : 0;
+    if (announcedService(heard) == serviceName(ours)) {
+      (this->*handler)(heard);
+    }
+  });
 }
 
 bool QVNReceiptClient::startTask() {
@@ -154,18 +147,16 @@ void QVNReceiptClient::waitForServices() {
 void QVNReceiptClient::handleReceiptStartNotification(const Notification& notification) {
   logging::debug("----- <%@>[%@ handleReceiptStartNotification:%@]", foundation::currentThreadName(), kClassName,
                  notification.description());
-  receiptServiceName_ = serviceNameIn(notification);
-  receiptProxy_ = std::make_unique<QVNInstallationReceiptProxy>(std::make_unique<CorvaneDistantObject>(
-      receiptServiceName_, kQVNInstallationReceiptProtocol.name(), std::nullopt, kRetryAfterException));
+  receiptServiceName_ = announcedService(notification);
+  receiptProxy_ = QVNInstallationReceiptProxy::ofService(receiptServiceName_);
   exitRunLoopOnProxyInitialized();
 }
 
 void QVNReceiptClient::handleReceiptStatusStartNotification(const Notification& notification) {
   logging::debug("----- <%@>[%@ handleReceiptStatusStartNotification:%@]", foundation::currentThreadName(), kClassName,
                  notification.description());
-  receiptServiceName_ = serviceNameIn(notification);
-  receiptStatusProxy_ = std::make_unique<QVNInstallationStatusProxy>(
-      std::make_unique<CorvaneDistantObject>(receiptServiceName_, kQVNInstallationStatusProtocol.name(), std::nullopt));
+  receiptServiceName_ = announcedService(notification);
+  receiptStatusProxy_ = QVNInstallationStatusProxy::ofService(receiptServiceName_);
   logging::debug("%s: self.receiptStatusProxy = %@",
                  "handleReceiptStatusStartNotification:", describe(receiptStatusProxy_));
   exitRunLoopOnProxyInitialized();

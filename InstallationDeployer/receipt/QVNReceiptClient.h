@@ -55,6 +55,7 @@ class QVNReceiptClient {
   [[nodiscard]] const std::optional<std::string>& receiptServiceName() const { return receiptServiceName_; }
 
  private:
+  using ServiceNameOfProcess = std::string (*)(int processIdentifier);
   using ServiceStarted = void (QVNReceiptClient::*)(const ipc::Notification&);
 
   [[nodiscard]] std::string receiptPath() const;
@@ -62,7 +63,7 @@ class QVNReceiptClient {
   [[nodiscard]] std::string senderIdentifier() const;
   [[nodiscard]] bool observeServices(ipc::NotificationObserver& observer);
   void observeService(ipc::NotificationObserver& observer, std::string_view notification,
-                      std::string_view serviceNameFormat, ServiceStarted handler);
+                      ServiceNameOfProcess serviceName, ServiceStarted handler);
   [[nodiscard]] bool startTask();
   void waitForServices();
   [[nodiscard]] bool hasServices() const { return receiptProxy_ && receiptStatusProxy_; }

@@ -6,11 +6,10 @@
 #include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
 #include "InstallationDeployer/installed/QVNValidateStrategy.h"
 #include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
-#include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
-#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/logging/SystemLog.h"
 #include "general/system/ProcessSelf.h"
@@ -52,16 +51,14 @@ bool QVNReceiptServiceStrategy::startReceiptService() {
 }
 
 std::string QVNReceiptServiceStrategy::setupReceiptService() {
-  std::string serviceName =
-      foundation::format(kQVNInstallationReceiptServiceNameFormat, platform::self::processIdentifier());
+  std::string serviceName = receiptServiceNameOfProcess(platform::self::processIdentifier());
   logging::debug("<%@>[QVNReceiptServiceStrategy setupReceiptService]\n\treceiptPath = %@\n\tserviceName = %@",
                  foundation::currentThreadName(), controller().installerPath(), serviceName);
   installationReceiptService_ = QVNInstallationReceiptService::serviceWithName(serviceName, *this);
   const std::string object = controller().postingNotificationId();
   logging::debug("----- posting %@ with object: %@", kQVNInstallationReceiptServiceStartedNotification, object);
   ipc::postDistributedNotification(
-      {std::string(kQVNInstallationReceiptServiceStartedNotification), object,
-       PropertyList::dictionary({{std::string(kQVNInstallationStatusServiceName), serviceName}})});
+      serviceAnnouncement(kQVNInstallationReceiptServiceStartedNotification, object, serviceName));
   return serviceName;
 }
 

@@ -42,7 +42,7 @@ QVNInstallController::QVNInstallController(QVNInstallConfiguration configuration
   }
   if (configuration_.statusServer()) {
     installationStatusService_ = std::make_unique<QVNInstallationStatusService>(
-        foundation::format(kQVNInstallationStatusServiceNameFormat, platform::self::processIdentifier()), *this);
+        statusServiceNameOfProcess(platform::self::processIdentifier()), *this);
   }
 }
 

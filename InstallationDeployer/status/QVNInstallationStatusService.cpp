@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "InstallationDeployer/EngineLog.h"
+#include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
 #include "general/logging/SystemLog.h"
@@ -12,7 +13,6 @@
 namespace deployer {
 
 using foundation::currentThreadName;
-using foundation::PropertyList;
 using foundation::RunLoop;
 
 namespace {
@@ -119,9 +119,8 @@ bool QVNInstallationStatusService::setupStatusService() {
     logging::error("Unable to acquire a connection for the installation deployer status service");
     return false;
   }
-  const ipc::Notification started{
-      std::string(kQVNInstallationStatusServiceStartedNotification), notificationObject_,
-      PropertyList::dictionary({{std::string(kQVNInstallationStatusServiceName), serviceName_}})};
+  const ipc::Notification started =
+      serviceAnnouncement(kQVNInstallationStatusServiceStartedNotification, notificationObject_, serviceName_);
   logging::debug(
       "----- <%@>[QVNInstallationStatusService setupStatusService]\n\tposting %@ to object: %@ with serviceName: %@",
       currentThreadName(), started.name, started.object, serviceName_);

@@ -58,8 +58,7 @@ EngineProcess lookForEngine(int processIdentifier) {
 }
 
 bool isReceiptProcess(int processIdentifier) {
-  const auto socket =
-      ipc::socketPathOfService(format(deployer::kQVNInstallationReceiptServiceNameFormat, processIdentifier));
+  const auto socket = ipc::socketPathOfService(deployer::receiptServiceNameOfProcess(processIdentifier));
   std::error_code error;
   return socket && fs::exists(*socket, error);
 }

@@ -5,12 +5,14 @@
 
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "general/foundation/propertylist/TextFormat.h"
+#include "general/ipc/RemoteException.h"
 #include "general/system/SystemProfile.h"
 
 namespace frontend {
 
 using deployer::kQVNInstallationStatusProtocol;
 using deployer::QVNInstallerState;
+namespace selectors = deployer::status_selectors;
 
 namespace {
 
@@ -39,22 +41,22 @@ StatusConnection::StatusConnection(std::unique_ptr<ipc::ClientConnection> connec
 }
 
 std::unique_ptr<StatusConnection> StatusConnection::toEngine(int processIdentifier) {
-  auto connection = ipc::ClientConnection::connectionWithRegisteredName(
-      foundation::format(deployer::kQVNInstallationStatusServiceNameFormat, processIdentifier));
+  auto connection =
+      ipc::ClientConnection::connectionWithRegisteredName(deployer::statusServiceNameOfProcess(processIdentifier));
   return connection ? std::unique_ptr<StatusConnection>(new StatusConnection(std::move(connection))) : nullptr;
 }
 
 QVNInstallerState StatusConnection::state() {
-  return static_cast<QVNInstallerState>(ask("getCurrentState").integer().value_or(0));
+  return static_cast<QVNInstallerState>(askForNumber(selectors::kGetCurrentState));
 }
 
 int StatusConnection::progress() {
-  return static_cast<int>(std::clamp<std::int64_t>(ask("getProgress").integer().value_or(0), 0, kWholeRun));
+  return static_cast<int>(std::clamp<std::int64_t>(askForNumber(selectors::kGetProgress), 0, kWholeRun));
 }
 
-void StatusConnection::cancelInstallation() { ask("cancelInstallation"); }
+void StatusConnection::cancelInstallation() { ask(selectors::kCancelInstallation); }
 
-void StatusConnection::shutdownService() { ask("shutdownService"); }
+void StatusConnection::shutdownService() { ask(selectors::kShutdownService); }
 
 void StatusConnection::observeChanges() { connection_->observeNotifications(); }
 
@@ -62,6 +64,16 @@ void StatusConnection::takeChanges() { (void)connection_->takeNotifications(); }
 
 foundation::PropertyList StatusConnection::ask(std::string_view selector) {
   return connection_->invoke(*kQVNInstallationStatusProtocol.operation(selector), {});
+}
+
+std::int64_t StatusConnection::askForNumber(std::string_view selector) {
+  const auto number = ask(selector).integer();
+  if (!number) {
+    // 0 is success, and only the engine may say so.
+    throw ipc::RemoteException(ipc::kInvalidArgumentException,
+                               foundation::format("The result of %@ has a wrong type.", selector));
+  }
+  return *number;
 }
 
 }  // namespace frontend

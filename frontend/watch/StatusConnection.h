@@ -47,6 +47,7 @@ class StatusConnection {
  private:
   explicit StatusConnection(std::unique_ptr<ipc::ClientConnection> connection);
   foundation::PropertyList ask(std::string_view selector);
+  [[nodiscard]] std::int64_t askForNumber(std::string_view selector);
 
   FrontEndIdentity identity_;
   std::unique_ptr<ipc::ClientConnection> connection_;

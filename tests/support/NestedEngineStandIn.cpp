@@ -25,18 +25,16 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 #include "general/foundation/Descriptor.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/DistributedNotifications.h"
 
 namespace {
-
-using foundation::PropertyList;
 
 constexpr int kUsageError = 99;
 
@@ -70,7 +68,8 @@ class StandIn : public deployer::WatchedRun {
     } else if (command.starts_with("progress-")) {
       progress_ = static_cast<std::uint64_t>(number());
     } else if (command == "update-other") {
-      post(deployer::kQVNInstallationStatusUpdatedNotification, "/somebody/else", {});
+      ipc::postDistributedNotification(
+          {std::string(deployer::kQVNInstallationStatusUpdatedNotification), "/somebody/else", {}});
     } else if (command == "gate") {
       waitAtGate();
     } else if (command == "await-end") {
@@ -90,22 +89,18 @@ class StandIn : public deployer::WatchedRun {
  private:
   void start(bool isHeard) {
     isHeard_ = isHeard;
-    service_ = std::make_unique<deployer::QVNInstallationStatusService>(
-        foundation::format(deployer::kQVNInstallationStatusServiceNameFormat, getpid()), *this);
+    service_ =
+        std::make_unique<deployer::QVNInstallationStatusService>(deployer::statusServiceNameOfProcess(getpid()), *this);
     service_->startServer();
   }
   void announceAnother() {
-    post(deployer::kQVNInstallationStatusServiceStartedNotification, bundle_,
-         PropertyList::dictionary(
-             {{std::string(deployer::kQVNInstallationStatusServiceName), "com.corvane.installer.0"}}));
+    ipc::postDistributedNotification(deployer::serviceAnnouncement(
+        deployer::kQVNInstallationStatusServiceStartedNotification, bundle_, deployer::statusServiceNameOfProcess(0)));
   }
   void waitAtGate() const {
     char byte = 0;
     while (read(gate_.number(), &byte, 1) < 0 && errno == EINTR) {
     }
-  }
-  static void post(std::string_view name, const std::string& object, const PropertyList& userInfo) {
-    ipc::postDistributedNotification({std::string(name), object, userInfo});
   }
 
   const std::string bundle_;

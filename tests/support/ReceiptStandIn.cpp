@@ -17,9 +17,9 @@
 
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/execution/RunLoop.h"
-#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/ServerConnection.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
@@ -43,9 +43,8 @@ std::string setting(const char* name) {
 
 class StandIn {
  public:
-  void vend(const ipc::Protocol& protocol, const std::string& kind, std::string_view nameFormat,
+  void vend(const ipc::Protocol& protocol, const std::string& kind, const std::string& name,
             std::string_view announcement, std::unique_ptr<ipc::ServerConnection>& connection) {
-    const std::string name = foundation::format(nameFormat, getpid());
     if (const std::string hidden = setting("RECEIPT_HIDES"); hidden == kind || hidden == "both") {
       announce(announcement, name);
       return;
@@ -67,10 +66,10 @@ class StandIn {
     dieAt("start");
     std::unique_ptr<ipc::ServerConnection> status;
     std::unique_ptr<ipc::ServerConnection> receipt;
-    vend(deployer::kQVNInstallationStatusProtocol, "status", deployer::kQVNInstallationStatusServiceNameFormat,
+    vend(deployer::kQVNInstallationStatusProtocol, "status", deployer::statusServiceNameOfProcess(getpid()),
          deployer::kQVNInstallationStatusServiceStartedNotification, status);
     dieAt("half");
-    vend(deployer::kQVNInstallationReceiptProtocol, "receipt", deployer::kQVNInstallationReceiptServiceNameFormat,
+    vend(deployer::kQVNInstallationReceiptProtocol, "receipt", deployer::receiptServiceNameOfProcess(getpid()),
          deployer::kQVNInstallationReceiptServiceStartedNotification, receipt);
     const auto loop = RunLoop::current();
     // Without its services it would have nothing to wait for.
@@ -82,8 +81,7 @@ class StandIn {
 
  private:
   void announce(std::string_view announcement, const std::string& name) const {
-    ipc::postDistributedNotification(
-        {std::string(announcement), object_, PropertyList::dictionary({{"serviceName", name}})});
+    ipc::postDistributedNotification(deployer::serviceAnnouncement(announcement, object_, name));
   }
   void dieAt(const std::string& moment) const {
     if (dies_ == moment) {
@@ -104,13 +102,14 @@ class StandIn {
       }
     }
     const std::string answers = setting("RECEIPT_ANSWERS");
-    if (selector == "shutdownService") {
+    if (selector == deployer::receipt_selectors::kShutdownService) {
       ended_ = true;
-    } else if (selector == "removeComponents:") {
+    } else if (selector == deployer::receipt_selectors::kRemoveComponents) {
       return PropertyList(answers.empty());
-    } else if (selector == "getCurrentState" || selector == "getProgress") {
+    } else if (selector == deployer::status_selectors::kGetCurrentState ||
+               selector == deployer::status_selectors::kGetProgress) {
       return PropertyList(std::int64_t{0});
-    } else if (answers == "odd" && selector == "componentsAndVersions") {
+    } else if (answers == "odd" && selector == deployer::receipt_selectors::kComponentsAndVersions) {
       return PropertyList::dictionary({{"Core", 5}});
     } else if (answers.empty()) {
       return PropertyList(PropertyList::Array{});

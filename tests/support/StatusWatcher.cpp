@@ -31,6 +31,7 @@
 
 #include "InstallationDeployer/QVNInstallerState.h"
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/ClientConnection.h"
@@ -44,6 +45,7 @@
 namespace {
 
 using foundation::PropertyList;
+namespace selectors = deployer::status_selectors;
 
 constexpr int kUsageError = 1;
 constexpr int kNoService = 2;
@@ -71,13 +73,13 @@ class Watcher {
 
   void observe() {
     connection_.observeNotifications();
-    ask("getProgress");  // answered after the service has taken the wish
+    ask(selectors::kGetProgress);  // answered after the service has taken the wish
     print("observing");
   }
   void state() { print("state " + std::to_string(currentState())); }
-  void progress() { print("progress " + std::to_string(ask("getProgress").integer().value_or(-1))); }
-  void cancel() { tell("cancelInstallation", "cancel sent"); }
-  void shutdown() { tell("shutdownService", "shutdown sent"); }
+  void progress() { print("progress " + std::to_string(ask(selectors::kGetProgress).integer().value_or(-1))); }
+  void cancel() { tell(selectors::kCancelInstallation, "cancel sent"); }
+  void shutdown() { tell(selectors::kShutdownService, "shutdown sent"); }
 
   void follow() {
     std::optional<std::int64_t> seen;
@@ -127,7 +129,7 @@ class Watcher {
     ask(selector);
     print(done);
   }
-  std::int64_t currentState() { return ask("getCurrentState").integer().value_or(-1); }
+  std::int64_t currentState() { return ask(selectors::kGetCurrentState).integer().value_or(-1); }
   void waitForInput() const {
     pollfd input{connection_.descriptor(), POLLIN, 0};
     poll(&input, 1, -1);
@@ -148,7 +150,7 @@ class Watcher {
 };
 
 int watch(const std::string& process, const std::vector<std::string>& commands) {
-  const std::string service = foundation::format(deployer::kQVNInstallationStatusServiceNameFormat, std::stoi(process));
+  const std::string service = deployer::statusServiceNameOfProcess(std::stoi(process));
   const auto connection = ipc::ClientConnection::connectionWithRegisteredName(service);
   if (!connection) {
     print("no service");
@@ -189,8 +191,7 @@ int listen(const std::string& object) {
   for (const std::string_view name : {deployer::kQVNInstallationStatusServiceStartedNotification,
                                       deployer::kQVNInstallationStatusUpdatedNotification}) {
     observer.add(std::string(name), object, [](const ipc::Notification& heard) {
-      print(heard.name + " " + heard.object + " " +
-            std::string(heard.userInfo[deployer::kQVNInstallationStatusServiceName].text()));
+      print(heard.name + " " + heard.object + " " + deployer::announcedService(heard).value_or(""));
     });
   }
   if (!observer.isListening()) {

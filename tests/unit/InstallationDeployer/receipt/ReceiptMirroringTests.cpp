@@ -1,61 +1,26 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <future>
 #include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 
-#include "InstallationDeployer/EngineLog.h"
+#include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
-#include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "general/foundation/Thread.h"
-#include "general/ipc/ServerConnection.h"
-#include "general/ipc/VRKConnectionAuthenticator.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeInstallRun.h"
+#include "tests/support/LoopThread.h"
 #include "tests/support/PrivateRunFolder.h"
+#include "tests/support/VendedService.h"
 
 namespace deployer {
 namespace {
 
 using foundation::PropertyList;
-using foundation::RunLoop;
 
 constexpr const char* kStatusService = "com.corvane.installer.77";
-
-/// A thread that turns its run loop until it is ended.
-class LoopThread {
- public:
-  explicit LoopThread(const std::string& name)
-      : thread_(std::make_unique<foundation::NamedThread>(name, [this] { run(); })) {
-    loop = started_.get_future().get();
-  }
-  ~LoopThread() { end(); }
-  LoopThread(const LoopThread&) = delete;
-  LoopThread& operator=(const LoopThread&) = delete;
-
-  void end() {
-    ended_ = true;
-    loop->wakeUp();
-    thread_.reset();
-  }
-  std::shared_ptr<RunLoop> loop;
-
- private:
-  void run() {
-    const EngineLog log;
-    const auto own = RunLoop::current();
-    own->addTimer(std::chrono::milliseconds(500), true, {});
-    started_.set_value(own);
-    while (!ended_) {
-      own->runUntil(RunLoop::Clock::now() + std::chrono::milliseconds(500));
-    }
-  }
-
-  std::atomic<bool> ended_ = false;
-  std::promise<std::shared_ptr<RunLoop>> started_;
-  std::unique_ptr<foundation::NamedThread> thread_;
-};
 
 /// Lets a test wait for the first state that it is told.
 class ToldRun : public tests::FakeInstallRun {
@@ -79,32 +44,15 @@ class ReceiptMirroring : public ::testing::Test {
     }
     run_.configuration().setProductName("P");
     client_.setStrategy(&step_);
-    watchers_ = std::make_unique<LoopThread>("status server thread");
+    watchers_ = std::make_unique<tests::LoopThread>("status server thread");
     run_.statusThread = watchers_->loop;
   }
   /// Vends a status service that always answers with this state.
   void vendStatus(QVNInstallerState state) {
-    service_ = std::make_unique<LoopThread>("receipt");
-    service_->loop->perform(
-        [this, state] {
-          connection_ = std::make_unique<ipc::ServerConnection>(ipc::ServerConnection::Options{});
-          connection_->setDelegate(std::make_shared<ipc::VRKConnectionAuthenticator>());
-          connection_->setRootObject(std::make_shared<ipc::ProtocolChecker>(
-              [state](std::string_view, std::span<const PropertyList>) {
-                return PropertyList(static_cast<std::int64_t>(state));
-              },
-              kQVNInstallationStatusProtocol));
-          ASSERT_TRUE(connection_->registerName(kStatusService));
-        },
-        true);
+    service_.emplace(kStatusService, kQVNInstallationStatusProtocol,
+                     [state](std::string_view, auto) { return PropertyList(static_cast<std::int64_t>(state)); });
     const tests::CapturedLog log;
-    client_.handleReceiptStatusStartNotification(
-        {"started", "object", PropertyList::dictionary({{"serviceName", kStatusService}})});
-  }
-  void TearDown() override {
-    if (service_) {
-      service_->loop->perform([this] { connection_.reset(); }, true);
-    }
+    client_.handleReceiptStatusStartNotification(serviceAnnouncement("started", "object", kStatusService));
   }
   void postUpdate(const std::string& object) {
     ipc::postDistributedNotification({std::string(kQVNInstallationStatusUpdatedNotification), object, {}});
@@ -116,9 +64,8 @@ class ReceiptMirroring : public ::testing::Test {
     }
   }
 
-  std::unique_ptr<LoopThread> watchers_;
-  std::unique_ptr<LoopThread> service_;
-  std::unique_ptr<ipc::ServerConnection> connection_;
+  std::unique_ptr<tests::LoopThread> watchers_;
+  std::optional<tests::VendedService> service_;
   ToldRun run_{"/Volumes/X/Installer.app"};
   QVNInstallStepStrategy step_{{}, "step", nullptr, run_, nullptr};
   QVNReceiptClient client_;

@@ -13,7 +13,6 @@
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
-#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/ClientConnection.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/RemoteException.h"
@@ -164,7 +163,7 @@ class VendedStatusService : public ::testing::Test {
     if (const auto reason = tests::enterPrivateRunFolder()) {
       GTEST_SKIP() << *reason;
     }
-    name_ = foundation::format(kQVNInstallationStatusServiceNameFormat, platform::self::processIdentifier());
+    name_ = statusServiceNameOfProcess(platform::self::processIdentifier());
     service_.emplace(name_, run_);
   }
   std::unique_ptr<ipc::ClientConnection> connect() {

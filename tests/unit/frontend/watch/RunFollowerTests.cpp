@@ -16,7 +16,6 @@
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "frontend/watch/RunFollower.h"
 #include "general/foundation/Thread.h"
-#include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/ServerConnection.h"
 #include "general/ipc/ServiceFolder.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
@@ -55,7 +54,7 @@ class StandInService : public QVNInstallationStatusProtocol {
   };
 
   StandInService(int process, Script script)
-      : name_(foundation::format(kQVNInstallationStatusServiceNameFormat, process)), script_(std::move(script)) {
+      : name_(deployer::statusServiceNameOfProcess(process)), script_(std::move(script)) {
     thread_.emplace("stand-in", [this] { serve(); });
     std::unique_lock lock(lock_);
     changed_.wait(lock, [this] { return isVended_; });

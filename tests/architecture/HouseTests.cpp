@@ -6,6 +6,8 @@
 
 #include "tests/architecture/BuildWalls.h"
 #include "tests/architecture/IncludeWalls.h"
+#include "tests/architecture/MarkdownTable.h"
+#include "tests/architecture/RulesPage.h"
 #include "tests/architecture/SourceWalls.h"
 
 namespace {
@@ -72,6 +74,12 @@ TEST(House, EverySourceIsBuilt) { EXPECT_EQ(listed(architecture::unbuiltSources(
 
 TEST(House, NobodyCallsWhatIsBanned) {
   EXPECT_EQ(listed(architecture::callsOf(house(), architecture::bannedCalls())), "");
+}
+
+TEST(House, EveryPromiseHasItsTests) {
+  const std::string project = CORVANE_PROJECT;
+  const auto rules = architecture::rulesOn(architecture::textOf(project + "/docs/rules.md"));
+  EXPECT_EQ(listed(architecture::rulesWithoutTests(rules, architecture::testsBelow(project + "/tests"))), "");
 }
 
 }  // namespace

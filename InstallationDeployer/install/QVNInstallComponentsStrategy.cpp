@@ -122,12 +122,6 @@ QVNInstallComponentsStrategy::QVNInstallComponentsStrategy(PropertyList installP
       allowance_(kLargeFileBytes),
       reader_(allowance_, keptBytesPerThread(helpers_)) {}
 
-template <class... Arguments>
-bool QVNInstallComponentsStrategy::fail(std::string_view text, const Arguments&... arguments) {
-  logging::error(text, arguments...);
-  return failWith(QVNInstallerStateFailed);
-}
-
 // What is prepared ahead takes descriptors and space that an entry may be short of when its turn comes.
 template <class Attempt>
 auto QVNInstallComponentsStrategy::withSpareResources(const Attempt& attempt) -> decltype(attempt()) {
@@ -141,16 +135,15 @@ auto QVNInstallComponentsStrategy::withSpareResources(const Attempt& attempt) ->
 
 bool QVNInstallComponentsStrategy::work() {
   setInstallerState(QVNInstallerStateInstalling);
-  const auto& product = configuration().productName();
   std::optional<Names> components;
   if (plan()) {
-    components = manifest().filterComponents(*plan(), product.value_or(""));
+    components = manifest().filterComponents(*plan(), productName());
   }
-  logging::debug("<%@> installPlan for %@: %@", qualifiedName(), product,
+  logging::debug("<%@> installPlan for %@: %@", qualifiedName(), configuration().productName(),
                  components ? foundation::FormatArgument(*components) : foundation::FormatArgument(nullptr));
   if (!components) {
     logging::info("No plan to install");
-    return failWith(QVNInstallerStateFailed);
+    return failWith();
   }
   return CheckDiskSpaceFor(*components) && InstallComponents(*components);
 }
@@ -180,8 +173,8 @@ bool QVNInstallComponentsStrategy::CheckDiskSpaceFor(const Names& components) {
   if (space.fitsInto(freeBytes)) {
     return true;
   }
-  logging::error("Not enough space to install. Required space: %lld, free space: %lld", space.required(), freeBytes);
-  return failWith(QVNInstallerStateInsufficientDiskSpace);
+  return failWith(QVNInstallerStateInsufficientDiskSpace,
+                  "Not enough space to install. Required space: %lld, free space: %lld", space.required(), freeBytes);
 }
 
 bool QVNInstallComponentsStrategy::InstallComponents(const Names& components) {
@@ -218,7 +211,7 @@ bool QVNInstallComponentsStrategy::installComponent(const Component& component) 
   // What was prepared after an entry that failed is thrown away unseen.
   ahead_.reset();
   if (!installed) {
-    return failWith(QVNInstallerStateFailed);
+    return failWith();
   }
   return createSymbolicLinks(links, component.destination);
 }

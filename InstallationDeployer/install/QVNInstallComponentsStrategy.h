@@ -77,8 +77,6 @@ class QVNInstallComponentsStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] bool makeParent(const std::string& path, const foundation::FileAttributes& attributes);
   [[nodiscard]] bool flushWrittenVolumes();
 
-  template <class... Arguments>
-  bool fail(std::string_view text, const Arguments&... arguments);
   template <class Attempt>
   [[nodiscard]] auto withSpareResources(const Attempt& attempt) -> decltype(attempt());
 

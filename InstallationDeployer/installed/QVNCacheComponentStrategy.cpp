@@ -31,23 +31,13 @@ std::string sourceOf(const foundation::PropertyList& entry) {
 
 bool QVNCacheComponentStrategy::work() {
   if (const Status removed = component_cache::remove(); !removed && !removed.error().isNoSuchFile()) {
-    logging::error("QVNCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
-    return failWith();
+    return fail("QVNCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
   }
   if (const Status made = component_cache::makeFolder(); !made) {
-    logging::error("QVNCacheComponentStrategy: Unable to make the folder of the cache. %@", made.error());
-    return failWith();
+    return fail("QVNCacheComponentStrategy: Unable to make the folder of the cache. %@", made.error());
   }
-  const bool cached = manifest().walkManifestFileListForComponents(
-      plan() ? std::optional<Plan>(*plan()) : std::nullopt, true, true,
-      [this](const std::string& component, const PropertyList&, const PropertyList& entry) {
-        return cacheEntry(component, entry);
-      });
-  // A manifest that cannot be read has been logged, but no entry has set a state then.
-  if (!cached && !isFailureState(installerState())) {
-    setInstallerState(QVNInstallerStateFailed);
-  }
-  return cached;
+  return walkPlannedEntries(
+      [this](const std::string& component, const PropertyList& entry) { return cacheEntry(component, entry); });
 }
 
 bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const PropertyList& entry) {
@@ -57,8 +47,7 @@ bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const P
   const PropertyList& path = entry[kManifestFilePath];
   const std::string source = sourceOf(entry);
   if (!isUsablePath(path.text()) || !isUsablePath(source)) {
-    logging::error("QVNCacheComponentStrategy: A file of component %@ has no usable path: %@", component, path);
-    return failWith();
+    return fail("QVNCacheComponentStrategy: A file of component %@ has no usable path: %@", component, path);
   }
   if (boolForKey(entry, kManifestIsWildcardPath)) {
     return cacheMatches(component, entry, source);
@@ -69,16 +58,14 @@ bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const P
 bool QVNCacheComponentStrategy::cacheMatches(const std::string& component, const PropertyList& entry,
                                              const std::string& source) {
   if (!entry[kManifestExternalSourcePath].text().empty()) {
-    logging::error(
+    return fail(
         "QVNCacheComponentStrategy: Wildcard patterns do not support \"%@\".\n\tFound in component plist %@ at list of "
         "files entry for %@",
         kManifestExternalSourcePath, component, entry[kManifestFilePath]);
-    return failWith();
   }
   const auto matches = matchesForWildCardedPath(source);
   if (!matches || matches->empty()) {
-    logging::error("QVNCacheComponentStrategy: Unable to find matched files from wildcarded path: '%@'", source);
-    return failWith();
+    return fail("QVNCacheComponentStrategy: Unable to find matched files from wildcarded path: '%@'", source);
   }
   return std::ranges::all_of(*matches, [this](const std::string& match) { return copyFile(match, match); });
 }
@@ -117,8 +104,7 @@ bool QVNCacheComponentStrategy::copyFile(const std::string& source, const std::s
   if (copied || copied.error().isNoSuchFile()) {
     return true;
   }
-  logging::error("QVNCacheComponentStrategy: Unable to copy file. %@", copied.error());
-  return failWith();
+  return fail("QVNCacheComponentStrategy: Unable to copy file. %@", copied.error());
 }
 
 }  // namespace deployer

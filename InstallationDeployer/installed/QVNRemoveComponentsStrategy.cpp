@@ -1,6 +1,5 @@
 #include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
 
-#include <optional>
 #include <vector>
 
 #include "InstallationDeployer/EntryPath.h"
@@ -39,28 +38,14 @@ bool stays(const std::string& directory) {
 
 }  // namespace
 
-template <class... Arguments>
-bool QVNRemoveComponentsStrategy::fail(std::string_view text, const Arguments&... arguments) {
-  logging::error(text, arguments...);
-  return failWith();
-}
-
 bool QVNRemoveComponentsStrategy::work() {
   if (!isLocal_ && !requireReceiptLocation()) {
     return false;
   }
   setInstallerState(QVNInstallerStateRemoving);
   GuardedRemoval removal;
-  const bool removed = manifest().walkManifestFileListForComponents(
-      plan() ? std::optional<Plan>(*plan()) : std::nullopt, true, true,
-      [&](const std::string& component, const PropertyList&, const PropertyList& entry) {
-        return removeEntry(component, entry, removal);
-      });
-  // A manifest that cannot be read has been logged, but no entry has set a state then.
-  if (!removed && !isFailureState(installerState())) {
-    setInstallerState(QVNInstallerStateFailed);
-  }
-  return removed;
+  return walkPlannedEntries(
+      [&](const std::string& component, const PropertyList& entry) { return removeEntry(component, entry, removal); });
 }
 
 bool QVNRemoveComponentsStrategy::removeEntry(const std::string& component, const PropertyList& entry,

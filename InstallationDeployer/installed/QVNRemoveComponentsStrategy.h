@@ -39,9 +39,6 @@ class QVNRemoveComponentsStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] bool removeFile(const std::string& path, foundation::GuardedRemoval& removal);
   [[nodiscard]] bool isKept(const PropertyList& entry) const;
 
-  template <class... Arguments>
-  bool fail(std::string_view text, const Arguments&... arguments);
-
   bool isLocal_;
 };
 

@@ -22,27 +22,17 @@ using foundation::NSDictionaryExtensions::boolForKey;
 bool QVNRestoreCacheComponentStrategy::work() {
   const bool restored = restoreFiles();
   if (const Status removed = component_cache::remove(); !removed && !removed.error().isNoSuchFile()) {
-    logging::error("QVNRestoreCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
-    return failWith();
+    return fail("QVNRestoreCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
   }
   return restored;
 }
 
 bool QVNRestoreCacheComponentStrategy::restoreFiles() {
   if (!component_cache::isTrustworthy()) {
-    logging::error("QVNRestoreCacheComponentStrategy: Others than root could change the cache.");
-    return failWith();
+    return fail("QVNRestoreCacheComponentStrategy: Others than root could change the cache.");
   }
-  const bool restored = manifest().walkManifestFileListForComponents(
-      plan() ? std::optional<Plan>(*plan()) : std::nullopt, true, true,
-      [this](const std::string& component, const PropertyList&, const PropertyList& entry) {
-        return restoreEntry(component, entry);
-      });
-  // A manifest that cannot be read has been logged, but no entry has set a state then.
-  if (!restored && !isFailureState(installerState())) {
-    setInstallerState(QVNInstallerStateFailed);
-  }
-  return restored;
+  return walkPlannedEntries(
+      [this](const std::string& component, const PropertyList& entry) { return restoreEntry(component, entry); });
 }
 
 bool QVNRestoreCacheComponentStrategy::restoreEntry(const std::string& component, const PropertyList& entry) {
@@ -51,9 +41,8 @@ bool QVNRestoreCacheComponentStrategy::restoreEntry(const std::string& component
   }
   const std::string path(entry[kManifestFilePath].text());
   if (!isUsablePath(path)) {
-    logging::error("QVNRestoreCacheComponentStrategy: A file of component %@ has no usable path: %@", component,
-                   entry[kManifestFilePath]);
-    return failWith();
+    return fail("QVNRestoreCacheComponentStrategy: A file of component %@ has no usable path: %@", component,
+                entry[kManifestFilePath]);
   }
   if (boolForKey(entry, kManifestIsWildcardPath)) {
     return restoreMatches(path);
@@ -82,16 +71,14 @@ bool QVNRestoreCacheComponentStrategy::copyFile(const std::string& cached, const
   foundation::GuardedRemoval removal;
   if (removal.typeOf(target) == foundation::FileType::Directory) {
     if (const Status removed = removal.removeItem(target); !removed && !removed.error().isNoSuchFile()) {
-      logging::error("Unable to remove file. %@", removed.error());
-      return failWith();
+      return fail("Unable to remove file. %@", removed.error());
     }
   }
   const Status copied = component_cache::copyFile(cached, target);
   if (copied || copied.error().isNoSuchFile()) {
     return true;
   }
-  logging::error("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", copied.error());
-  return failWith();
+  return fail("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", copied.error());
 }
 
 }  // namespace deployer

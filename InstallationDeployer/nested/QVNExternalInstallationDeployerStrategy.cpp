@@ -39,13 +39,11 @@ bool QVNExternalInstallationDeployerStrategy::work() {
     return failWith();
   }
   if (!bundlePath) {
-    logging::error("External deployer path is invalid");
-    return failWith();
+    return fail("External deployer path is invalid");
   }
   const std::string executable = paths::append(*bundlePath, kQVNInstallationDeployerPath);
   if (!productName) {
-    logging::error("No product is named for the external deployer at %@", executable);
-    return failWith();
+    return fail("No product is named for the external deployer at %@", executable);
   }
   launch(executable, *productName);
   waitForFinalState(executable);

@@ -52,7 +52,7 @@ bool QVNBuildInstallPlanStrategy::work() {
 }
 
 void QVNBuildInstallPlanStrategy::planFreshInstall() {
-  const auto components = manifest().componentListForProduct(configuration().productName().value_or(""));
+  const auto components = manifest().componentListForProduct(productName());
   if (components && plan()) {
     plan()->insert(plan()->end(), components->begin(), components->end());
   }
@@ -61,13 +61,11 @@ void QVNBuildInstallPlanStrategy::planFreshInstall() {
 bool QVNBuildInstallPlanStrategy::canPlanUpgrade() {
   const auto& product = configuration().productName();
   if (!product) {
-    logging::error("Unable to determine product name");
-    return failWith();
+    return fail("Unable to determine product name");
   }
   if (!manifest().componentListForProduct(*product)) {
-    logging::error("Unable to determine list of components for product(%@)", product);
-    setInstallerState(static_cast<QVNInstallerState>(manifest().installerState()));
-    return false;
+    return failWith(static_cast<QVNInstallerState>(manifest().installerState()),
+                    "Unable to determine list of components for product(%@)", product);
   }
   return true;
 }
@@ -142,14 +140,13 @@ std::optional<Plan> QVNBuildInstallPlanStrategy::upgradePlanForComponents(const 
   logging::debug("%s: receiptComponentsAndVersions = %@", kUpgradePlanSelector, components);
   const auto& product = configuration().productName();
   if (!product) {
-    logging::error("Receipt unable to determine product name");
-    setInstallerState(QVNInstallerStateFailed);
+    fail("Receipt unable to determine product name");
     return std::nullopt;
   }
   const auto productComponents = manifest().componentListForProduct(*product);
   if (!productComponents) {
-    logging::error("Receipt unable to determine list of components.");
-    setInstallerState(static_cast<QVNInstallerState>(manifest().installerState()));
+    failWith(static_cast<QVNInstallerState>(manifest().installerState()),
+             "Receipt unable to determine list of components.");
     return std::nullopt;
   }
   UpgradePlan upgrade;
@@ -294,8 +291,7 @@ std::optional<bool> QVNBuildInstallPlanStrategy::externalFileDiffers(const std::
 std::optional<bool> QVNBuildInstallPlanStrategy::itemsDiffer(const std::string& externalPath,
                                                              const std::string& installedPath) {
   const auto unreadable = [this](const foundation::Error& error) {
-    logging::error("Unable to read attributes. %@", error);
-    setInstallerState(QVNInstallerStateFailed);
+    fail("Unable to read attributes. %@", error);
     return std::nullopt;
   };
   const auto external = files::attributesOfItem(externalPath);
@@ -317,8 +313,7 @@ std::optional<Plan> QVNBuildInstallPlanStrategy::listingOrEmpty(const std::strin
   if (listing.error().isNoSuchFile()) {
     return Plan{};
   }
-  logging::error("Unable to read directory contents. %@", listing.error());
-  setInstallerState(QVNInstallerStateFailed);
+  fail("Unable to read directory contents. %@", listing.error());
   return std::nullopt;
 }
 

@@ -9,7 +9,7 @@ bool QVNBuildRemovePlanStrategy::work() {
   if (!requireReceiptLocation()) {
     return false;
   }
-  const PropertyList records = manifest().componentsAndVersionsForProduct(configuration().productName().value_or(""));
+  const PropertyList records = manifest().componentsAndVersionsForProduct(productName());
   if (!plan()) {
     if (installerState() != QVNInstallerStateSuccess) {
       logging::error("Unable to acquire removal plan");

@@ -63,8 +63,7 @@ std::vector<std::string> argumentsOf(const PropertyList& executable) {
 }  // namespace
 
 bool QVNProcessStartStrategy::work() {
-  const std::string product = configuration().productName().value_or("");
-  const Plan filtered = manifest().filterComponents(plan() ? *plan() : Plan{}, product);
+  const Plan filtered = manifest().filterComponents(plannedComponents(), productName());
   logging::debug("<%@> filtered plan for %@: %@", qualifiedName(), configuration().productName(),
                  planDescription(filtered));
   return launchExecutablesFromPlan(filtered) && touchKextsFromPlan(filtered) && launchDaemonsFromPlan(filtered) &&
@@ -119,12 +118,11 @@ bool QVNProcessStartStrategy::runExecutable(const PropertyList& executable) {
     if (task.terminationStatus() == 0) {
       return true;
     }
-    logging::error("Failed to execute %@ Termination status: %d, errorData: %@. ", path, task.terminationStatus(),
-                   errorOutputOf(task));
+    return fail("Failed to execute %@ Termination status: %d, errorData: %@. ", path, task.terminationStatus(),
+                errorOutputOf(task));
   } catch (const TaskLaunchException& exception) {
-    logging::error("Failed to run executable %@. %@", pathEntry, exception.what());
+    return fail("Failed to run executable %@. %@", pathEntry, exception.what());
   }
-  return failWith();
 }
 
 bool QVNProcessStartStrategy::touchKextsFromPlan(const Plan& plan) {

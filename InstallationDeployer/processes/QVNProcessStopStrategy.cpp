@@ -43,10 +43,9 @@ bool QVNProcessStopStrategy::work() {
   if (!isLocal_ && !requireReceiptLocation()) {
     return false;
   }
-  const Plan components = plan() ? *plan() : Plan{};
-  stopDaemonsFromPlan(components);
-  stopAgentsFromPlan(components);
-  stopExecutablesFromPlan(components);
+  stopDaemonsFromPlan(plannedComponents());
+  stopAgentsFromPlan(plannedComponents());
+  stopExecutablesFromPlan(plannedComponents());
   return true;
 }
 

@@ -22,7 +22,7 @@ bool QVNReceiptRemoveStrategy::work() {
     return false;
   }
   client->startUpdatingCurrentStepStatusFromReceipt();
-  const bool removed = client->receiptProxy()->removeComponents(plan() ? *plan() : Plan{});
+  const bool removed = client->receiptProxy()->removeComponents(plannedComponents());
   client->stopUpdatingCurrentStepStatusFromReceipt();
   if (!client->lastReceiptProxyMessageSuccess()) {
     return failWith();

@@ -73,7 +73,7 @@ void QVNReceiptServiceStrategy::shutdownService() {
 }
 
 PropertyList QVNReceiptServiceStrategy::componentsAndVersions() {
-  PropertyList records = manifest().componentsAndVersionsForProduct(configuration().productName().value_or(""));
+  PropertyList records = manifest().componentsAndVersionsForProduct(productName());
   const auto manifestState = static_cast<QVNInstallerState>(manifest().installerState());
   if (records.isNil() && isFailureState(manifestState)) {
     setInstallerState(manifestState);
@@ -83,7 +83,7 @@ PropertyList QVNReceiptServiceStrategy::componentsAndVersions() {
 
 std::optional<std::vector<std::string>> QVNReceiptServiceStrategy::fixPlanForValidation() {
   logging::debug("%s:", "fixPlanForValidation");
-  const auto components = manifest().componentListForProduct(configuration().productName().value_or(""));
+  const auto components = manifest().componentListForProduct(productName());
   const SharedPlan plan = components ? std::make_shared<Plan>(*components) : nullptr;
   executeActiveStrategy(
       std::make_shared<QVNValidateStrategy>(PropertyList(), "createFixPlan", this, controller(), plan));

@@ -7,7 +7,6 @@
 #include "InstallationDeployer/receipt/ReceiptLock.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/TemporaryNames.h"
-#include "general/logging/SystemLog.h"
 
 namespace deployer {
 
@@ -39,8 +38,7 @@ bool QVNRemoveReceiptStrategy::work() {
   }
   const auto lock = lockReceipts();
   if (const Status removed = removeReceipts(); !removed) {
-    logging::error("Unable to remove receipt at %@\n\terror: %@", configuration().receiptDirectory(), removed.error());
-    return failWith();
+    return fail("Unable to remove receipt at %@\n\terror: %@", configuration().receiptDirectory(), removed.error());
   }
   return true;
 }

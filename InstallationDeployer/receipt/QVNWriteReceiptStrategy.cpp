@@ -8,6 +8,7 @@
 #include "InstallationDeployer/receipt/FailedInstallCleanup.h"
 #include "InstallationDeployer/receipt/ReceiptLock.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/Result.h"
 #include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/TemporaryNames.h"
@@ -45,7 +46,7 @@ bool QVNWriteReceiptStrategy::execute(bool previousSuccess) {
 }
 
 bool QVNWriteReceiptStrategy::work() {
-  if (!plan() || plan()->empty()) {
+  if (plannedComponents().empty()) {
     return true;
   }
   const std::string bundlePath = configuration().bundlePath().value_or("");
@@ -90,8 +91,7 @@ bool QVNWriteReceiptStrategy::makeStagingFolder(const std::string& bundlePath) {
     made = files::createDirectory(stagingPath(), true, kDefaultDirectoryAttributes);
   }
   if (!made) {
-    logging::error("Error creating receipt directory, error: %@", made.error());
-    return failWith();
+    return fail("Error creating receipt directory, error: %@", made.error());
   }
   return true;
 }
@@ -100,7 +100,7 @@ bool QVNWriteReceiptStrategy::makeExecutablesRunnable() {
   for (const std::string_view name : kExecutables) {
     const std::string path = paths::append(paths::append(stagingPath(), kQVNExecutablesPath), name);
     if (const Status set = files::setAttributes(kReceiptExecutableAttributes, path); !set) {
-      return failBecause("Receipt incomplete. Unable to set execute attributes on file: %@\n%@", path, set.error());
+      return fail("Receipt incomplete. Unable to set execute attributes on file: %@\n%@", path, set.error());
     }
   }
   return true;
@@ -129,7 +129,7 @@ bool QVNWriteReceiptStrategy::removeExistingReceipt() {
     removed = files::removeItem(replaced);
   }
   if (!removed) {
-    return failBecause("Failed to remove existing receipt %@. %@", configuration().receiptPath(), removed.error());
+    return fail("Failed to remove existing receipt %@. %@", configuration().receiptPath(), removed.error());
   }
   return true;
 }
@@ -139,7 +139,7 @@ bool QVNWriteReceiptStrategy::moveReceiptIntoPlace() {
     return true;
   }
   if (const Status moved = files::moveItem(stagingPath(), configuration().receiptPath()); !moved) {
-    return failBecause("Failed to move receipt to %@. %@", configuration().receiptPath(), moved.error());
+    return fail("Failed to move receipt to %@. %@", configuration().receiptPath(), moved.error());
   }
   return true;
 }
@@ -153,7 +153,7 @@ void QVNWriteReceiptStrategy::removeTemporaryFolder() {
 bool QVNWriteReceiptStrategy::putOnDisk() {
   const std::string folder = configuration().receiptDirectory();
   if (const Status flushed = files::flushFileSystem(folder); !flushed) {
-    return failBecause("Failed to put what was written on disk at %@. %@", folder, flushed.error());
+    return fail("Failed to put what was written on disk at %@. %@", folder, flushed.error());
   }
   return true;
 }
@@ -175,31 +175,21 @@ bool QVNWriteReceiptStrategy::copyFile(const std::string& relativePath, const st
                                        const FileAttributes& directoryAttributes, bool isDirectory) {
   const std::string sourcePath = paths::append(source, relativePath);
   const std::string destinationPath = paths::append(destination, relativePath);
-  const auto failed = [&](std::string_view message, const std::string& path, const foundation::Error& error) {
-    logging::error(message, error, path);
-    return failWith();
-  };
   if (isDirectory) {
     const Status created = files::createDirectory(destinationPath, true, directoryAttributes);
-    return created || failed("error creating directory: %@ (%@)", destinationPath, created.error());
+    return created || fail("error creating directory: %@ (%@)", created.error(), destinationPath);
   }
   const auto content = files::read(sourcePath, buffer_);
   if (!content) {
-    return failed("error: %@ (%@)", sourcePath, content.error());
+    return fail("error: %@ (%@)", content.error(), sourcePath);
   }
   if (const Status written = files::writeAtomically(*content, destinationPath); !written) {
-    return failed("error writing: %@ (%@)", destinationPath, written.error());
+    return fail("error writing: %@ (%@)", written.error(), destinationPath);
   }
   if (const Status set = files::setAttributes(fileAttributes, destinationPath); !set) {
-    return failBecause("Unable to set attributes on file: %@\n%@", destinationPath, set.error());
+    return fail("Unable to set attributes on file: %@\n%@", destinationPath, set.error());
   }
   return true;
-}
-
-bool QVNWriteReceiptStrategy::failBecause(std::string_view message, const std::string& path,
-                                          const foundation::Error& error) {
-  logging::error(message, path, error);
-  return failWith();
 }
 
 }  // namespace deployer

@@ -3,8 +3,6 @@
 #include <string>
 
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
-#include "general/foundation/Error.h"
-#include "general/foundation/Result.h"
 #include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/files/FileBuffer.h"
 
@@ -51,7 +49,6 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
   void removeTemporaryFolder();
   /// Waits until everything written to the receipt's file system so far is on disk.
   bool putOnDisk();
-  bool failBecause(std::string_view message, const std::string& path, const foundation::Error& error);
 
   foundation::FileBuffer buffer_;
 };

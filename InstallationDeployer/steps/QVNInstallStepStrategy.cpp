@@ -1,7 +1,8 @@
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 
+#include <optional>
+
 #include "general/foundation/Thread.h"
-#include "general/logging/SystemLog.h"
 
 namespace deployer {
 namespace {
@@ -90,6 +91,26 @@ bool QVNInstallStepStrategy::requireReceiptLocation() {
   logging::error("%@ must run from the receipt location.\n\tCurrently running from: %@", className(),
                  configuration().bundlePath());
   return false;
+}
+
+const Plan& QVNInstallStepStrategy::plannedComponents() const {
+  static const Plan kNone;
+  return plan_ ? *plan_ : kNone;
+}
+
+std::string QVNInstallStepStrategy::productName() const { return configuration().productName().value_or(""); }
+
+bool QVNInstallStepStrategy::walkPlannedEntries(const EntryBlock& block) {
+  const bool walked = manifest().walkManifestFileListForComponents(
+      plan_ ? std::optional(*plan_) : std::nullopt, true, true,
+      [&block](const std::string& component, const PropertyList&, const PropertyList& entry) {
+        return block(component, entry);
+      });
+  // A manifest that cannot be read has been logged, but no entry has set a state then.
+  if (!walked && !isFailureState(installerState())) {
+    setInstallerState(QVNInstallerStateFailed);
+  }
+  return walked;
 }
 
 std::vector<std::string> descriptionsOf(const StepList& steps) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 
 #include "InstallationDeployer/steps/InstallRun.h"
 #include "general/foundation/propertylist/PropertyList.h"
+#include "general/logging/SystemLog.h"
 
 namespace deployer {
 
@@ -65,17 +67,41 @@ class QVNInstallStepStrategy {
   [[nodiscard]] virtual std::string_view className() const { return "QVNInstallStepStrategy"; }
 
  protected:
+  /// (component name, file entry) -> go on.
+  using EntryBlock = std::function<bool(const std::string&, const PropertyList&)>;
+
   /// What the step is there for; its success. Called once nothing before the step has failed.
   [[nodiscard]] virtual bool work() { return true; }
   /// Logs and keeps the state without telling anybody.
   void keepInstallerState(QVNInstallerState state);
   /// Hands the state to the parent, or to the run where there is none.
   void passOnInstallerState(QVNInstallerState state);
-  /// Ends the step's work: sets a failure state and returns false, to be returned by the caller.
+
+  /// These end the step's work: log what is wrong as an error, where there is something to say, set a failure state and
+  /// return false, to be returned by the caller.
+  template <class... Arguments>
+  bool fail(std::string_view message, const Arguments&... arguments) {
+    return failWith(QVNInstallerStateFailed, message, arguments...);
+  }
+  template <class... Arguments>
+  bool failWith(QVNInstallerState state, std::string_view message, const Arguments&... arguments) {
+    logging::error(message, arguments...);
+    return failWith(state);
+  }
   bool failWith(QVNInstallerState state = QVNInstallerStateFailed);
+
   /// Whether the engine runs from the receipt's location. Otherwise the step, which may run from nowhere else, has
   /// failed.
   [[nodiscard]] bool requireReceiptLocation();
+
+  /// The names in the plan; none where there is no plan.
+  [[nodiscard]] const Plan& plannedComponents() const;
+  /// The product's name; empty where it is not known.
+  [[nodiscard]] std::string productName() const;
+  /// Calls the block for the file entries of the planned components, what a directory holds before the directory. Ends
+  /// at the first entry that fails. Without a plan, or with a manifest that cannot be read, it fails, too; the step
+  /// then has a failure state in any case.
+  [[nodiscard]] bool walkPlannedEntries(const EntryBlock& block);
 
  private:
   PropertyList installPhaseDictionary_;

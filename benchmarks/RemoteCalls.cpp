@@ -124,7 +124,7 @@ void serve(int readyEnd) {
     while (service->runUntil(Clock::time_point::max())) {
     }
   });
-  worker->addTimer(std::chrono::hours(1), true, {});
+  const auto timer = worker->addTimer(std::chrono::hours(1), true, {});
   while (worker->runUntil(Clock::time_point::max())) {
   }
 }

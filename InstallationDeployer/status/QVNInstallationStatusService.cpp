@@ -1,6 +1,5 @@
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 
-#include <chrono>
 #include <exception>
 #include <utility>
 
@@ -18,8 +17,6 @@ using foundation::RunLoop;
 namespace {
 
 constexpr const char* kStatusServerThreadName = "status server thread";
-// The flag is read again at least this often.
-constexpr std::chrono::milliseconds kWakeUpInterval{500};
 
 }  // namespace
 
@@ -144,16 +141,13 @@ bool QVNInstallationStatusService::vend() {
 }
 
 void QVNInstallationStatusService::serveUntilShutdown(RunLoop& runLoop) {
-  const auto timer = runLoop.addTimer(kWakeUpInterval, true, {});
   try {
-    while (runLoopShouldKeepRunning() && runLoop.runUntil(RunLoop::Clock::time_point::max())) {
-    }
+    runLoop.runWhile([this] { return runLoopShouldKeepRunning(); });
     // What was asked or announced before the shutdown is still answered and sent.
     runLoop.runUntil(RunLoop::Clock::now());
   } catch (const std::exception& exception) {
     logging::error("The installation deployer status service cannot go on. %@", exception.what());
   }
-  runLoop.removeSource(timer);
 }
 
 void QVNInstallationStatusService::endServerThread() {

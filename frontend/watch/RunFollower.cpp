@@ -32,10 +32,7 @@ RunFollower::RunFollower(RunListener& listener, foundation::Task& engine, Clock:
 RunFollower::RunFollower(RunListener& listener, int processIdentifier)
     : listener_(listener), process_(processIdentifier) {}
 
-RunFollower::~RunFollower() {
-  dropConnection();
-  loop_->removeSource(timer_);
-}
+RunFollower::~RunFollower() = default;
 
 RunEnd RunFollower::follow() {
   setTimer(kBetweenAttemptsToConnect);
@@ -153,7 +150,7 @@ void RunFollower::loseConnection(const std::string& reason) {
 }
 
 void RunFollower::dropConnection() {
-  loop_->removeSource(std::exchange(readable_, 0));
+  readable_.reset();
   connection_.reset();
 }
 
@@ -199,7 +196,6 @@ void RunFollower::engineExited() {
 }
 
 void RunFollower::setTimer(milliseconds interval) {
-  loop_->removeSource(timer_);
   timer_ = loop_->addTimer(interval, true, [this] { turn(); });
 }
 

@@ -88,8 +88,8 @@ class RunFollower {
   std::shared_ptr<foundation::RunLoop> loop_ = foundation::RunLoop::current();
   std::optional<foundation::TaskExitSource> engineExit_;
   std::unique_ptr<StatusConnection> connection_;
-  foundation::RunLoop::SourceId readable_ = 0;
-  foundation::RunLoop::SourceId timer_ = 0;
+  foundation::RunLoop::Source readable_;
+  foundation::RunLoop::Source timer_;
   const Clock::duration patience_ = kPatienceWithStart;
   Clock::time_point heard_ = Clock::now();  ///< when it began, or when the engine last answered
   Clock::time_point acknowledged_;

@@ -123,7 +123,7 @@ struct Arrival {
   enum class State { Unfinished, Complete, Worthless };
 
   Descriptor socket;
-  RunLoop::SourceId source = 0;
+  RunLoop::Source source;
   FrameReader reader{kLargestNotification};
   std::optional<std::string> content;
 
@@ -196,12 +196,10 @@ class NotificationObserver::Implementation : public std::enable_shared_from_this
     }
   }
   void close() {
-    loop_->removeSource(listening_);
-    loop_->removeSource(pause_);
+    listening_.reset();
+    pause_.reset();
     listener_.reset();
-    while (!arrivals_.empty()) {
-      forget(arrivals_.begin());
-    }
+    arrivals_.clear();
     for (const auto& registration : registrations_) {
       registration->removed = true;
     }
@@ -221,7 +219,7 @@ class NotificationObserver::Implementation : public std::enable_shared_from_this
  private:
   using Arrivals = std::list<Arrival>;
 
-  RunLoop::SourceId watch(int descriptor) {
+  RunLoop::Source watch(int descriptor) {
     return loop_->addDescriptor(descriptor, RunLoop::Interest::Readable, [weak = weak_from_this()] {
       if (const auto self = weak.lock()) {
         self->listen();
@@ -252,7 +250,7 @@ class NotificationObserver::Implementation : public std::enable_shared_from_this
       }
       // It is root's, so there is nothing to authenticate.
       auto message = state == Arrival::State::Complete ? decode(*arrival->content) : std::nullopt;
-      forget(arrival);
+      arrivals_.erase(arrival);
       if (message && message->kind == Message::Kind::Notification) {
         return std::move(message->notification);
       }
@@ -274,7 +272,7 @@ class NotificationObserver::Implementation : public std::enable_shared_from_this
       return true;
     }
     if (arrivals_.size() >= kMostUnfinished) {
-      forget(arrivals_.begin());
+      arrivals_.pop_front();
     }
     Arrival& arrival = arrivals_.emplace_back();
     arrival.source = watch(socket.number());
@@ -283,17 +281,12 @@ class NotificationObserver::Implementation : public std::enable_shared_from_this
   }
 
   void pauseAccepting() {
-    loop_->removeSource(listening_);
+    listening_.reset();
     pause_ = loop_->addTimer(kPauseWithoutDescriptors, false, [weak = weak_from_this()] {
       if (const auto self = weak.lock(); self != nullptr && self->isOpen()) {
         self->listening_ = self->watch(self->listener_->number());
       }
     });
-  }
-
-  void forget(Arrivals::iterator arrival) {
-    loop_->removeSource(arrival->source);
-    arrivals_.erase(arrival);
   }
 
   void deliver(const Notification& notification) {
@@ -307,8 +300,8 @@ class NotificationObserver::Implementation : public std::enable_shared_from_this
 
   const std::shared_ptr<RunLoop> loop_ = RunLoop::current();
   std::unique_ptr<ObserverSocket> listener_;
-  RunLoop::SourceId listening_ = 0;
-  RunLoop::SourceId pause_ = 0;
+  RunLoop::Source listening_;
+  RunLoop::Source pause_;
   Arrivals arrivals_;
   std::vector<std::shared_ptr<Registration>> registrations_;
 };

@@ -37,11 +37,10 @@ SocketListener::SocketListener(Descriptor listener, Peers peers, const Limits& l
 }
 
 SocketListener::~SocketListener() {
-  loop_->removeSource(accepting_);
-  loop_->removeSource(pause_);
+  // A handler that ends this object holds its peer for a moment longer.
   for (const auto& [id, peer] : connected_) {
-    loop_->removeSource(peer->readable);
-    loop_->removeSource(peer->writable);
+    peer->readable.reset();
+    peer->writable.reset();
   }
 }
 
@@ -72,12 +71,12 @@ bool SocketListener::isFull() const {
 }
 
 void SocketListener::pauseUntilSomebodyLeaves() {
-  loop_->removeSource(accepting_);
+  accepting_.reset();
   waitingForRoom_ = true;
 }
 
 void SocketListener::pauseAccepting() {
-  loop_->removeSource(accepting_);
+  accepting_.reset();
   pause_ = loop_->addTimer(kPauseWithoutDescriptors, false, [this] { listen(); });
 }
 
@@ -160,7 +159,7 @@ void SocketListener::handOverFrames(PeerId id) {
 
 // Its descriptor stays readable, so watching it on would keep the loop busy.
 void SocketListener::putAside(PeerId id, Peer& peer) {
-  loop_->removeSource(std::exchange(peer.readable, 0));
+  peer.readable.reset();
   putAside_.push_back(id);
 }
 
@@ -168,7 +167,7 @@ void SocketListener::resume() {
   held_ = false;
   for (const PeerId id : std::exchange(putAside_, {})) {
     const auto peer = find(id);
-    if (peer && peer->readable == 0) {
+    if (peer && !peer->readable) {
       watch(id, *peer);
     }
   }
@@ -219,7 +218,7 @@ void SocketListener::flush(PeerId id) {
     }
     peer->output.erase(0, static_cast<std::size_t>(sent));
   }
-  loop_->removeSource(std::exchange(peer->writable, 0));
+  peer->writable.reset();
   if (peer->leaving) {
     close(id);
   }
@@ -227,7 +226,7 @@ void SocketListener::flush(PeerId id) {
 
 void SocketListener::waitUntilWritable(PeerId id) {
   const auto peer = find(id);
-  if (peer->writable == 0) {
+  if (!peer->writable) {
     peer->writable =
         loop_->addDescriptor(peer->socket.number(), RunLoop::Interest::Writable, [this, id] { flush(id); });
   }
@@ -238,8 +237,8 @@ void SocketListener::close(PeerId id) {
   if (!peer) {
     return;
   }
-  loop_->removeSource(peer->readable);
-  loop_->removeSource(peer->writable);
+  peer->readable.reset();
+  peer->writable.reset();
   connected_.erase(id);
   // Others may hold the object for a moment longer, but the connection ends now.
   peer->socket.reset();

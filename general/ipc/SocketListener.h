@@ -62,8 +62,8 @@ class SocketListener {
     uid_t user;
     FrameReader reader;
     std::string output;
-    foundation::RunLoop::SourceId readable = 0;
-    foundation::RunLoop::SourceId writable = 0;
+    foundation::RunLoop::Source readable;
+    foundation::RunLoop::Source writable;
     bool leaving = false;
   };
 
@@ -89,8 +89,8 @@ class SocketListener {
   Peers peers_;
   Limits limits_;
   Handlers handlers_;
-  foundation::RunLoop::SourceId accepting_ = 0;
-  foundation::RunLoop::SourceId pause_ = 0;
+  foundation::RunLoop::Source accepting_;
+  foundation::RunLoop::Source pause_;
   bool waitingForRoom_ = false;
   bool held_ = false;
   std::vector<PeerId> putAside_;  // who had something to say meanwhile

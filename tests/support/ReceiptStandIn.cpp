@@ -72,10 +72,7 @@ class StandIn {
     vend(deployer::kQVNInstallationReceiptProtocol, "receipt", deployer::receiptServiceNameOfProcess(getpid()),
          deployer::kQVNInstallationReceiptServiceStartedNotification, receipt);
     const auto loop = RunLoop::current();
-    // Without its services it would have nothing to wait for.
-    loop->addTimer(std::chrono::seconds(1), true, {});
-    while (!ended_ && loop->runUntil(RunLoop::Clock::now() + std::chrono::seconds(1))) {
-    }
+    loop->runWhile([&] { return !ended_; });
     return 0;
   }
 
@@ -93,7 +90,7 @@ class StandIn {
     dieAt(message);
     if (dies_ == "after " + message) {
       // The answer is on its way before the loop turns again.
-      RunLoop::current()->addTimer(std::chrono::milliseconds(0), false, die);
+      death_ = RunLoop::current()->addTimer(std::chrono::milliseconds(0), false, die);
     }
     if (setting("RECEIPT_WAITS") == message) {
       std::fputs("the receipt waits\n", stderr);
@@ -120,6 +117,7 @@ class StandIn {
   const std::string dies_ = setting("RECEIPT_DIES");
   std::string object_;
   bool ended_ = false;
+  RunLoop::Source death_;
 };
 
 }  // namespace

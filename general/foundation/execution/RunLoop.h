@@ -7,16 +7,46 @@
 
 namespace foundation {
 
+class LoopSources;
+
 /// Delivers timers, readiness of descriptors and work handed over by other threads to one thread, that calls
-/// runUntil(). Everything but perform() and wakeUp() belongs to that thread. Handlers may add and remove sources, their
-/// own included, and may turn the loop again: such an inner turn serves every source, the one being served included,
-/// except timers whose handler is still running. A handler that throws ends the turn with its exception.
+/// runUntil() or runWhile(). Everything but perform() and wakeUp() belongs to that thread, the sources included.
+/// Handlers may add and remove sources, their own included, and may turn the loop again: such an inner turn serves
+/// every source, the one being served included, except timers whose handler is still running. A handler that throws
+/// ends the turn with its exception.
 class RunLoop {
  public:
   using Clock = std::chrono::steady_clock;
   using Handler = std::function<void()>;
+  using Condition = std::function<bool()>;
   enum class Interest { Readable, Writable };
-  using SourceId = std::uint64_t;
+
+  /// How long a wait goes on at most before it looks again at what it waits for.
+  static constexpr std::chrono::milliseconds kTurn{500};
+
+  /// Owns a timer or a watched descriptor: at its end the source is removed from the loop and not served again, not
+  /// even in a turn that runs already. It must end on the loop's thread, or when that thread has ended; it may outlive
+  /// the loop, and then does nothing. A timer that came due for the only time is gone without it.
+  class Source {
+   public:
+    Source() = default;  ///< none
+    ~Source();
+    Source(Source&& other) noexcept;
+    Source& operator=(Source&& other) noexcept;
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+
+    /// Whether it was given a source since it was last empty.
+    explicit operator bool() const { return number_ != 0; }
+    /// Removes the source now. A handler may do so with its own.
+    void reset();
+
+   private:
+    friend class RunLoop;
+    Source(const std::shared_ptr<LoopSources>& sources, std::uint64_t number);
+    std::weak_ptr<LoopSources> sources_;
+    std::uint64_t number_ = 0;
+  };
 
   /// A loop of the calling thread that is not its current().
   RunLoop();
@@ -28,18 +58,22 @@ class RunLoop {
   [[nodiscard]] static std::shared_ptr<RunLoop> current();
 
   /// @param interval until the first and between further deliveries; deliveries that were missed are not made up for.
-  /// @return an id for removeSource(). An empty handler only wakes the loop.
-  SourceId addTimer(std::chrono::milliseconds interval, bool repeats, Handler handler);
+  /// @param handler an empty one only wakes the loop.
+  [[nodiscard]] Source addTimer(std::chrono::milliseconds interval, bool repeats, Handler handler);
   /// The descriptor must stay open until the source is removed. The handler runs in every turn in which the descriptor
   /// is ready, at its end or broken; it should not count on a read that cannot block.
-  SourceId addDescriptor(int descriptor, Interest interest, Handler handler);
-  /// Once removed, a source is not served again. Ids that are no longer known are ignored.
-  void removeSource(SourceId source);
+  [[nodiscard]] Source addDescriptor(int descriptor, Interest interest, Handler handler);
+  /// The same as source.reset(), or as its end.
+  void removeSource(const Source& source);
 
   /// Runs one turn: waits until at least one source was served, wakeUp() was called or the deadline passed. Serves what
   /// is ready even when the deadline has passed already. False at once when there is no source at all and no work
   /// waits.
   bool runUntil(Clock::time_point deadline);
+  /// Runs turns as long as the condition holds, also when there is no source. It is looked at before every turn, and a
+  /// turn lasts kTurn at most; whoever changes it on another thread calls wakeUp() if that is too long.
+  /// @param afterTurn runs after each turn, unless the condition holds no more.
+  void runWhile(const Condition& condition, const Handler& afterTurn = {});
 
   /// From any thread: runs the work on the loop's thread, in the order in which it was handed over; with `wait`,
   /// returns when it is done (called on the loop's own thread, it then runs at once). False when the loop's thread has

@@ -26,12 +26,12 @@ void passOn(int signal) {
 }  // namespace
 
 SignalSource::SignalSource(RunLoop& loop, const std::vector<int>& signals, std::function<void(int)> handler)
-    : loop_(loop), handler_(std::move(handler)), pipe_(makePipe()) {
+    : handler_(std::move(handler)), pipe_(makePipe()) {
   if (!pipe_ || !setNonBlocking(pipe_->readEnd) || !setNonBlocking(pipe_->writeEnd)) {
     throw std::runtime_error("no pipe for signals can be made");
   }
   gWriteEnd = pipe_->writeEnd.number();
-  source_ = loop_.addDescriptor(pipe_->readEnd.number(), RunLoop::Interest::Readable, [this] { deliver(); });
+  source_ = loop.addDescriptor(pipe_->readEnd.number(), RunLoop::Interest::Readable, [this] { deliver(); });
   struct sigaction wanted = {};
   wanted.sa_handler = passOn;
   wanted.sa_flags = SA_RESTART;
@@ -50,7 +50,6 @@ SignalSource::~SignalSource() {
   for (const Earlier& earlier : earlier_) {
     sigaction(earlier.signal, &earlier.action, nullptr);
   }
-  loop_.removeSource(source_);
   gWriteEnd = -1;
 }
 

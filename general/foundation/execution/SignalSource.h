@@ -12,7 +12,7 @@ namespace foundation {
 
 /// Delivers signals on a run loop, as long as it exists, instead of letting them do what they do. A signal that was
 /// ignored before (a command started in the background) stays ignored. One at a time in a process; it belongs to the
-/// loop's thread, and the loop outlives it.
+/// loop's thread.
 class SignalSource {
  public:
   /// @param handler called with the signal's number, once for each that came (the system may fold equal ones into one).
@@ -28,10 +28,9 @@ class SignalSource {
   };
   void deliver();
 
-  RunLoop& loop_;
   std::function<void(int)> handler_;
   std::optional<Pipe> pipe_;
-  RunLoop::SourceId source_ = 0;
+  RunLoop::Source source_;
   std::vector<Earlier> earlier_;
 };
 

@@ -217,7 +217,6 @@ TEST_F(RunFollowerTest, LeavesTheRunWhenToldToAndAcknowledgesNothing) {
     RunFollower follower(*this, process_);
     const auto timer = loop->addTimer(std::chrono::milliseconds(1), false, [&] { follower.detach(); });
     EXPECT_EQ(follower.follow().kind, RunEnd::Kind::Detached);
-    loop->removeSource(timer);
   }
   EXPECT_FALSE(service.wasShutDown);
   EXPECT_FALSE(loop->runUntil(RunLoop::Clock::now())) << "the follower left something in the loop";

@@ -169,7 +169,6 @@ int vend(Shared& shared, const VendingProcess::Options& options, int ready) {
   while (RunLoop::current()->runUntil(RunLoop::Clock::time_point::max())) {
     ++shared.turns;
   }
-  RunLoop::current()->removeSource(timer);
   return 0;
 }
 

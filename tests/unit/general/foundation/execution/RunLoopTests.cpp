@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "general/foundation/execution/Pipe.h"
@@ -49,7 +50,7 @@ TEST(RunLoop, ReturnsFalseAtOnceWithoutASourceOrWork) {
 TEST(RunLoop, ReturnsAtTheDeadlineWhenNothingIsServed) {
   RunLoop loop;
   bool served = false;
-  loop.addTimer(std::chrono::hours(1), false, [&] { served = true; });
+  const auto timer = loop.addTimer(std::chrono::hours(1), false, [&] { served = true; });
   const auto deadline = Clock::now() + milliseconds(5);
   EXPECT_TRUE(loop.runUntil(deadline));
   EXPECT_GE(Clock::now(), deadline);
@@ -59,7 +60,7 @@ TEST(RunLoop, ReturnsAtTheDeadlineWhenNothingIsServed) {
 TEST(RunLoop, ServesATimerOnceAndForgetsIt) {
   RunLoop loop;
   int served = 0;
-  loop.addTimer(milliseconds(1), false, [&] { ++served; });
+  const auto timer = loop.addTimer(milliseconds(1), false, [&] { ++served; });
   EXPECT_TRUE(loop.runUntil(farAway()));
   EXPECT_EQ(served, 1);
   EXPECT_FALSE(loop.runUntil(farAway()));
@@ -68,19 +69,19 @@ TEST(RunLoop, ServesATimerOnceAndForgetsIt) {
 TEST(RunLoop, ServesAPeriodicTimerUntilItIsRemoved) {
   RunLoop loop;
   int served = 0;
-  const auto timer = loop.addTimer(milliseconds(1), true, [&] { ++served; });
+  auto timer = loop.addTimer(milliseconds(1), true, [&] { ++served; });
   for (int turn = 1; turn <= 3; ++turn) {
     EXPECT_TRUE(loop.runUntil(farAway()));
     EXPECT_EQ(served, turn);
   }
-  loop.removeSource(timer);
+  timer.reset();
   EXPECT_FALSE(loop.runUntil(farAway()));
 }
 
 TEST(RunLoop, DeliversNoTimerBeforeItsTime) {
   RunLoop loop;
   const auto start = Clock::now();
-  loop.addTimer(milliseconds(20), false, {});
+  const auto timer = loop.addTimer(milliseconds(20), false, {});
   EXPECT_TRUE(loop.runUntil(farAway()));
   EXPECT_GE(Clock::now() - start, milliseconds(20));
 }
@@ -88,8 +89,8 @@ TEST(RunLoop, DeliversNoTimerBeforeItsTime) {
 TEST(RunLoop, ServesTimersInTheOrderInWhichTheyAreDue) {
   RunLoop loop;
   std::string order;
-  loop.addTimer(milliseconds(2), false, [&] { order += 'b'; });
-  loop.addTimer(milliseconds(1), false, [&] { order += 'a'; });
+  const auto second = loop.addTimer(milliseconds(2), false, [&] { order += 'b'; });
+  const auto first = loop.addTimer(milliseconds(1), false, [&] { order += 'a'; });
   while (loop.runUntil(farAway())) {
   }
   EXPECT_EQ(order, "ab");
@@ -98,7 +99,7 @@ TEST(RunLoop, ServesTimersInTheOrderInWhichTheyAreDue) {
 TEST(RunLoop, ServesWhatIsDueAlsoAfterTheDeadline) {
   RunLoop loop;
   bool served = false;
-  loop.addTimer(milliseconds(0), false, [&] { served = true; });
+  const auto timer = loop.addTimer(milliseconds(0), false, [&] { served = true; });
   EXPECT_TRUE(loop.runUntil(Clock::time_point::min()));
   EXPECT_TRUE(served);
 }
@@ -106,17 +107,17 @@ TEST(RunLoop, ServesWhatIsDueAlsoAfterTheDeadline) {
 TEST(RunLoop, TakesAnyInterval) {
   RunLoop loop;
   int served = 0;
-  const auto negative = loop.addTimer(milliseconds(-5), true, [&] { ++served; });
-  loop.addTimer(kNever, true, [] { FAIL(); });
+  auto negative = loop.addTimer(milliseconds(-5), true, [&] { ++served; });
+  const auto timer = loop.addTimer(kNever, true, [] { FAIL(); });
   EXPECT_TRUE(loop.runUntil(farAway()));
-  loop.removeSource(negative);
+  negative.reset();
   EXPECT_EQ(served, 1);
   EXPECT_TRUE(loop.runUntil(Clock::now()));
 }
 
 TEST(RunLoop, AnEmptyHandlerOnlyWakesTheLoop) {
   RunLoop loop;
-  loop.addTimer(milliseconds(1), true, {});
+  const auto timer = loop.addTimer(milliseconds(1), true, {});
   EXPECT_TRUE(loop.runUntil(farAway()));
 }
 
@@ -124,7 +125,7 @@ TEST(RunLoop, ServesAReadableDescriptorWhileItIsReadable) {
   RunLoop loop;
   const Pipe pipe = openPipe();
   int served = 0;
-  const auto source = loop.addDescriptor(pipe.readEnd.number(), RunLoop::Interest::Readable, [&] { ++served; });
+  auto source = loop.addDescriptor(pipe.readEnd.number(), RunLoop::Interest::Readable, [&] { ++served; });
   EXPECT_TRUE(loop.runUntil(Clock::now()));
   EXPECT_EQ(served, 0);
   fill(pipe);
@@ -134,7 +135,7 @@ TEST(RunLoop, ServesAReadableDescriptorWhileItIsReadable) {
   drain(pipe);
   EXPECT_TRUE(loop.runUntil(Clock::now()));
   EXPECT_EQ(served, 2);
-  loop.removeSource(source);
+  source.reset();
   EXPECT_FALSE(loop.runUntil(farAway()));
 }
 
@@ -142,7 +143,7 @@ TEST(RunLoop, ServesAWritableDescriptor) {
   RunLoop loop;
   const Pipe pipe = openPipe();
   bool served = false;
-  loop.addDescriptor(pipe.writeEnd.number(), RunLoop::Interest::Writable, [&] { served = true; });
+  const auto source = loop.addDescriptor(pipe.writeEnd.number(), RunLoop::Interest::Writable, [&] { served = true; });
   EXPECT_TRUE(loop.runUntil(farAway()));
   EXPECT_TRUE(served);
 }
@@ -151,7 +152,7 @@ TEST(RunLoop, ServesADescriptorWhoseOtherEndWentAway) {
   RunLoop loop;
   Pipe pipe = openPipe();
   bool served = false;
-  loop.addDescriptor(pipe.readEnd.number(), RunLoop::Interest::Readable, [&] { served = true; });
+  const auto source = loop.addDescriptor(pipe.readEnd.number(), RunLoop::Interest::Readable, [&] { served = true; });
   pipe.writeEnd.reset();
   EXPECT_TRUE(loop.runUntil(farAway()));
   EXPECT_TRUE(served);
@@ -160,9 +161,9 @@ TEST(RunLoop, ServesADescriptorWhoseOtherEndWentAway) {
 TEST(RunLoop, AHandlerMayRemoveItsOwnSource) {
   RunLoop loop;
   const auto witness = std::make_shared<int>(0);
-  RunLoop::SourceId timer = 0;
-  timer = loop.addTimer(milliseconds(0), true, [&loop, &timer, witness] {
-    loop.removeSource(timer);
+  RunLoop::Source timer;
+  timer = loop.addTimer(milliseconds(0), true, [&timer, witness] {
+    timer.reset();
     ++*witness;
   });
   EXPECT_TRUE(loop.runUntil(farAway()));
@@ -178,11 +179,11 @@ TEST(RunLoop, ASourceThatAnotherHandlerRemovedIsNotServed) {
   fill(first);
   fill(second);
   int served = 0;
-  RunLoop::SourceId sources[2] = {};
+  RunLoop::Source sources[2];
   const auto removeBoth = [&] {
     ++served;
-    loop.removeSource(sources[0]);
-    loop.removeSource(sources[1]);
+    sources[0].reset();
+    sources[1].reset();
   };
   sources[0] = loop.addDescriptor(first.readEnd.number(), RunLoop::Interest::Readable, removeBoth);
   sources[1] = loop.addDescriptor(second.readEnd.number(), RunLoop::Interest::Readable, removeBoth);
@@ -193,22 +194,81 @@ TEST(RunLoop, ASourceThatAnotherHandlerRemovedIsNotServed) {
 TEST(RunLoop, ATimerThatAnotherTimerRemovedIsNotServed) {
   RunLoop loop;
   int served = 0;
-  RunLoop::SourceId timers[2] = {};
-  for (RunLoop::SourceId& timer : timers) {
+  RunLoop::Source timers[2];
+  for (RunLoop::Source& timer : timers) {
     timer = loop.addTimer(milliseconds(0), true, [&] {
       ++served;
-      loop.removeSource(timers[0]);
-      loop.removeSource(timers[1]);
+      timers[0].reset();
+      timers[1].reset();
     });
   }
   EXPECT_TRUE(loop.runUntil(farAway()));
   EXPECT_EQ(served, 1);
 }
 
+TEST(RunLoop, ASourceIsRemovedWithItsOwner) {
+  RunLoop loop;
+  const auto witness = std::make_shared<int>(0);
+  {
+    const RunLoop::Source timer = loop.addTimer(milliseconds(0), true, [witness] { FAIL(); });
+    EXPECT_EQ(witness.use_count(), 2);
+  }
+  EXPECT_EQ(witness.use_count(), 1);
+  EXPECT_FALSE(loop.runUntil(farAway()));
+}
+
+TEST(RunLoop, ASourceStaysWhenItsOwnerIsMoved) {
+  RunLoop loop;
+  int served = 0;
+  RunLoop::Source first = loop.addTimer(milliseconds(0), true, [&] { ++served; });
+  RunLoop::Source second(std::move(first));
+  EXPECT_TRUE(second);
+  EXPECT_TRUE(loop.runUntil(farAway()));
+  RunLoop::Source third;
+  EXPECT_FALSE(third);
+  third = std::move(second);
+  EXPECT_TRUE(loop.runUntil(farAway()));
+  EXPECT_EQ(served, 2);
+  third.reset();
+  EXPECT_FALSE(third);
+  EXPECT_FALSE(loop.runUntil(farAway()));
+}
+
+TEST(RunLoop, AnOwnerThatIsGivenAnotherSourceRemovesItsFirst) {
+  RunLoop loop;
+  bool served = false;
+  RunLoop::Source timer = loop.addTimer(milliseconds(0), false, [] { FAIL(); });
+  timer = loop.addTimer(milliseconds(0), false, [&] { served = true; });
+  EXPECT_TRUE(loop.runUntil(farAway()));
+  EXPECT_TRUE(served);
+  EXPECT_FALSE(loop.runUntil(farAway()));
+}
+
+TEST(RunLoop, ASourceMayOutliveItsLoop) {
+  const auto witness = std::make_shared<int>(0);
+  auto loop = std::make_unique<RunLoop>();
+  RunLoop::Source timer = loop->addTimer(kNever, true, [witness] { FAIL(); });
+  loop.reset();
+  EXPECT_EQ(witness.use_count(), 1) << "what the handler held is gone with the loop";
+  timer.reset();
+  EXPECT_FALSE(timer);
+}
+
+TEST(RunLoop, ASourceThatAnotherOneOwnsIsRemovedWithIt) {
+  RunLoop loop;
+  auto inner = std::make_shared<RunLoop::Source>(loop.addTimer(milliseconds(0), true, [] { FAIL(); }));
+  RunLoop::Source outer = loop.addTimer(milliseconds(0), true, [inner] { FAIL(); });
+  inner.reset();
+  outer.reset();
+  EXPECT_FALSE(loop.runUntil(farAway()));
+}
+
 TEST(RunLoop, AHandlerMayAddSources) {
   RunLoop loop;
   bool served = false;
-  loop.addTimer(milliseconds(0), false, [&] { loop.addTimer(milliseconds(0), false, [&] { served = true; }); });
+  RunLoop::Source added;
+  const auto timer = loop.addTimer(milliseconds(0), false,
+                                   [&] { added = loop.addTimer(milliseconds(0), false, [&] { served = true; }); });
   EXPECT_TRUE(loop.runUntil(farAway()));
   EXPECT_TRUE(loop.runUntil(farAway()));
   EXPECT_TRUE(served);
@@ -218,11 +278,11 @@ TEST(RunLoop, AHandlerMayTurnTheLoop) {
   RunLoop loop;
   const Pipe pipe = openPipe();
   std::string order;
-  loop.addDescriptor(pipe.readEnd.number(), RunLoop::Interest::Readable, [&] {
+  const auto source = loop.addDescriptor(pipe.readEnd.number(), RunLoop::Interest::Readable, [&] {
     drain(pipe);
     order += 'd';
   });
-  loop.addTimer(milliseconds(0), false, [&] {
+  const auto timer = loop.addTimer(milliseconds(0), false, [&] {
     order += '(';
     fill(pipe);
     EXPECT_TRUE(loop.runUntil(farAway()));
@@ -236,7 +296,7 @@ TEST(RunLoop, AnInnerTurnServesTheDescriptorWhoseHandlerRuns) {
   RunLoop loop;
   const Pipe pipe = openPipe();
   int depth = 0;
-  loop.addDescriptor(pipe.readEnd.number(), RunLoop::Interest::Readable, [&] {
+  const auto source = loop.addDescriptor(pipe.readEnd.number(), RunLoop::Interest::Readable, [&] {
     drain(pipe);
     if (++depth == 1) {
       fill(pipe);
@@ -252,7 +312,7 @@ TEST(RunLoop, AnInnerTurnServesTheDescriptorWhoseHandlerRuns) {
 TEST(RunLoop, AnInnerTurnDoesNotServeTheTimerWhoseHandlerRuns) {
   RunLoop loop;
   int depth = 0;
-  loop.addTimer(milliseconds(0), true, [&] {
+  const auto timer = loop.addTimer(milliseconds(0), true, [&] {
     ASSERT_EQ(++depth, 1);
     EXPECT_TRUE(loop.runUntil(Clock::now() + milliseconds(2)));
     --depth;
@@ -269,14 +329,14 @@ TEST(RunLoop, WhatAnInnerTurnConsumedIsNotServedFromAnOldLook) {
   fill(second);
   int secondServed = 0;
   bool turned = false;
-  loop.addDescriptor(first.readEnd.number(), RunLoop::Interest::Readable, [&] {
+  const auto ofFirst = loop.addDescriptor(first.readEnd.number(), RunLoop::Interest::Readable, [&] {
     drain(first);
     if (!turned) {
       turned = true;
       EXPECT_TRUE(loop.runUntil(farAway()));
     }
   });
-  loop.addDescriptor(second.readEnd.number(), RunLoop::Interest::Readable, [&] {
+  const auto ofSecond = loop.addDescriptor(second.readEnd.number(), RunLoop::Interest::Readable, [&] {
     ++secondServed;
     drain(second);
   });
@@ -287,7 +347,7 @@ TEST(RunLoop, WhatAnInnerTurnConsumedIsNotServedFromAnOldLook) {
 TEST(RunLoop, AnExceptionOfAHandlerEndsTheTurnAndLeavesTheLoopUsable) {
   RunLoop loop;
   int served = 0;
-  loop.addTimer(milliseconds(0), true, [&] {
+  const auto timer = loop.addTimer(milliseconds(0), true, [&] {
     if (++served == 1) {
       throw std::runtime_error("handler");
     }
@@ -295,6 +355,49 @@ TEST(RunLoop, AnExceptionOfAHandlerEndsTheTurnAndLeavesTheLoopUsable) {
   EXPECT_THROW(loop.runUntil(farAway()), std::runtime_error);
   EXPECT_TRUE(loop.runUntil(farAway()));
   EXPECT_EQ(served, 2);
+}
+
+TEST(RunLoop, RunWhileTurnsAsLongAsTheConditionHolds) {
+  RunLoop loop;
+  int served = 0;
+  const auto timer = loop.addTimer(milliseconds(0), true, [&] { ++served; });
+  loop.runWhile([&] { return served < 3; });
+  EXPECT_EQ(served, 3);
+}
+
+TEST(RunLoop, RunWhileDoesNotTurnAtAllWhenTheConditionDoesNotHold) {
+  RunLoop loop;
+  const auto timer = loop.addTimer(milliseconds(0), true, [] { FAIL(); });
+  loop.runWhile([] { return false; }, [] { FAIL(); });
+}
+
+TEST(RunLoop, RunWhileLooksAtItsConditionThoughThereIsNoSource) {
+  RunLoop loop;
+  int looks = 0;
+  loop.runWhile([&] { return ++looks < 2; });
+  EXPECT_EQ(looks, 2);
+  EXPECT_FALSE(loop.runUntil(farAway())) << "it leaves no source behind";
+}
+
+TEST(RunLoop, RunWhileDoesMoreAfterATurnOnlyAsLongAsTheConditionHolds) {
+  RunLoop loop;
+  bool goesOn = true;
+  std::string order;
+  const auto timer = loop.addTimer(milliseconds(0), true, [&] {
+    order += 't';
+    goesOn = order != "tat";
+  });
+  loop.runWhile([&] { return goesOn; }, [&] { order += 'a'; });
+  EXPECT_EQ(order, "tat");
+}
+
+TEST(RunLoop, RunWhileLeavesNoSourceBehindWhenAHandlerThrows) {
+  RunLoop loop;
+  {
+    const auto timer = loop.addTimer(milliseconds(0), true, [] { throw std::runtime_error("handler"); });
+    EXPECT_THROW(loop.runWhile([] { return true; }), std::runtime_error);
+  }
+  EXPECT_FALSE(loop.runUntil(farAway()));
 }
 
 TEST(RunLoop, CurrentIsOnePerThread) {
@@ -313,7 +416,7 @@ class LoopThread {
     auto loop = made.get_future();
     thread_ = std::thread([this, &made] {
       const auto own = RunLoop::current();
-      own->addTimer(kNever, true, {});
+      const auto timer = own->addTimer(kNever, true, {});
       made.set_value(own);
       while (!stopping_) {
         own->runUntil(farAway());
@@ -415,7 +518,7 @@ TEST(RunLoop, WorkThatHandsOverMoreWorkDoesNotStarveTheSources) {
     EXPECT_TRUE(loop.perform(again, false));
   };
   EXPECT_TRUE(loop.perform(again, false));
-  loop.addTimer(milliseconds(0), false, [&] { served = true; });
+  const auto timer = loop.addTimer(milliseconds(0), false, [&] { served = true; });
   EXPECT_TRUE(loop.runUntil(farAway()));
   EXPECT_TRUE(served);
   EXPECT_EQ(work, 1);
@@ -444,7 +547,7 @@ TEST(RunLoop, TheEndOfTheThreadReleasesWhoWaitsForWorkThatNeverRan) {
 
 TEST(RunLoop, WakeUpEndsAWaitingTurn) {
   RunLoop loop;
-  loop.addTimer(kNever, false, {});
+  const auto timer = loop.addTimer(kNever, false, {});
   std::thread waker([&] { loop.wakeUp(); });
   EXPECT_TRUE(loop.runUntil(Clock::time_point::max()));
   waker.join();
@@ -452,7 +555,7 @@ TEST(RunLoop, WakeUpEndsAWaitingTurn) {
 
 TEST(RunLoop, AWakeUpBetweenTurnsEndsTheNextOneOnly) {
   RunLoop loop;
-  loop.addTimer(kNever, false, {});
+  const auto timer = loop.addTimer(kNever, false, {});
   loop.wakeUp();
   loop.wakeUp();
   EXPECT_TRUE(loop.runUntil(Clock::time_point::max()));
@@ -469,7 +572,7 @@ TEST(RunLoop, WorksWithoutDescriptorsToWakeIt) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   const auto loop = std::make_unique<RunLoop>();
   setrlimit(RLIMIT_NOFILE, &previous);
-  loop->addTimer(kNever, false, {});
+  const auto timer = loop->addTimer(kNever, false, {});
   bool ran = false;
   std::thread other([&] { EXPECT_TRUE(loop->perform([&] { ran = true; }, true)); });
   EXPECT_TRUE(loop->runUntil(farAway()));

@@ -1,0 +1,77 @@
+#include "general/foundation/execution/internal/LoopInbox.h"
+
+#include <utility>
+
+namespace foundation {
+
+/// Tells who waits, however the work ends.
+class LoopInbox::Completion {
+ public:
+  Completion(LoopInbox& inbox, Item& item) : inbox_(inbox), item_(item) {}
+  ~Completion() {
+    const std::lock_guard lock(inbox_.mutex_);
+    item_.state = State::Done;
+    inbox_.changed_.notify_all();
+  }
+  Completion(const Completion&) = delete;
+  Completion& operator=(const Completion&) = delete;
+
+ private:
+  LoopInbox& inbox_;
+  Item& item_;
+};
+
+bool LoopInbox::add(Work work, bool wait, const LoopWaker& waker) {
+  const auto item = std::make_shared<Item>(Item{std::move(work), State::Waiting});
+  std::unique_lock lock(mutex_);
+  if (ended_) {
+    return false;
+  }
+  items_.push_back(item);
+  waker.wake();
+  if (wait) {
+    changed_.wait(lock, [&] { return item->state != State::Waiting; });
+  }
+  return item->state != State::Dropped;
+}
+
+std::size_t LoopInbox::size() {
+  const std::lock_guard lock(mutex_);
+  return items_.size();
+}
+
+void LoopInbox::serveOne() {
+  std::shared_ptr<Item> item;
+  {
+    const std::lock_guard lock(mutex_);
+    if (items_.empty()) {
+      return;
+    }
+    item = std::move(items_.front());
+    items_.pop_front();
+  }
+  const Completion completion(*this, *item);
+  // Gone before its owner goes on: what it holds may belong to the owner.
+  const Work work = std::move(item->work);
+  if (work) {
+    work();
+  }
+}
+
+void LoopInbox::end() {
+  std::deque<std::shared_ptr<Item>> dropped;
+  const std::lock_guard lock(mutex_);
+  ended_ = true;
+  dropped.swap(items_);
+  for (const auto& item : dropped) {
+    item->state = State::Dropped;
+  }
+  changed_.notify_all();
+}
+
+bool LoopInbox::hasEnded() {
+  const std::lock_guard lock(mutex_);
+  return ended_;
+}
+
+}  // namespace foundation

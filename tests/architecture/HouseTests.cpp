@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 
 #include "tests/architecture/BuildWalls.h"
 #include "tests/architecture/IncludeWalls.h"
 #include "tests/architecture/MarkdownTable.h"
+#include "tests/architecture/PlacesOnPages.h"
 #include "tests/architecture/RulesPage.h"
 #include "tests/architecture/SourceWalls.h"
 
@@ -28,6 +30,12 @@ const House& house() {
   static const House kHouse = architecture::houseAt(CORVANE_PROJECT);
   return kHouse;
 }
+
+std::string page(const std::string& name) {
+  return architecture::textOf(std::string(CORVANE_PROJECT) + "/docs/" + name);
+}
+
+std::set<std::string> tests() { return architecture::testsBelow(std::string(CORVANE_PROJECT) + "/tests"); }
 
 TEST(House, EveryIncludeNamesAFileOfTheProduct) { EXPECT_EQ(listed(architecture::unknownIncludes(house())), ""); }
 
@@ -77,9 +85,22 @@ TEST(House, NobodyCallsWhatIsBanned) {
 }
 
 TEST(House, EveryPromiseHasItsTests) {
-  const std::string project = CORVANE_PROJECT;
-  const auto rules = architecture::rulesOn(architecture::textOf(project + "/docs/rules.md"));
-  EXPECT_EQ(listed(architecture::rulesWithoutTests(rules, architecture::testsBelow(project + "/tests"))), "");
+  const auto rules = architecture::rulesOn(page("rules.md"), {"Promise", "Shown by"});
+  EXPECT_EQ(listed(architecture::rulesWithoutTests(rules, tests())), "");
+}
+
+TEST(House, EveryThreatHasItsTestsAndItsPlaceInTheCode) {
+  const architecture::Row header = {"What could happen", "What prevents it", "Where", "Shown by"};
+  EXPECT_EQ(listed(architecture::rulesWithoutTests(architecture::rulesOn(page("threat-model.md"), header), tests())),
+            "");
+  const auto places = architecture::wordsInColumn(architecture::rowsOfAll(page("threat-model.md"), header), 2);
+  EXPECT_EQ(listed(architecture::namesWithoutSource(house(), places)), "");
+}
+
+TEST(House, EveryDoorToTheSystemIsOnItsPage) {
+  const auto rows =
+      architecture::rowsOfAll(page("porting.md"), {"Door", "Contract", "Linux", "macOS", "What may be absent"});
+  EXPECT_EQ(listed(architecture::doorsAgainstPage(house(), architecture::wordsInColumn(rows, 0))), "");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "tests/architecture/MarkdownTable.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -29,7 +30,34 @@ Row cellsOf(std::string_view line) {
   return cells;
 }
 
+/// Goes on behind the next header of this kind; false when there is none.
+bool findHeader(std::istream& lines, const Row& header) {
+  for (std::string line; std::getline(lines, line);) {
+    if (cellsOf(line) == header) {
+      return true;
+    }
+  }
+  return false;
+}
+
 bool isRule(const Row& row) { return row.front().find_first_not_of("-:") == std::string::npos; }
+
+std::vector<Row> rowsBelow(std::istream& lines, std::size_t columns) {
+  std::vector<Row> rows;
+  for (std::string line; std::getline(lines, line);) {
+    const Row row = cellsOf(line);
+    if (row.empty()) {
+      break;
+    }
+    if (row.size() != columns) {
+      throw std::runtime_error("a row of the page has not the columns of its table: " + line);
+    }
+    if (!isRule(row)) {
+      rows.push_back(row);
+    }
+  }
+  return rows;
+}
 
 }  // namespace
 
@@ -43,24 +71,20 @@ std::string textOf(const std::string& path) {
 
 std::vector<Row> tableOf(std::string_view page, const Row& header) {
   std::istringstream lines{std::string(page)};
-  std::string line;
-  while (std::getline(lines, line) && cellsOf(line) != header) {
-  }
-  if (!lines) {
+  if (!findHeader(lines, header)) {
     throw std::runtime_error("the page has no table with the columns " + header.front() + " ... " + header.back());
   }
+  return rowsBelow(lines, header.size());
+}
+
+std::vector<Row> rowsOfAll(std::string_view page, const Row& header) {
+  std::istringstream lines{std::string(page)};
   std::vector<Row> rows;
-  while (std::getline(lines, line)) {
-    const Row row = cellsOf(line);
-    if (row.empty()) {
-      break;
-    }
-    if (row.size() != header.size()) {
-      throw std::runtime_error("a row of the page has not the columns of its table: " + line);
-    }
-    if (!isRule(row)) {
-      rows.push_back(row);
-    }
+  while (findHeader(lines, header)) {
+    std::ranges::move(rowsBelow(lines, header.size()), std::back_inserter(rows));
+  }
+  if (rows.empty()) {
+    throw std::runtime_error("the page has no row with the columns " + header.front() + " ... " + header.back());
   }
   return rows;
 }

@@ -17,6 +17,9 @@ using Row = std::vector<std::string>;
 /// one.
 std::vector<Row> tableOf(std::string_view page, const Row& header);
 
+/// The rows of every table with this header, one after the other. There has to be one, and it has to have a row.
+std::vector<Row> rowsOfAll(std::string_view page, const Row& header);
+
 /// The words of a cell that stand in backquotes, in order.
 std::vector<std::string> quotedIn(std::string_view cell);
 

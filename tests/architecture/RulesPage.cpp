@@ -32,16 +32,10 @@ std::string likelyHeirsOf(const std::string& missing, const std::set<std::string
 
 }  // namespace
 
-std::vector<Rule> rulesOn(std::string_view page) {
-  static constexpr std::string_view kHeader = "| Promise | Shown by |";
+std::vector<Rule> rulesOn(std::string_view page, const Row& header) {
   std::vector<Rule> rules;
-  for (auto at = page.find(kHeader); at != std::string_view::npos; at = page.find(kHeader, at + 1)) {
-    for (const Row& row : tableOf(page.substr(at), {"Promise", "Shown by"})) {
-      rules.push_back({row[0], quotedIn(row[1])});
-    }
-  }
-  if (rules.empty()) {
-    throw std::runtime_error("the page has no rules");
+  for (const Row& row : rowsOfAll(page, header)) {
+    rules.push_back({row.front(), quotedIn(row.back())});
   }
   return rules;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/architecture/House.h"
+#include "tests/architecture/MarkdownTable.h"
 
 namespace architecture {
 
@@ -15,8 +16,9 @@ struct Rule {
   std::vector<std::string> tests;  ///< Suite.Name, as the test programs list them
 };
 
-/// Every rule of a page: the rows of all its tables with the columns "Promise" and "Shown by", in order.
-std::vector<Rule> rulesOn(std::string_view page);
+/// Every rule of a page: the rows of all its tables with these columns, in order. The first one tells the promise, the
+/// last one names the tests.
+std::vector<Rule> rulesOn(std::string_view page, const Row& header);
 
 /// The tests of a source, as Suite.Name; TEST, TEST_F and TEST_P.
 std::set<std::string> testsIn(std::string_view source);

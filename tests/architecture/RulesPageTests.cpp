@@ -10,10 +10,11 @@ namespace {
 using architecture::Problems;
 using architecture::Rule;
 
+const architecture::Row kHeader = {"Promise", "Shown by"};
 const std::string kTable = "# Rules\n\n| Promise | Shown by |\n|---|---|\n";
 
 TEST(RulesPage, GivesTheRulesOfAllItsTables) {
-  const auto rules = architecture::rulesOn(kTable + "| one | `A.One`, `A.Two` |\n\n" + kTable + "| two | |\n");
+  const auto rules = architecture::rulesOn(kTable + "| one | `A.One`, `A.Two` |\n\n" + kTable + "| two | |\n", kHeader);
   ASSERT_EQ(rules.size(), 2U);
   EXPECT_EQ(rules[0].promise, "one");
   EXPECT_EQ(rules[0].tests, (std::vector<std::string>{"A.One", "A.Two"}));
@@ -22,8 +23,8 @@ TEST(RulesPage, GivesTheRulesOfAllItsTables) {
 }
 
 TEST(RulesPage, WithoutARuleIsRefused) {
-  EXPECT_THROW(architecture::rulesOn("# Rules\n"), std::runtime_error);
-  EXPECT_THROW(architecture::rulesOn(kTable), std::runtime_error);
+  EXPECT_THROW(architecture::rulesOn("# Rules\n", kHeader), std::runtime_error);
+  EXPECT_THROW(architecture::rulesOn(kTable, kHeader), std::runtime_error);
 }
 
 TEST(RulesPage, KnowsATestByItsMacro) {

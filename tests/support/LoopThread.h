@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <future>
 #include <memory>
 #include <string>
@@ -31,16 +30,11 @@ class LoopThread {
   std::shared_ptr<foundation::RunLoop> loop;
 
  private:
-  static constexpr std::chrono::milliseconds kTurn{500};
-
   void run() {
     const deployer::EngineLog log;
     const auto own = foundation::RunLoop::current();
-    own->addTimer(kTurn, true, {});
     started_.set_value(own);
-    while (!ended_) {
-      own->runUntil(foundation::RunLoop::Clock::now() + kTurn);
-    }
+    own->runWhile([this] { return !ended_; });
   }
 
   std::atomic<bool> ended_ = false;

@@ -49,17 +49,18 @@ std::vector<Command> commandsIn(std::string_view text) {
 
 void addSource(Target& target, const std::string& word) {
   static constexpr std::string_view kSystem = "${CORVANE_PLATFORM}";
+  const std::filesystem::path folder = target.folder;
   if (!word.ends_with(".cpp")) {
     return;
   }
   const auto at = word.find(kSystem);
   if (at == std::string::npos) {
-    target.sources.push_back(target.folder + "/" + word);
+    target.sources.push_back((folder / word).string());
     return;
   }
   for (const char* system : {"linux", "darwin"}) {
     std::string source = word;
-    target.sources.push_back(target.folder + "/" + source.replace(at, kSystem.size(), system));
+    target.sources.push_back((folder / source.replace(at, kSystem.size(), system)).string());
   }
 }
 

@@ -44,7 +44,7 @@ void compare(const std::set<std::string>& some, const std::set<std::string>& oth
              const std::string& after, Problems& problems) {
   for (const std::string& folder : some) {
     if (!others.contains(folder)) {
-      problems.push_back(std::string(before).append(folder).append(after));
+      problems.push_back(sentence({before, folder, after}));
     }
   }
 }
@@ -56,11 +56,11 @@ Problems targetsAgainstPage(const House& house) {
   std::set<std::string> built;
   for (const Room& room : house.page.rooms) {
     for (const std::string& target : room.targets) {
-      onPage.insert(target + " in " + room.folder + "/");
+      onPage.insert(sentence({target, " in ", room.folder, "/"}));
     }
   }
   for (const Target& target : house.targets) {
-    built.insert(target.name + " in " + target.folder + "/");
+    built.insert(sentence({target.name, " in ", target.folder, "/"}));
   }
   Problems problems;
   compare(onPage, built, "the page has a target that is not built: ", "", problems);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/architecture/ArchitecturePage.h"
@@ -21,5 +23,8 @@ House houseAt(const std::string& project);
 
 /// Sentences about what is wrong, each with what to do about it; none when all is well.
 using Problems = std::vector<std::string>;
+
+/// One sentence of its parts.
+std::string sentence(std::initializer_list<std::string_view> parts);
 
 }  // namespace architecture

@@ -25,7 +25,7 @@ Problems ofIncludes(const House& house, const Judge& judge) {
   for (const SourceFile& file : house.files) {
     for (const std::string& include : file.includes) {
       if (const std::string problem = judge(file, include); !problem.empty()) {
-        problems.push_back(file.path + " includes " + include + problem);
+        problems.push_back(sentence({file.path, " includes ", include, problem}));
       }
     }
   }
@@ -78,7 +78,7 @@ Problems roomsAgainstPage(const House& house) {
   }
   for (const Room& room : house.page.rooms) {
     if (!folders.contains(room.folder)) {
-      problems.push_back("the page has a row for " + room.folder + "/, where no source stands");
+      problems.push_back(sentence({"the page has a row for ", room.folder, "/, where no source stands"}));
     }
   }
   return problems;
@@ -102,8 +102,8 @@ Problems idleArrows(const House& house) {
   for (const Room& room : house.page.rooms) {
     for (const std::string& target : room.mayInclude) {
       if (!arrows[room.folder].contains(target)) {
-        problems.push_back("the page has an arrow from " + shortNameOf(room.folder) + " to " + shortNameOf(target) +
-                           " that no include needs: take it off");
+        problems.push_back(sentence({"the page has an arrow from ", shortNameOf(room.folder), " to ",
+                                     shortNameOf(target), " that no include needs: take it off"}));
       }
     }
   }
@@ -128,7 +128,8 @@ Problems circlesOfPairs(const House& house) {
   }
   for (const KnownCircle& known : house.page.circles) {
     if (std::ranges::find(circles, known.pairs) == circles.end()) {
-      problems.push_back("the page has a circle that is none any more: " + listed(known.pairs) + ": take it off");
+      problems.push_back(
+          sentence({"the page has a circle that is none any more: ", listed(known.pairs), ": take it off"}));
     }
   }
   return problems;
@@ -161,7 +162,7 @@ Problems reaches(const House& house, const std::string& from, const std::string&
     }
     for (const std::string& reached : reachedFrom(arrows, room)) {
       if (isIn(reached, to)) {
-        problems.push_back(room + "/ must never reach " + to + "/, but it does, at " + reached + "/");
+        problems.push_back(sentence({room, "/ must never reach ", to, "/, but it does, at ", reached, "/"}));
       }
     }
   }

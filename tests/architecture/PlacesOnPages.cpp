@@ -46,7 +46,7 @@ Problems namesWithoutSource(const House& house, const std::vector<std::string>& 
   Problems problems;
   for (const std::string& name : names) {
     if (!known.contains(name)) {
-      problems.push_back("the page names " + name + ", and no source is called so");
+      problems.push_back(sentence({"the page names ", name, ", and no source is called so"}));
     }
   }
   return problems;
@@ -57,12 +57,12 @@ Problems doorsAgainstPage(const House& house, const std::vector<std::string>& he
   Problems problems;
   for (const auto& [header, source] : doors) {
     if (std::ranges::find(headers, header) == headers.end()) {
-      problems.push_back("the page does not list " + header + ", which " + source + " implements");
+      problems.push_back(sentence({"the page does not list ", header, ", which ", source, " implements"}));
     }
   }
   for (const std::string& header : headers) {
     if (!doors.contains(header)) {
-      problems.push_back("the page lists " + header + ", which no system's source implements");
+      problems.push_back(sentence({"the page lists ", header, ", which no system's source implements"}));
     }
   }
   return problems;

@@ -71,8 +71,8 @@ Problems rulesWithoutTests(const std::vector<Rule>& rules, const std::set<std::s
     }
     for (const std::string& test : rule.tests) {
       if (!tests.contains(test)) {
-        problems.push_back("the test " + test + " is not there" + likelyHeirsOf(test, tests) +
-                           "; it shows: " + rule.promise);
+        problems.push_back(
+            sentence({"the test ", test, " is not there", likelyHeirsOf(test, tests), "; it shows: ", rule.promise}));
       }
     }
   }

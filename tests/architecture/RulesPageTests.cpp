@@ -8,7 +8,6 @@
 namespace {
 
 using architecture::Problems;
-using architecture::Rule;
 
 const architecture::Row kHeader = {"Promise", "Shown by"};
 const std::string kTable = "# Rules\n\n| Promise | Shown by |\n|---|---|\n";

@@ -120,7 +120,7 @@ Problems callsOf(const House& house, const std::vector<BannedCall>& banned) {
     const std::string code = codeOf(file.text);
     for (const BannedCall& call : banned) {
       if (calls(code, call.name)) {
-        problems.push_back(file.path + " calls " + std::string(call.name) + ": use " + std::string(call.instead));
+        problems.push_back(sentence({file.path, " calls ", call.name, ": use ", call.instead}));
       }
     }
   }
@@ -131,7 +131,7 @@ Problems filesLongerThan(const House& house, std::size_t lines) {
   Problems problems;
   for (const SourceFile& file : house.files) {
     if (const auto count = linesOf(file.text).size(); count > lines) {
-      problems.push_back(file.path + " has " + std::to_string(count) + " lines, of " + std::to_string(lines));
+      problems.push_back(sentence({file.path, " has ", std::to_string(count), " lines, of ", std::to_string(lines)}));
     }
   }
   return problems;
@@ -143,7 +143,7 @@ Problems systemQuestions(const House& house) {
     const std::string code = codeOf(file.text);
     for (const char* question : {"__linux__", "__APPLE__", "__MACH__", "__unix__"}) {
       if (code.find(question) != std::string::npos) {
-        problems.push_back(file.path + " asks for " + question + ": give each system a source of its own");
+        problems.push_back(sentence({file.path, " asks for ", question, ": give each system a source of its own"}));
       }
     }
   }

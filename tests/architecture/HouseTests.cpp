@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tests/architecture/BuildWalls.h"
 #include "tests/architecture/IncludeWalls.h"
@@ -101,6 +103,23 @@ TEST(House, EveryDoorToTheSystemIsOnItsPage) {
   const auto rows =
       architecture::rowsOfAll(page("porting.md"), {"Door", "Contract", "Linux", "macOS", "What may be absent"});
   EXPECT_EQ(listed(architecture::doorsAgainstPage(house(), architecture::wordsInColumn(rows, 0))), "");
+}
+
+TEST(House, EveryClassOnItsPagesIsInTheCode) {
+  const auto words = architecture::wordsOfCode(CORVANE_PROJECT);
+  for (const char* name : {"architecture.md", "how-it-works.md", "glossary.md", "threat-model.md", "porting.md"}) {
+    EXPECT_EQ(listed(architecture::namesNotInCode(page(name), words)), "") << name;
+  }
+}
+
+TEST(House, EveryPathAndLinkOfItsPagesLeadsSomewhere) {
+  std::vector<std::string> pages = {"README.md"};
+  for (const auto& item : std::filesystem::directory_iterator(std::string(CORVANE_PROJECT) + "/docs")) {
+    pages.push_back("docs/" + item.path().filename().string());
+  }
+  for (const std::string& path : pages) {
+    EXPECT_EQ(listed(architecture::pathsThatLeadNowhere(CORVANE_PROJECT, path)), "");
+  }
 }
 
 }  // namespace

@@ -8,11 +8,11 @@
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerChecksum.h"
-#include "InstallationDeployer/QVNInstallerState.h"
+#include "InstallationDeployer/RestrictedPaths.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/SHA256.h"
 #include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/foundation/files/FileManager.h"
-#include "general/foundation/propertylist/PropertyListFile.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
@@ -22,7 +22,6 @@ using foundation::ItemStatus;
 using foundation::PropertyList;
 namespace paths = foundation::paths;
 namespace files = foundation::files;
-namespace plist = foundation::plist;
 
 namespace {
 
@@ -60,19 +59,11 @@ std::optional<std::unordered_set<std::string>> labelsOf(const PropertyList& list
 const ComponentScan::ServiceKind ComponentScan::kDaemons{kQVNLaunchDaemonsPath, kManifestListOfLaunchDaemons, "daemon"};
 const ComponentScan::ServiceKind ComponentScan::kAgents{kQVNLaunchAgentsPath, kManifestListOfLaunchAgents, "agent"};
 
-ComponentScan::ComponentScan(QVNInstallerManifest& manifests, MutableComponentManifest& manifest,
-                             std::string rootDirectory, std::string rootPrefix, std::optional<std::string> plistPath)
-    : manifests_(manifests),
-      manifest_(manifest),
-      rootDirectory_(std::move(rootDirectory)),
-      rootPrefix_(std::move(rootPrefix)),
-      plistPath_(std::move(plistPath)) {}
-
 bool ComponentScan::scan(const std::string& directory) {
   const auto attributes = files::attributesOfItem(directory);
   if (!attributes) {
     logging::error("Unable to aquire attributes of %@\n%@", directory, attributes.error());
-    fail();
+    failed_ = true;
     return false;
   }
   addDirectory(directory, *attributes);
@@ -86,9 +77,9 @@ bool ComponentScan::scan(const std::string& directory) {
     }
   } else {
     logging::error("Error reading directory contents at %@\n%@", directory, names.error());
-    fail();
+    failed_ = true;
   }
-  if (directory == rootDirectory_) {
+  if (directory == options_.rootDirectory) {
     mergeAuthoringPlist();
   }
   return true;
@@ -96,7 +87,7 @@ bool ComponentScan::scan(const std::string& directory) {
 
 void ComponentScan::addDirectory(const std::string& directory, const ItemStatus& attributes) {
   const std::string installPath = installPathOf(directory);
-  if (QVNInstallerManifest::restrictedPaths().contains(installPath)) {
+  if (restrictedPaths().contains(installPath)) {
     return;
   }
   EntryFields fields = entryFor(installPath, attributes, true);
@@ -127,7 +118,7 @@ bool ComponentScan::addItem(const std::string& path, const ItemStatus& attribute
     const auto target = files::destinationOfSymbolicLink(path);
     if (!target) {
       logging::error("Unable to aquire the link target for %@\n%@", path, target.error());
-      fail();
+      failed_ = true;
       return false;
     }
     fields.emplace_back(kManifestSymbolicLinkTarget, *target);
@@ -159,30 +150,20 @@ void ComponentScan::noteService(const ServiceKind& kind, const std::string& inst
 }
 
 void ComponentScan::readAuthoringPlist() {
-  if (!plistPath_) {
+  if (!options_.plistPath) {
     takeAuthoring({});
     return;
   }
-  // Component manifests are kept by name, and no name of a component holds a slash.
-  const std::string key = paths::append("/", *plistPath_);
-  if (const auto kept = manifests_.stillCurrentManifest(key, *plistPath_)) {
-    if (!authoring_) {
-      takeAuthoring(*kept);
-    }
+  if (authoring_ && plists_.isCurrent(*options_.plistPath)) {
     return;
   }
-  const auto stamp = QVNInstallerManifest::stampOf(*plistPath_);
-  auto content = plist::readDictionary(*plistPath_);
-  if (content) {
-    if (stamp) {
-      manifests_.keepManifest(key, *stamp, *content);
-    }
+  if (const auto content = plists_.read(*options_.plistPath)) {
     takeAuthoring(*content);
     return;
   }
-  const auto attributes = files::attributesOfItem(*plistPath_);
+  const auto attributes = files::attributesOfItem(*options_.plistPath);
   if (!attributes && !attributes.error().isNoSuchFile()) {
-    logging::error("Failed to read %@. %@", *plistPath_, attributes.error());
+    logging::error("Failed to read %@. %@", *options_.plistPath, attributes.error());
   }
   takeAuthoring({});
 }
@@ -224,20 +205,18 @@ void ComponentScan::mergeElements(std::string_view key, std::string_view message
 }
 
 std::string ComponentScan::installPathOf(const std::string& path) const {
-  const std::string_view relative = std::string_view(path).substr(std::min(rootDirectory_.size(), path.size()));
-  std::string installPath = paths::append(rootPrefix_, relative);
+  const std::string_view relative = std::string_view(path).substr(std::min(options_.rootDirectory.size(), path.size()));
+  std::string installPath = paths::append(options_.rootPrefix, relative);
   return installPath.empty() ? "/" : installPath;
 }
 
 std::string ComponentScan::checksumOf(const std::string& path) {
-  if (manifests_.checksumBlock_) {
-    return manifests_.checksumBlock_(path);
+  if (options_.checksumBlock) {
+    return options_.checksumBlock(path);
   }
   foundation::SHA256 hash;
   const auto content = files::read(path, buffer_, [&hash](std::span<const std::byte> piece) { hash.update(piece); });
   return content ? QVNInstallerChecksum::textForDigest(hash.finish()) : QVNInstallerChecksum::generateSHA256({});
 }
-
-void ComponentScan::fail() { manifests_.setInstallerState(QVNInstallerStateFailed); }
 
 }  // namespace deployer

@@ -1,25 +1,43 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 
-#include "InstallationDeployer/QVNInstallerManifest.h"
+#include "InstallationDeployer/ManifestCache.h"
+#include "InstallationDeployer/MutableComponentManifest.h"
 #include "general/foundation/files/FileBuffer.h"
 #include "general/foundation/files/ItemStatus.h"
+#include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
 
 /// One scan of a staged tree into a component manifest: each folder before what it contains, links as links.
-/// Lives for the length of the scan; failures go to the log and to the state of the manifests object it scans for.
+/// Lives for the length of the scan; failures go to the log. For one thread.
 class ComponentScan {
  public:
-  ComponentScan(QVNInstallerManifest& manifests, MutableComponentManifest& manifest, std::string rootDirectory,
-                std::string rootPrefix, std::optional<std::string> plistPath);
+  /// (full path of a regular file) -> the checksum to record for it.
+  using ChecksumBlock = std::function<std::string(const std::string&)>;
+  struct Options {
+    std::string rootDirectory;             ///< the staged tree
+    std::string rootPrefix;                ///< where the tree will lie once installed
+    std::optional<std::string> plistPath;  ///< a plist with what a scan cannot know
+    ChecksumBlock checksumBlock;           ///< null: the digest of what the file holds, of nothing if it cannot be read
+  };
+
+  /// @param manifest what the scan adds to; it outlives the scan.
+  /// @param plists keeps the authoring plist from folder to folder, and from scan to scan; it outlives the scan.
+  ComponentScan(Options options, MutableComponentManifest& manifest, ManifestCache& plists)
+      : options_(std::move(options)), manifest_(manifest), plists_(plists) {}
 
   /// Scans a folder and everything below it; the root last gets what the authoring plist adds.
+  /// @return false when the folder, or a link in it, could not be looked at.
   [[nodiscard]] bool scan(const std::string& directory);
+  /// Whether anything failed, be it a folder that could not be listed and that the scan went past.
+  [[nodiscard]] bool failed() const { return failed_; }
 
  private:
   using PropertyList = foundation::PropertyList;
@@ -54,13 +72,11 @@ class ComponentScan {
   void mergeElements(std::string_view key, std::string_view message, PropertyList::Array& elements);
   [[nodiscard]] std::string installPathOf(const std::string& path) const;
   [[nodiscard]] std::string checksumOf(const std::string& path);
-  void fail();
 
-  QVNInstallerManifest& manifests_;
+  const Options options_;
   MutableComponentManifest& manifest_;
-  const std::string rootDirectory_;
-  const std::string rootPrefix_;
-  const std::optional<std::string> plistPath_;
+  ManifestCache& plists_;
+  bool failed_ = false;
   std::optional<Authoring> authoring_;  // there from the first folder on
   foundation::FileBuffer buffer_;
 };

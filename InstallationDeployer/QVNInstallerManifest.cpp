@@ -1,12 +1,12 @@
 #include "InstallationDeployer/QVNInstallerManifest.h"
 
-#include <chrono>
 #include <unordered_set>
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/InternalInconsistency.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerState.h"
+#include "InstallationDeployer/RestrictedPaths.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
@@ -18,18 +18,6 @@ using foundation::PropertyList;
 namespace paths = foundation::paths;
 namespace files = foundation::files;
 namespace plist = foundation::plist;
-
-namespace {
-
-// A file may change again within the clock tick of its last change and keep its times; only an older one is trusted.
-constexpr std::chrono::nanoseconds kClockTick = std::chrono::milliseconds(100);
-
-bool isSettled(std::int64_t changedNanoseconds) {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return changedNanoseconds < std::chrono::duration_cast<std::chrono::nanoseconds>(now - kClockTick).count();
-}
-
-}  // namespace
 
 QVNInstallerManifest::QVNInstallerManifest(std::string installerPath) : installerPath_(std::move(installerPath)) {}
 
@@ -71,52 +59,14 @@ PropertyList QVNInstallerManifest::getManifestForComponent(const std::string& na
     return failed(foundation::fileError(foundation::kReadInvalidName, "The component's name is no file name.", name));
   }
   const std::string path = getPathForComponent(name);
-  if (auto kept = stillCurrentManifest(name, path)) {
-    return *kept;
-  }
-  const auto stamp = stampOf(path);
-  if (auto manifest = plist::readDictionary(path)) {
-    // The stamp was taken before the content was read: a change in between leaves a stamp that will not match.
-    if (stamp) {
-      keepManifest(name, *stamp, *manifest);
-    }
-    return *manifest;
+  if (auto manifest = componentManifests_.read(path)) {
+    return *std::move(manifest);
   }
   const auto attributes = files::attributesOfItem(path);
   if (attributes || attributes.error().isNoSuchFile()) {
     return {};
   }
   return failed(attributes.error());
-}
-
-std::optional<PropertyList> QVNInstallerManifest::stillCurrentManifest(const std::string& name,
-                                                                       const std::string& path) {
-  const auto known = componentManifests_.find(name);
-  if (known == componentManifests_.end()) {
-    return std::nullopt;
-  }
-  const auto stamp = stampOf(path);
-  if (!stamp || *stamp != known->second.stamp) {
-    componentManifests_.erase(known);
-    return std::nullopt;
-  }
-  return known->second.content;
-}
-
-void QVNInstallerManifest::keepManifest(const std::string& name, const FileStamp& stamp, const PropertyList& content) {
-  if (isSettled(stamp.changed)) {
-    componentManifests_.insert_or_assign(name, ParsedManifest{stamp, content});
-  }
-}
-
-std::optional<QVNInstallerManifest::FileStamp> QVNInstallerManifest::stampOf(const std::string& path) {
-  const auto attributes = files::attributesOfItem(path);
-  // What a link leads to can change while the link stays.
-  if (!attributes || attributes->type != foundation::FileType::Regular) {
-    return std::nullopt;
-  }
-  return FileStamp{attributes->device, attributes->inode, attributes->size, attributes->modificationNanoseconds,
-                   attributes->changeNanoseconds};
 }
 
 PropertyList QVNInstallerManifest::productsDictionary() { return manifestIndex()[kManifestIndexDictionaryOfProducts]; }
@@ -249,7 +199,7 @@ bool QVNInstallerManifest::walkManifestFileListForComponents(const std::optional
     const auto entries = manifest[kManifestListOfFiles].elements();
     for (std::size_t visited = 0; visited < entries.size(); ++visited) {
       const std::size_t index = inLeavesToRootOrder ? entries.size() - 1 - visited : visited;
-      result = block(component, manifest, entries[index]);
+      result = block(component, manifest, FileEntry(entries[index]));
       if (!result) {
         break;
       }
@@ -262,47 +212,7 @@ bool QVNInstallerManifest::walkManifestFileListForComponents(const std::optional
 }
 
 const std::set<std::string, std::less<>>& QVNInstallerManifest::restrictedPaths() {
-  static const std::set<std::string, std::less<>> kRestrictedPaths = {
-      "/",
-      "/Applications",
-      "/Library",
-      "/Network",
-      "/System",
-      "/Users",
-      "/Volumes",
-      "/bin",
-      "/cores",
-      "/dev",
-      "/etc",
-      "/home",
-      "/mach_kernel",
-      "/net",
-      "/opt",
-      "/private",
-      "/sbin",
-      "/tmp",
-      "/usr",
-      "/usr/bin",
-      "/usr/lib",
-      "/usr/libexec",
-      "/usr/sbin",
-      "/usr/share",
-      "/usr/share/man",
-      "/usr/share/man/man1",
-      "/var",
-      "/Library/Frameworks",
-      "/Library/Caches",
-      "/Library/Application Support",
-      "/Library/LaunchDaemons",
-      "/Library/LaunchAgents",
-      "/Library/Preferences",
-      "/System/Library",
-      "/System/Library/CoreServices",
-      "/System/Library/Frameworks",
-      "/System/Library/LaunchDaemons",
-      "/System/Library/LaunchAgents",
-  };
-  return kRestrictedPaths;
+  return deployer::restrictedPaths();
 }
 
 }  // namespace deployer

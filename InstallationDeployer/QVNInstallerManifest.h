@@ -2,15 +2,15 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "InstallationDeployer/FileEntry.h"
+#include "InstallationDeployer/ManifestCache.h"
 #include "InstallationDeployer/MutableComponentManifest.h"
-#include "general/foundation/Result.h"
 #include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
@@ -26,7 +26,7 @@ class QVNInstallerManifest {
   using PropertyList = foundation::PropertyList;
   using Names = std::vector<std::string>;
   /// (component name, component manifest, file entry) -> go on with this component's next entry.
-  using FileListBlock = std::function<bool(const std::string&, const PropertyList&, const PropertyList&)>;
+  using FileListBlock = std::function<bool(const std::string&, const PropertyList&, const FileEntry&)>;
   /// (full path, is a directory) -> go on.
   using DirectoryBlock = std::function<bool(const std::string&, bool)>;
   /// (full path of a regular file) -> the checksum to record for it.
@@ -75,7 +75,7 @@ class QVNInstallerManifest {
   [[nodiscard]] bool walkManifestFileListForComponents(const std::optional<Names>& components, bool inLeavesToRootOrder,
                                                        bool exitOnFailure, const FileListBlock& block);
 
-  /// System folders that are never recorded in a manifest and never removed. Compared as they stand.
+  /// See RestrictedPaths.h.
   [[nodiscard]] static const std::set<std::string, std::less<>>& restrictedPaths();
 
   // Authoring.
@@ -113,25 +113,6 @@ class QVNInstallerManifest {
   [[nodiscard]] bool writeManifestIndex(const PropertyList& index);
 
  private:
-  /// Tells whether a file is still the one that was parsed.
-  struct FileStamp {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-    std::uint64_t size = 0;
-    std::int64_t modified = 0;
-    std::int64_t changed = 0;
-    friend bool operator==(const FileStamp&, const FileStamp&) = default;
-  };
-  struct ParsedManifest {
-    FileStamp stamp;
-    PropertyList content;
-  };
-
-  friend class ComponentScan;
-
-  [[nodiscard]] std::optional<PropertyList> stillCurrentManifest(const std::string& name, const std::string& path);
-  void keepManifest(const std::string& name, const FileStamp& stamp, const PropertyList& content);
-  [[nodiscard]] static std::optional<FileStamp> stampOf(const std::string& path);
   [[nodiscard]] Names uniqueLabels(const Names& components, std::string_view key);
   [[nodiscard]] bool failAuthoring(std::string_view message, const std::string& component,
                                    const std::optional<std::string>& product = std::nullopt);
@@ -148,7 +129,7 @@ class QVNInstallerManifest {
   std::string installerPath_;
   PropertyList manifestIndex_;
   ChecksumBlock checksumBlock_;
-  std::map<std::string, ParsedManifest> componentManifests_;
+  ManifestCache componentManifests_;  // and the authoring plists of scans
   std::int32_t installerState_ = 0;
 };
 

@@ -108,7 +108,12 @@ bool QVNInstallerManifest::populateComponentManifest(MutableComponentManifest& m
                                                      const std::string& fromDirectory, const std::string& rootDirectory,
                                                      const std::string& rootPrefix,
                                                      const std::optional<std::string>& withPlistPath) {
-  return ComponentScan(*this, manifest, rootDirectory, rootPrefix, withPlistPath).scan(fromDirectory);
+  ComponentScan scan({rootDirectory, rootPrefix, withPlistPath, checksumBlock_}, manifest, componentManifests_);
+  const bool scanned = scan.scan(fromDirectory);
+  if (scan.failed()) {
+    installerState_ = QVNInstallerStateFailed;
+  }
+  return scanned;
 }
 
 bool QVNInstallerManifest::walkDirectory(const std::string& root, const std::string& currentPath,

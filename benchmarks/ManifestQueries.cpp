@@ -24,11 +24,11 @@ std::size_t askWhatAnInstallAsks(const std::string& bundle, const std::string& p
     if (manifest.getManifestForComponent(component)[deployer::kManifestComponentSize].isNil()) {
       return 0;
     }
-    const bool walked = manifest.walkManifestFileListForComponents(
-        QVNInstallerManifest::Names{component}, false, true, [&](const auto&, const auto&, const auto& entry) {
-          entries += entry[deployer::kManifestFilePath].isString() ? 1 : 0;
-          return true;
-        });
+    const bool walked = manifest.walkManifestFileListForComponents(QVNInstallerManifest::Names{component}, false, true,
+                                                                   [&](const auto&, const auto&, const auto& entry) {
+                                                                     entries += entry.path() ? 1 : 0;
+                                                                     return true;
+                                                                   });
     if (!walked || !manifest.getManifestForComponent(component)[deployer::kManifestRebuildKextCache].isNil()) {
       return 0;
     }

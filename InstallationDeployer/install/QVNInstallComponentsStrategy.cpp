@@ -6,8 +6,7 @@
 
 #include "InstallationDeployer/DefaultAttributes.h"
 #include "InstallationDeployer/DiskSpace.h"
-#include "InstallationDeployer/EntryAttributes.h"
-#include "InstallationDeployer/EntryPath.h"
+#include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/extensions/NSDictionaryExtensions.h"
@@ -30,7 +29,6 @@ namespace paths = foundation::paths;
 namespace {
 
 constexpr std::string_view kSystemVolume = "/";
-constexpr std::string_view kSystemFolder = "/System/";
 constexpr std::string_view kCopyFileSelector = "copyFileWithManifestInfo:forComponent:source:destination:attributes:";
 
 // With fewer files and fewer bytes than this, starting the helpers takes longer than what they save.
@@ -54,13 +52,13 @@ std::size_t keptBytesPerThread(unsigned helpers) { return kKeptBufferBytes / (he
 
 bool isRoot(std::string_view path) { return paths::standardize(path) == "/"; }
 
-std::optional<std::string> pathText(const PropertyList& entry) {
-  const auto path = entry[kManifestFilePath].string();
+std::optional<std::string> pathText(const FileEntry& entry) {
+  const auto path = entry.path();
   return path ? std::optional<std::string>(*path) : std::nullopt;
 }
 
-std::optional<std::string> externalPathOf(const PropertyList& entry, const std::string& source) {
-  const auto path = entry[kManifestExternalSourcePath].string();
+std::optional<std::string> externalPathOf(const FileEntry& entry, const std::string& source) {
+  const auto path = entry.externalSource();
   if (!path) {
     return std::nullopt;
   }
@@ -91,16 +89,16 @@ Status makeDirectory(const std::string& path, const FileAttributes& own, const F
 }
 
 // Owner and group of a link are set whether the manifest gives them or not.
-FileAttributes linkAttributes(const PropertyList& entry) {
-  return withDefaults(attributesFromEntry(entry), {.owner = 0, .group = 0, .permissions = 0});
+FileAttributes linkAttributes(const FileEntry& entry) {
+  return withDefaults(entry.attributes(), {.owner = 0, .group = 0, .permissions = 0});
 }
 
-bool createSymbolicLink(const PropertyList& entry, const std::string& linkPath) {
-  const PropertyList& target = entry[kManifestSymbolicLinkTarget];
+bool createSymbolicLink(const FileEntry& entry, const std::string& linkPath) {
+  const auto target = entry.linkTarget();
   const FileAttributes attributes = linkAttributes(entry);
   bool result = true;
-  if (auto created = files::createSymbolicLink(linkPath, std::string(target.text()), attributes); !created) {
-    logging::error("Failed to create symbolic link: %@\n%@", target.string(), created.error());
+  if (auto created = files::createSymbolicLink(linkPath, std::string(target.value_or("")), attributes); !created) {
+    logging::error("Failed to create symbolic link: %@\n%@", target, created.error());
     result = false;
   }
   if (!files::setLinkAttributes(attributes, linkPath)) {
@@ -193,13 +191,13 @@ bool QVNInstallComponentsStrategy::InstallComponents(const Names& components) {
 }
 
 bool QVNInstallComponentsStrategy::installComponent(const Component& component) {
-  std::vector<PropertyList> links;
+  std::vector<FileEntry> links;
   const bool installed = manifest().walkManifestFileListForComponents(
       Names{component.name}, false, true,
-      [&](const std::string&, const PropertyList& componentManifest, const PropertyList& entry) {
+      [&](const std::string&, const PropertyList& componentManifest, const FileEntry& entry) {
         prepareAhead(componentManifest, component);
         auto prepared = ahead_ ? ahead_->takeNext() : std::nullopt;
-        if (boolForKey(entry, kManifestIsSymbolicLink)) {
+        if (entry.isSymbolicLink()) {
           links.push_back(entry);
           return true;
         }
@@ -216,14 +214,14 @@ bool QVNInstallComponentsStrategy::installComponent(const Component& component) 
   return createSymbolicLinks(links, component.destination);
 }
 
-bool QVNInstallComponentsStrategy::installEntry(const PropertyList& entry, const Component& component) {
+bool QVNInstallComponentsStrategy::installEntry(const FileEntry& entry, const Component& component) {
   return copyFileWithManifestInfo(entry, component.name, component.source, component.destination,
                                   component.directoryAttributes);
 }
 
 // The user or the product may have changed such a file since it was installed.
-bool QVNInstallComponentsStrategy::isKeptAsItIs(const PropertyList& entry) const {
-  return configuration().hasInstallerReceipt() && boolForKey(entry, kManifestIsModifiableFile);
+bool QVNInstallComponentsStrategy::isKeptAsItIs(const FileEntry& entry) const {
+  return configuration().hasInstallerReceipt() && entry.isModifiable();
 }
 
 void QVNInstallComponentsStrategy::prepareAhead(const PropertyList& manifest, const Component& component) {
@@ -234,28 +232,27 @@ void QVNInstallComponentsStrategy::prepareAhead(const PropertyList& manifest, co
   ahead_.emplace(
       entries.count(),
       [entries, component, keepsModifiable = configuration().hasInstallerReceipt()](std::size_t index) {
-        const PropertyList& entry = entries.at(index);
-        const bool kept = keepsModifiable && boolForKey(entry, kManifestIsModifiableFile);
+        const FileEntry entry(entries.at(index));
+        const bool kept = keepsModifiable && entry.isModifiable();
         return kept ? std::nullopt : payloadFileFor(entry, component);
       },
       helpers_, reader_, allowance_, keptBytesPerThread(helpers_));
 }
 
-std::optional<PayloadFile> QVNInstallComponentsStrategy::payloadFileFor(const PropertyList& entry,
+std::optional<PayloadFile> QVNInstallComponentsStrategy::payloadFileFor(const FileEntry& entry,
                                                                         const Component& component) {
-  const auto path = entry[kManifestFilePath].string();
-  const auto checksum = entry[kManifestSHAChecksum].string();
+  const auto path = entry.path();
+  const auto checksum = entry.checksum();
   // What an earlier entry may install, or another rule decides about, waits for its turn.
-  if (!path || !isUsablePath(*path) || !checksum || !paths::isSingleComponent(*checksum) ||
-      boolForKey(entry, kManifestIsDirectory) || boolForKey(entry, kManifestIsSymbolicLink) ||
-      entry[kManifestExternalSourcePath].isString()) {
+  if (!path || !isUsablePath(*path) || !checksum || !paths::isSingleComponent(*checksum) || entry.isDirectory() ||
+      entry.isSymbolicLink() || entry.externalSource()) {
     return std::nullopt;
   }
   PayloadFile file{.source = payloadPath(component.source, component.name, *checksum),
                    .destination = paths::append(component.destination, *path),
                    .checksum = std::string(*checksum),
-                   .attributes = attributesFromEntry(entry)};
-  if (file.destination.starts_with(kSystemFolder)) {
+                   .attributes = entry.attributes()};
+  if (liesInSystemFolder(file.destination)) {
     return std::nullopt;
   }
   return file;
@@ -277,18 +274,18 @@ bool QVNInstallComponentsStrategy::publish(PayloadPrefetch::Prepared prepared, c
   return true;
 }
 
-bool QVNInstallComponentsStrategy::copyFileWithManifestInfo(const PropertyList& entry, const std::string& forComponent,
+bool QVNInstallComponentsStrategy::copyFileWithManifestInfo(const FileEntry& entry, const std::string& forComponent,
                                                             const std::string& source, const std::string& destination,
                                                             const FileAttributes& attributes) {
   const auto path = pathText(entry);
   if (!path || !isUsablePath(*path)) {
     return fail("A file of component %@ has no usable path: %@", forComponent, path);
   }
-  const bool isDirectory = boolForKey(entry, kManifestIsDirectory);
-  const auto checksum = entry[kManifestSHAChecksum].string();
+  const bool isDirectory = entry.isDirectory();
+  const auto checksum = entry.checksum();
   const auto externalPath = externalPathOf(entry, source);
   const std::string destinationPath = paths::append(destination, *path);
-  if (skipsSystemPaths_ && destinationPath.starts_with(kSystemFolder)) {
+  if (skipsSystemPaths_ && liesInSystemFolder(destinationPath)) {
     return true;
   }
   if (isDirectory) {
@@ -307,11 +304,11 @@ bool QVNInstallComponentsStrategy::copyFileWithManifestInfo(const PropertyList& 
   return copyFile(entry, destinationPath, forComponent, sourcePath, attributes);
 }
 
-bool QVNInstallComponentsStrategy::copyDirectory(const PropertyList& entry, const std::string& path,
+bool QVNInstallComponentsStrategy::copyDirectory(const FileEntry& entry, const std::string& path,
                                                  const std::optional<std::string>& externalPath,
                                                  const FileAttributes& attributes) {
   logging::debug("%s: filePath = %@", kCopyFileSelector, path);
-  const FileAttributes own = attributesFromEntry(entry);
+  const FileAttributes own = entry.attributes();
   if (auto made = withSpareResources([&] { return makeDirectory(path, own, attributes); }); !made) {
     return fail("error: %@", made.error());
   }
@@ -357,11 +354,11 @@ bool QVNInstallComponentsStrategy::setDirectoryAttributes(const std::string& pat
   return true;
 }
 
-bool QVNInstallComponentsStrategy::copyFile(const PropertyList& entry, const std::string& path,
+bool QVNInstallComponentsStrategy::copyFile(const FileEntry& entry, const std::string& path,
                                             const std::string& component, const std::optional<std::string>& sourcePath,
                                             const FileAttributes& directoryAttributes) {
   if (!sourcePath || !files::exists(*sourcePath)) {
-    if (entry[kManifestExternalSourcePath].isString()) {
+    if (entry.externalSource()) {
       return true;
     }
     return fail("path doesn't exist at %@", sourcePath);
@@ -370,12 +367,12 @@ bool QVNInstallComponentsStrategy::copyFile(const PropertyList& entry, const std
   if (!content) {
     return fail("Error: %@ (%@)", content.error(), sourcePath);
   }
-  const auto checksum = entry[kManifestSHAChecksum].string();
+  const auto checksum = entry.checksum();
   if (checksum && *checksum != content->checksum()) {
     return fail("Checksum mismatch for component %@.\n\tFound:%@. \n\tExpected: %@\n\tDestination: %@", component,
                 content->checksum(), checksum, path);
   }
-  return makeParent(path, directoryAttributes) && writeFile(*content, path, attributesFromEntry(entry));
+  return makeParent(path, directoryAttributes) && writeFile(*content, path, entry.attributes());
 }
 
 bool QVNInstallComponentsStrategy::makeParent(const std::string& path, const FileAttributes& attributes) {
@@ -403,23 +400,23 @@ bool QVNInstallComponentsStrategy::writeFile(const PayloadFileReader::Content& c
   return true;
 }
 
-bool QVNInstallComponentsStrategy::createSymbolicLinks(const std::vector<PropertyList>& entries,
+bool QVNInstallComponentsStrategy::createSymbolicLinks(const std::vector<FileEntry>& entries,
                                                        const std::string& destination) {
   QVNInstallerState state = installerState();
   const bool result = createSymbolicLinks(entries, destination, state);
   setInstallerState(state);
-  for (const PropertyList& entry : entries) {
-    writtenVolumes_.note(paths::append(destination, entry[kManifestFilePath].text()));
+  for (const FileEntry& entry : entries) {
+    writtenVolumes_.note(paths::append(destination, entry.listedPath().text()));
   }
   return result;
 }
 
-bool QVNInstallComponentsStrategy::createSymbolicLinks(const std::vector<PropertyList>& entries,
+bool QVNInstallComponentsStrategy::createSymbolicLinks(const std::vector<FileEntry>& entries,
                                                        const std::string& destination,
                                                        QVNInstallerState& installerState) {
   installerState = QVNInstallerStateInstalling;
   bool result = true;
-  for (const PropertyList& entry : entries) {
+  for (const FileEntry& entry : entries) {
     const auto path = pathText(entry);
     if (!path || !isUsablePath(*path) || isRoot(*path)) {
       logging::error("A symbolic link has no usable path: %@", path);

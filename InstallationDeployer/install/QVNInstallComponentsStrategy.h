@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/install/MemoryBudget.h"
 #include "InstallationDeployer/install/PayloadFileReader.h"
 #include "InstallationDeployer/install/PayloadPrefetch.h"
@@ -36,12 +37,12 @@ class QVNInstallComponentsStrategy : public QVNInstallStepStrategy {
   /// @param source the payload's root.
   /// @param destination the root that the entry's path is appended to.
   /// @param attributes for directories that no entry describes.
-  bool copyFileWithManifestInfo(const PropertyList& entry, const std::string& forComponent, const std::string& source,
+  bool copyFileWithManifestInfo(const FileEntry& entry, const std::string& forComponent, const std::string& source,
                                 const std::string& destination, const foundation::FileAttributes& attributes);
-  bool createSymbolicLinks(const std::vector<PropertyList>& entries, const std::string& destination);
+  bool createSymbolicLinks(const std::vector<FileEntry>& entries, const std::string& destination);
   /// Goes on after a link that could not be made, but not after an item that could not be removed.
   /// @param installerState set to installing, or to failed.
-  static bool createSymbolicLinks(const std::vector<PropertyList>& entries, const std::string& destination,
+  static bool createSymbolicLinks(const std::vector<FileEntry>& entries, const std::string& destination,
                                   QVNInstallerState& installerState);
 
   [[nodiscard]] std::string_view className() const override { return "QVNInstallComponentsStrategy"; }
@@ -57,19 +58,19 @@ class QVNInstallComponentsStrategy : public QVNInstallStepStrategy {
 
   [[nodiscard]] bool work() override;
   [[nodiscard]] bool installComponent(const Component& component);
-  [[nodiscard]] bool installEntry(const PropertyList& entry, const Component& component);
-  [[nodiscard]] bool isKeptAsItIs(const PropertyList& entry) const;
+  [[nodiscard]] bool installEntry(const FileEntry& entry, const Component& component);
+  [[nodiscard]] bool isKeptAsItIs(const FileEntry& entry) const;
   void prepareAhead(const PropertyList& manifest, const Component& component);
-  [[nodiscard]] static std::optional<PayloadFile> payloadFileFor(const PropertyList& entry, const Component& component);
+  [[nodiscard]] static std::optional<PayloadFile> payloadFileFor(const FileEntry& entry, const Component& component);
   [[nodiscard]] bool publish(PayloadPrefetch::Prepared prepared, const Component& component);
 
-  [[nodiscard]] bool copyDirectory(const PropertyList& entry, const std::string& path,
+  [[nodiscard]] bool copyDirectory(const FileEntry& entry, const std::string& path,
                                    const std::optional<std::string>& externalPath,
                                    const foundation::FileAttributes& attributes);
   [[nodiscard]] bool refillDirectory(const std::string& path, const std::string& externalPath,
                                      const foundation::FileAttributes& own, const foundation::FileAttributes& parents);
   [[nodiscard]] bool setDirectoryAttributes(const std::string& path, const foundation::FileAttributes& attributes);
-  [[nodiscard]] bool copyFile(const PropertyList& entry, const std::string& path, const std::string& component,
+  [[nodiscard]] bool copyFile(const FileEntry& entry, const std::string& path, const std::string& component,
                               const std::optional<std::string>& sourcePath,
                               const foundation::FileAttributes& directoryAttributes);
   [[nodiscard]] bool writeFile(const PayloadFileReader::Content& content, const std::string& path,

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 
-#include "InstallationDeployer/EntryPath.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/installed/ComponentCache.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/logging/SystemLog.h"
 
@@ -15,16 +13,17 @@ namespace deployer {
 namespace files = foundation::files;
 namespace paths = foundation::paths;
 using foundation::Status;
-using foundation::NSDictionaryExtensions::boolForKey;
 
 namespace {
 
 constexpr char kWildcard = '*';
 
+// An empty one is none here.
+bool hasExternalSource(const FileEntry& entry) { return !entry.externalSource().value_or("").empty(); }
+
 /// An external source as it stands where the entry has one, else the installed path.
-std::string sourceOf(const foundation::PropertyList& entry) {
-  const std::string_view external = entry[kManifestExternalSourcePath].text();
-  return std::string(external.empty() ? entry[kManifestFilePath].text() : external);
+std::string sourceOf(const FileEntry& entry) {
+  return std::string(hasExternalSource(entry) ? *entry.externalSource() : entry.listedPath().text());
 }
 
 }  // namespace
@@ -37,31 +36,31 @@ bool QVNCacheComponentStrategy::work() {
     return fail("QVNCacheComponentStrategy: Unable to make the folder of the cache. %@", made.error());
   }
   return walkPlannedEntries(
-      [this](const std::string& component, const PropertyList& entry) { return cacheEntry(component, entry); });
+      [this](const std::string& component, const FileEntry& entry) { return cacheEntry(component, entry); });
 }
 
-bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const PropertyList& entry) {
-  if (!boolForKey(entry, kManifestIsModifiableFile) || configuration().remove()) {
+bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const FileEntry& entry) {
+  if (!entry.isModifiable() || configuration().remove()) {
     return true;
   }
-  const PropertyList& path = entry[kManifestFilePath];
   const std::string source = sourceOf(entry);
-  if (!isUsablePath(path.text()) || !isUsablePath(source)) {
-    return fail("QVNCacheComponentStrategy: A file of component %@ has no usable path: %@", component, path);
+  if (!entry.hasUsablePath() || !isUsablePath(source)) {
+    return fail("QVNCacheComponentStrategy: A file of component %@ has no usable path: %@", component,
+                entry.listedPath());
   }
-  if (boolForKey(entry, kManifestIsWildcardPath)) {
+  if (entry.isWildcard()) {
     return cacheMatches(component, entry, source);
   }
-  return !files::exists(source) || copyFile(source, std::string(path.text()));
+  return !files::exists(source) || copyFile(source, std::string(*entry.path()));
 }
 
-bool QVNCacheComponentStrategy::cacheMatches(const std::string& component, const PropertyList& entry,
+bool QVNCacheComponentStrategy::cacheMatches(const std::string& component, const FileEntry& entry,
                                              const std::string& source) {
-  if (!entry[kManifestExternalSourcePath].text().empty()) {
+  if (hasExternalSource(entry)) {
     return fail(
         "QVNCacheComponentStrategy: Wildcard patterns do not support \"%@\".\n\tFound in component plist %@ at list of "
         "files entry for %@",
-        kManifestExternalSourcePath, component, entry[kManifestFilePath]);
+        kManifestExternalSourcePath, component, entry.listedPath());
   }
   const auto matches = matchesForWildCardedPath(source);
   if (!matches || matches->empty()) {

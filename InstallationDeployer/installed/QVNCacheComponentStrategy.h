@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 
 namespace deployer {
@@ -23,8 +24,8 @@ class QVNCacheComponentStrategy : public QVNInstallStepStrategy {
 
  private:
   [[nodiscard]] bool work() override;
-  bool cacheEntry(const std::string& component, const PropertyList& entry);
-  bool cacheMatches(const std::string& component, const PropertyList& entry, const std::string& source);
+  bool cacheEntry(const std::string& component, const FileEntry& entry);
+  bool cacheMatches(const std::string& component, const FileEntry& entry, const std::string& source);
 };
 
 }  // namespace deployer

@@ -2,10 +2,7 @@
 
 #include <vector>
 
-#include "InstallationDeployer/EntryPath.h"
-#include "InstallationDeployer/ManifestKeys.h"
-#include "general/foundation/Paths.h"
-#include "general/foundation/extensions/NSDictionaryExtensions.h"
+#include "InstallationDeployer/RestrictedPaths.h"
 #include "general/foundation/files/GuardedRemoval.h"
 #include "general/logging/SystemLog.h"
 
@@ -13,19 +10,11 @@ namespace deployer {
 
 using foundation::FileType;
 using foundation::GuardedRemoval;
-using foundation::NSDictionaryExtensions::boolForKey;
-namespace paths = foundation::paths;
 
 namespace {
 
 // The Finder leaves this file in folders that somebody has looked at.
 constexpr std::string_view kFinderFile = ".DS_Store";
-
-// Another spelling of a system folder is that folder.
-bool isRestricted(std::string_view path) {
-  const auto& restricted = QVNInstallerManifest::restrictedPaths();
-  return restricted.contains(path) || restricted.contains(paths::standardize(path));
-}
 
 bool holdsNothingOfOthers(const std::vector<std::string>& names) {
   return names.empty() || (names.size() == 1 && names.front() == kFinderFile);
@@ -45,22 +34,21 @@ bool QVNRemoveComponentsStrategy::work() {
   setInstallerState(QVNInstallerStateRemoving);
   GuardedRemoval removal;
   return walkPlannedEntries(
-      [&](const std::string& component, const PropertyList& entry) { return removeEntry(component, entry, removal); });
+      [&](const std::string& component, const FileEntry& entry) { return removeEntry(component, entry, removal); });
 }
 
-bool QVNRemoveComponentsStrategy::removeEntry(const std::string& component, const PropertyList& entry,
+bool QVNRemoveComponentsStrategy::removeEntry(const std::string& component, const FileEntry& entry,
                                               GuardedRemoval& removal) {
-  const auto listedPath = entry[kManifestFilePath].string();
+  const auto listedPath = entry.path();
   if (listedPath && isRestricted(*listedPath)) {
     return fail("Attempted to remove path on restricted list. Path: %@", listedPath);
   }
-  const auto path = installedPathOf(entry);
+  const auto path = entry.installedPath();
   if (!path) {
     return fail("A file of component %@ has no usable path: %@", component, listedPath);
   }
-  if (boolForKey(entry, kManifestIsDirectory)) {
-    return boolForKey(entry, kManifestRemoveDirectoryAndContents) ? removeWithContents(*path, removal)
-                                                                  : removeUnlessInUse(*path, removal);
+  if (entry.isDirectory()) {
+    return entry.removesContents() ? removeWithContents(*path, removal) : removeUnlessInUse(*path, removal);
   }
   return isKept(entry) || removeFile(*path, removal);
 }
@@ -101,12 +89,12 @@ bool QVNRemoveComponentsStrategy::removeFile(const std::string& path, GuardedRem
   return fail("Unable to remove file. %@", removed.error());
 }
 
-bool QVNRemoveComponentsStrategy::isKept(const PropertyList& entry) const {
-  if (!boolForKey(entry, kManifestIsModifiableFile)) {
+bool QVNRemoveComponentsStrategy::isKept(const FileEntry& entry) const {
+  if (!entry.isModifiable()) {
     return false;
   }
   const bool removesEverything = configuration().remove();
-  logging::debug("itemPath = %@\n\tself.configuration.remove = %d", entry[kManifestFilePath], removesEverything);
+  logging::debug("itemPath = %@\n\tself.configuration.remove = %d", entry.listedPath(), removesEverything);
   return !removesEverything;
 }
 

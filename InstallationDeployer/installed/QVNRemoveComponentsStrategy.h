@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 
 namespace foundation {
@@ -32,12 +33,12 @@ class QVNRemoveComponentsStrategy : public QVNInstallStepStrategy {
 
  private:
   [[nodiscard]] bool work() override;
-  [[nodiscard]] bool removeEntry(const std::string& component, const PropertyList& entry,
+  [[nodiscard]] bool removeEntry(const std::string& component, const FileEntry& entry,
                                  foundation::GuardedRemoval& removal);
   [[nodiscard]] bool removeWithContents(const std::string& path, foundation::GuardedRemoval& removal);
   [[nodiscard]] bool removeUnlessInUse(const std::string& path, foundation::GuardedRemoval& removal);
   [[nodiscard]] bool removeFile(const std::string& path, foundation::GuardedRemoval& removal);
-  [[nodiscard]] bool isKept(const PropertyList& entry) const;
+  [[nodiscard]] bool isKept(const FileEntry& entry) const;
 
   bool isLocal_;
 };

@@ -2,12 +2,9 @@
 
 #include <algorithm>
 
-#include "InstallationDeployer/EntryPath.h"
-#include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/installed/ComponentCache.h"
 #include "InstallationDeployer/installed/QVNCacheComponentStrategy.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/GuardedRemoval.h"
 #include "general/logging/SystemLog.h"
@@ -17,7 +14,6 @@ namespace deployer {
 namespace files = foundation::files;
 namespace paths = foundation::paths;
 using foundation::Status;
-using foundation::NSDictionaryExtensions::boolForKey;
 
 bool QVNRestoreCacheComponentStrategy::work() {
   const bool restored = restoreFiles();
@@ -32,19 +28,19 @@ bool QVNRestoreCacheComponentStrategy::restoreFiles() {
     return fail("QVNRestoreCacheComponentStrategy: Others than root could change the cache.");
   }
   return walkPlannedEntries(
-      [this](const std::string& component, const PropertyList& entry) { return restoreEntry(component, entry); });
+      [this](const std::string& component, const FileEntry& entry) { return restoreEntry(component, entry); });
 }
 
-bool QVNRestoreCacheComponentStrategy::restoreEntry(const std::string& component, const PropertyList& entry) {
-  if (!boolForKey(entry, kManifestIsModifiableFile)) {
+bool QVNRestoreCacheComponentStrategy::restoreEntry(const std::string& component, const FileEntry& entry) {
+  if (!entry.isModifiable()) {
     return true;
   }
-  const std::string path(entry[kManifestFilePath].text());
-  if (!isUsablePath(path)) {
+  if (!entry.hasUsablePath()) {
     return fail("QVNRestoreCacheComponentStrategy: A file of component %@ has no usable path: %@", component,
-                entry[kManifestFilePath]);
+                entry.listedPath());
   }
-  if (boolForKey(entry, kManifestIsWildcardPath)) {
+  const std::string path(*entry.path());
+  if (entry.isWildcard()) {
     return restoreMatches(path);
   }
   const std::string cached = component_cache::cachedPath(path);

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 
 namespace deployer {
@@ -19,7 +20,7 @@ class QVNRestoreCacheComponentStrategy : public QVNInstallStepStrategy {
  private:
   [[nodiscard]] bool work() override;
   bool restoreFiles();
-  bool restoreEntry(const std::string& component, const PropertyList& entry);
+  bool restoreEntry(const std::string& component, const FileEntry& entry);
   bool restoreMatches(const std::string& path);
 };
 

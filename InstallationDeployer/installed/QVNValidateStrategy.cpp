@@ -4,10 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "InstallationDeployer/EntryAttributes.h"
-#include "InstallationDeployer/EntryPath.h"
-#include "InstallationDeployer/ManifestKeys.h"
-#include "general/foundation/extensions/NSDictionaryExtensions.h"
+#include "InstallationDeployer/FileEntry.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/ItemFinder.h"
 #include "general/logging/SystemLog.h"
@@ -17,12 +14,8 @@ namespace deployer {
 
 using foundation::FileAttributes;
 using foundation::ItemStatus;
-using foundation::PropertyList;
-using foundation::NSDictionaryExtensions::boolForKey;
 
 namespace {
-
-constexpr std::string_view kSystemFolder = "/System/";
 
 // Deliberately lenient: one attribute that is as it should be is enough.
 bool hasOneEqualAttribute(const ItemStatus& item, const FileAttributes& wanted) {
@@ -32,40 +25,36 @@ bool hasOneEqualAttribute(const ItemStatus& item, const FileAttributes& wanted) 
 // Checks the entries of the manifests one by one.
 class Inspection {
  public:
-  bool passes(const std::string& component, const PropertyList& entry) {
-    const PropertyList& path = entry[kManifestFilePath];
-    if (skipsSystemPaths_ && path.text().starts_with(kSystemFolder)) {
+  bool passes(const std::string& component, const FileEntry& entry) {
+    if (skipsSystemPaths_ && liesInSystemFolder(entry.listedPath().text())) {
       return true;
     }
     const auto item = find(entry);
     if (!item) {
-      return isSuppliedFromOutside(entry) || isMissing(path, component);
+      return entry.externalSource().has_value() || isMissing(entry, component);
     }
-    if (boolForKey(entry, kManifestIsModifiableFile) || hasOneEqualAttribute(*item, attributesFromEntry(entry))) {
+    if (entry.isModifiable() || hasOneEqualAttribute(*item, entry.attributes())) {
       return true;
     }
     logging::info(
         "Adding %@ component to fixPlan because file attributes different for %@\n\tfile attributes: %@\n\tmanifest "
         "attributes: %@",
-        component, path, dictionaryOf(*item), entry);
+        component, entry.listedPath(), dictionaryOf(*item), entry.dictionary());
     return false;
   }
 
  private:
-  std::optional<ItemStatus> find(const PropertyList& entry) {
-    const auto path = installedPathOf(entry);
+  std::optional<ItemStatus> find(const FileEntry& entry) {
+    const auto path = entry.installedPath();
     auto item = path ? finder_.find(*path) : std::nullopt;
-    if (item && item->isSymbolicLink() && !boolForKey(entry, kManifestIsSymbolicLink) &&
-        !foundation::files::exists(*path)) {
+    if (item && item->isSymbolicLink() && !entry.isSymbolicLink() && !foundation::files::exists(*path)) {
       return std::nullopt;
     }
     return item;
   }
 
-  static bool isSuppliedFromOutside(const PropertyList& entry) { return entry[kManifestExternalSourcePath].isString(); }
-
-  static bool isMissing(const PropertyList& path, const std::string& component) {
-    logging::info("File %@ is missing. adding %@ component to fixPlan", path, component);
+  static bool isMissing(const FileEntry& entry, const std::string& component) {
+    logging::info("File %@ is missing. adding %@ component to fixPlan", entry.listedPath(), component);
     return false;
   }
 
@@ -82,7 +71,7 @@ bool QVNValidateStrategy::work() {
     Inspection inspection;
     // An entry that fails is kept here and not told to the walk, which would skip the rest of the component.
     static_cast<void>(manifest().walkManifestFileListForComponents(
-        *plan(), false, false, [&](const std::string& component, const PropertyList&, const PropertyList& entry) {
+        *plan(), false, false, [&](const std::string& component, const PropertyList&, const FileEntry& entry) {
           if (!inspection.passes(component, entry)) {
             componentsToFix.push_back(component);
           }

@@ -2,11 +2,11 @@
 
 #include <unordered_set>
 
+#include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Thread.h"
-#include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/logging/SystemLog.h"
 
@@ -14,7 +14,6 @@ namespace deployer {
 
 namespace files = foundation::files;
 namespace paths = foundation::paths;
-using foundation::NSDictionaryExtensions::boolForKey;
 
 namespace {
 
@@ -220,15 +219,16 @@ bool QVNBuildInstallPlanStrategy::addForChangedExternalFiles(const std::string& 
   if (!componentManifest) {
     return false;
   }
-  for (const PropertyList& entry : (*componentManifest)[kManifestListOfFiles].elements()) {
-    const auto source = entry[kManifestExternalSourcePath].string();
-    if (!source || !boolForKey(entry, kManifestCheckForExternalFileChanges)) {
+  for (const PropertyList& element : (*componentManifest)[kManifestListOfFiles].elements()) {
+    const FileEntry entry(element);
+    const auto source = entry.externalSource();
+    if (!source || !entry.checksForExternalChanges()) {
       continue;
     }
     const std::string externalPath = paths::resolve(controller().installerRootPath(), *source);
     logging::debug("#### checking external source: %s: externalSourcePath = %@", kUpgradePlanSelector, externalPath);
-    const std::string installedPath(entry[kManifestFilePath].text());
-    if (boolForKey(entry, kManifestIsDirectory)) {
+    const std::string installedPath(entry.listedPath().text());
+    if (entry.isDirectory()) {
       const auto differs = externalDirectoryDiffers(externalPath, installedPath);
       if (!differs) {
         return false;

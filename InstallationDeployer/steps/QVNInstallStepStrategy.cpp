@@ -103,7 +103,7 @@ std::string QVNInstallStepStrategy::productName() const { return configuration()
 bool QVNInstallStepStrategy::walkPlannedEntries(const EntryBlock& block) {
   const bool walked = manifest().walkManifestFileListForComponents(
       plan_ ? std::optional(*plan_) : std::nullopt, true, true,
-      [&block](const std::string& component, const PropertyList&, const PropertyList& entry) {
+      [&block](const std::string& component, const PropertyList&, const FileEntry& entry) {
         return block(component, entry);
       });
   // A manifest that cannot be read has been logged, but no entry has set a state then.

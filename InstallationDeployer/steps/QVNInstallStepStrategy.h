@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/steps/InstallRun.h"
 #include "general/foundation/propertylist/PropertyList.h"
 #include "general/logging/SystemLog.h"
@@ -68,7 +69,7 @@ class QVNInstallStepStrategy {
 
  protected:
   /// (component name, file entry) -> go on.
-  using EntryBlock = std::function<bool(const std::string&, const PropertyList&)>;
+  using EntryBlock = std::function<bool(const std::string&, const FileEntry&)>;
 
   /// What the step is there for; its success. Called once nothing before the step has failed.
   [[nodiscard]] virtual bool work() { return true; }

@@ -771,8 +771,8 @@ TEST_F(ManifestAuthoring, ReadsBackWithTheQueriesWhatItWrote) {
   EXPECT_EQ(reader.listOfDaemonsForComponents({"Core"}), Names{"svcd"});
   Names walked;
   EXPECT_TRUE(reader.walkManifestFileListForComponents(
-      Names{"Core"}, true, true, [&walked](const std::string&, const PropertyList&, const PropertyList& item) {
-        walked.emplace_back(item["Path"].text());
+      Names{"Core"}, true, true, [&walked](const std::string&, const PropertyList&, const FileEntry& item) {
+        walked.emplace_back(item.listedPath().text());
         return true;
       }));
   EXPECT_EQ(walked, (Names{"/Library/Thing/f", "/Library/Thing", "/Library/LaunchDaemons/svcd.plist"}));

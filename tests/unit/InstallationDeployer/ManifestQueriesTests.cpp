@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <set>
 #include <string>
 
 #include "InstallationDeployer/InternalInconsistency.h"
@@ -236,8 +235,8 @@ TEST_F(ManifestQueries, WalkingLeavesToRootReversesEachComponentButNotTheirOrder
   writeFiles("B", {"/y"});
   Names visited;
   EXPECT_TRUE(manifest_.walkManifestFileListForComponents(
-      Names{"A", "B"}, true, true, [&](const std::string&, const PropertyList&, const PropertyList& entry) {
-        visited.emplace_back(entry["Path"].text());
+      Names{"A", "B"}, true, true, [&](const std::string&, const PropertyList&, const FileEntry& entry) {
+        visited.emplace_back(entry.listedPath().text());
         return true;
       }));
   EXPECT_EQ(visited, Names({"/x/f", "/x", "/y"}));
@@ -248,9 +247,9 @@ TEST_F(ManifestQueries, WalkWithoutExitOnFailureAnswersWithTheLastCall) {
   writeFiles("B", {"/b"});
   Names visited;
   const auto failAt = [&](const std::string& failing) {
-    return [&visited, failing](const std::string&, const PropertyList&, const PropertyList& entry) {
-      visited.emplace_back(entry["Path"].text());
-      return entry["Path"].text() != failing;
+    return [&visited, failing](const std::string&, const PropertyList&, const FileEntry& entry) {
+      visited.emplace_back(entry.listedPath().text());
+      return entry.listedPath().text() != failing;
     };
   };
   EXPECT_TRUE(manifest_.walkManifestFileListForComponents(Names{"A", "B"}, false, false, failAt("/a2")));
@@ -266,7 +265,7 @@ TEST_F(ManifestQueries, WalkWithoutExitOnFailureAnswersWithTheLastCall) {
 }
 
 TEST_F(ManifestQueries, WalkWithoutAListAnswersNoAndWithAnEmptyOneYes) {
-  const auto never = [](const std::string&, const PropertyList&, const PropertyList&) -> bool {
+  const auto never = [](const std::string&, const PropertyList&, const FileEntry&) -> bool {
     ADD_FAILURE() << "called";
     return true;
   };
@@ -278,10 +277,9 @@ TEST_F(ManifestQueries, WalkWithoutAListAnswersNoAndWithAnEmptyOneYes) {
 TEST_F(ManifestQueries, WalkGivesTheBlockComponentAndManifest) {
   writeFiles("A", {"/a"});
   EXPECT_TRUE(manifest_.walkManifestFileListForComponents(
-      Names{"A"}, false, true,
-      [](const std::string& component, const PropertyList& manifest, const PropertyList& entry) {
+      Names{"A"}, false, true, [](const std::string& component, const PropertyList& manifest, const FileEntry& entry) {
         EXPECT_EQ(component, "A");
-        EXPECT_EQ(manifest["ListOfFiles"].at(0), entry);
+        EXPECT_EQ(manifest["ListOfFiles"].at(0), entry.dictionary());
         return true;
       }));
 }
@@ -289,50 +287,7 @@ TEST_F(ManifestQueries, WalkGivesTheBlockComponentAndManifest) {
 TEST_F(ManifestQueries, WalkStopsAtAManifestThatCannotBeRead) {
   directory_.write("Contents/Install", "a file where a folder should be");
   EXPECT_FALSE(manifest_.walkManifestFileListForComponents(
-      Names{"A"}, false, false, [](const std::string&, const PropertyList&, const PropertyList&) { return true; }));
-}
-
-TEST(RestrictedPaths, AreThirtyEightExactPaths) {
-  const std::set<std::string, std::less<>> expected = {"/",
-                                                       "/Applications",
-                                                       "/Library",
-                                                       "/Network",
-                                                       "/System",
-                                                       "/Users",
-                                                       "/Volumes",
-                                                       "/bin",
-                                                       "/cores",
-                                                       "/dev",
-                                                       "/etc",
-                                                       "/home",
-                                                       "/mach_kernel",
-                                                       "/net",
-                                                       "/opt",
-                                                       "/private",
-                                                       "/sbin",
-                                                       "/tmp",
-                                                       "/usr",
-                                                       "/usr/bin",
-                                                       "/usr/lib",
-                                                       "/usr/libexec",
-                                                       "/usr/sbin",
-                                                       "/usr/share",
-                                                       "/usr/share/man",
-                                                       "/usr/share/man/man1",
-                                                       "/var",
-                                                       "/Library/Frameworks",
-                                                       "/Library/Caches",
-                                                       "/Library/Application Support",
-                                                       "/Library/LaunchDaemons",
-                                                       "/Library/LaunchAgents",
-                                                       "/Library/Preferences",
-                                                       "/System/Library",
-                                                       "/System/Library/CoreServices",
-                                                       "/System/Library/Frameworks",
-                                                       "/System/Library/LaunchDaemons",
-                                                       "/System/Library/LaunchAgents"};
-  ASSERT_EQ(expected.size(), 38U);
-  EXPECT_EQ(QVNInstallerManifest::restrictedPaths(), expected);
+      Names{"A"}, false, false, [](const std::string&, const PropertyList&, const FileEntry&) { return true; }));
 }
 
 TEST(Checksum, OfNothingIsTheDigestOfNothing) {

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "InstallationDeployer/DiskSpace.h"
+#include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
 #include "tests/unit/InstallationDeployer/install/InstallComponentsTest.h"
 
@@ -599,16 +600,16 @@ TEST_F(InstallComponents, ALinkWithoutATargetFails) {
 TEST_F(InstallComponents, TheClassFormReportsItsStateToTheCaller) {
   auto given = deployer::QVNInstallerStateFailed;
   const CapturedLog log;
-  EXPECT_TRUE(Step::createSymbolicLinks({link("/link", "text")}, target(), given));
+  EXPECT_TRUE(Step::createSymbolicLinks({deployer::FileEntry(link("/link", "text"))}, target(), given));
   EXPECT_EQ(given, deployer::QVNInstallerStateInstalling);
-  EXPECT_FALSE(Step::createSymbolicLinks({link("/absent/link", "text")}, target(), given));
+  EXPECT_FALSE(Step::createSymbolicLinks({deployer::FileEntry(link("/absent/link", "text"))}, target(), given));
   EXPECT_EQ(given, deployer::QVNInstallerStateFailed);
 }
 
 TEST_F(InstallComponents, TheInstanceFormTakesOverTheStateOfTheClassForm) {
   step_ = makeStep<Step>({});
   const CapturedLog log;
-  EXPECT_TRUE(step_->createSymbolicLinks({link("/link", "text")}, target()));
+  EXPECT_TRUE(step_->createSymbolicLinks({deployer::FileEntry(link("/link", "text"))}, target()));
   EXPECT_EQ(state(), deployer::QVNInstallerStateInstalling);
   EXPECT_EQ(run().states, std::vector{deployer::QVNInstallerStateInstalling});
 }
@@ -677,8 +678,9 @@ TEST_F(InstallComponentsHostilePath, APathWithANulIsRefused) {
   describe("Core", {});
   step_ = makeStep<Step>({"Core"});
   const CapturedLog log;
-  EXPECT_FALSE(step_->copyFileWithManifestInfo(file(std::string_view("/tool\0.txt", 10), "content"), "Core",
-                                               run().installerRootPath(), target(), {}));
+  EXPECT_FALSE(
+      step_->copyFileWithManifestInfo(deployer::FileEntry(file(std::string_view("/tool\0.txt", 10), "content")), "Core",
+                                      run().installerRootPath(), target(), {}));
   EXPECT_EQ(log.texts("Error").size(), 1U);
   EXPECT_FALSE(exists(target("/tool")));
 }

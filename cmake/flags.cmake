@@ -18,8 +18,11 @@ target_include_directories(corvane_flags INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_definitions(corvane_flags INTERFACE _FILE_OFFSET_BITS=64)
 
 if(CORVANE_SANITIZE)
-  target_compile_options(corvane_flags INTERFACE -fsanitize=${CORVANE_SANITIZE} -fno-omit-frame-pointer
-                                                 -fno-sanitize-recover=all)
+  target_compile_options(corvane_flags INTERFACE
+    -fsanitize=${CORVANE_SANITIZE}
+    -fno-omit-frame-pointer
+    -fno-sanitize-recover=all
+  )
   target_link_options(corvane_flags INTERFACE -fsanitize=${CORVANE_SANITIZE})
   # This check opens a pipe to look at an object and takes it for broken when it cannot: tests leave processes without
   # descriptors on purpose.
@@ -34,8 +37,13 @@ endif()
 
 add_library(corvane_static_runtime INTERFACE)
 if(NOT CORVANE_SANITIZE AND NOT CMAKE_SYSTEM_NAME STREQUAL "Darwin")
-  target_link_options(corvane_static_runtime INTERFACE -static-libstdc++ -static-libgcc -Wl,--as-needed -Wl,-z,relro
-                                                       -Wl,-z,now)
+  target_link_options(corvane_static_runtime INTERFACE
+    -static-libstdc++
+    -static-libgcc
+    -Wl,--as-needed
+    -Wl,-z,relro
+    -Wl,-z,now
+  )
 endif()
 
 # corvane_library(NAME source...): one static library per folder, with the project's flags.

@@ -86,6 +86,22 @@ TEST(House, NobodyCallsWhatIsBanned) {
   EXPECT_EQ(listed(architecture::callsOf(house(), architecture::bannedCalls())), "");
 }
 
+TEST(House, EveryBuildFileIsLaidOutAlike) {
+  const std::string project = CORVANE_PROJECT;
+  std::size_t files = 0;
+  for (const char* folder :
+       {"InstallationDeployer", "general", "frontend", "tools", "tests", "fuzz", "benchmarks", "cmake"}) {
+    for (const auto& item : std::filesystem::recursive_directory_iterator(project + "/" + folder)) {
+      if (item.path().filename() == "CMakeLists.txt" || item.path().extension() == ".cmake") {
+        const std::string path = item.path().string();
+        EXPECT_EQ(listed(architecture::strayLinesOf(path, architecture::textOf(path))), "");
+        ++files;
+      }
+    }
+  }
+  EXPECT_GT(files, 20U);
+}
+
 TEST(House, EveryPromiseHasItsTests) {
   const auto rules = architecture::rulesOn(page("rules.md"), {"Promise", "Shown by"});
   EXPECT_EQ(listed(architecture::rulesWithoutTests(rules, tests())), "");

@@ -150,4 +150,26 @@ Problems systemQuestions(const House& house) {
   return problems;
 }
 
+Problems strayLinesOf(const std::string& path, std::string_view text) {
+  constexpr std::size_t kLongestLine = 120;
+  constexpr std::size_t kLevel = 2;
+  Problems problems;
+  std::size_t number = 0;
+  std::size_t before = 0;
+  for (const std::string& line : linesOf(text)) {
+    ++number;
+    if (line.empty()) {
+      continue;
+    }
+    const std::size_t indentation = std::min(line.find_first_not_of(' '), line.size());
+    const bool isStray = line.size() > kLongestLine || indentation % kLevel != 0 || indentation > before + kLevel ||
+                         line.back() == ' ' || line.find('\t') != std::string::npos;
+    if (isStray) {
+      problems.push_back(sentence({path, ":", std::to_string(number), " is not laid out like the others"}));
+    }
+    before = indentation;
+  }
+  return problems;
+}
+
 }  // namespace architecture

@@ -27,6 +27,10 @@ Problems filesLongerThan(const House& house, std::size_t lines);
 /// Sources for all systems that ask the compiler which one this is.
 Problems systemQuestions(const House& house);
 
+/// Lines of a CMake file that are not in the house's style: at most 120 characters, two blanks for each level and no
+/// other ones at the beginning, none at the end.
+Problems strayLinesOf(const std::string& path, std::string_view text);
+
 /// A source's text without what the compiler does not read as code: comments and literals give way to blanks, lines
 /// stay lines.
 std::string codeOf(std::string_view text);

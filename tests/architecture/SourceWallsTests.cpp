@@ -55,6 +55,16 @@ TEST(SourceWalls, NameASourceThatAsksWhichSystemThisIs) {
             Problems{"general/ipc/Door.cpp asks for __linux__: give each system a source of its own"});
 }
 
+TEST(SourceWalls, NameALineOfABuildFileThatIsLaidOutInAnotherWay) {
+  EXPECT_EQ(architecture::strayLinesOf("a", "b(c\n  d\n    e\n\n    f\n)\n"), kNone);
+  EXPECT_EQ(architecture::strayLinesOf("a", "b(c\n    d)\n"), Problems{"a:2 is not laid out like the others"});
+  EXPECT_EQ(architecture::strayLinesOf("a", "b(c\n d)\n").size(), 1U);
+  EXPECT_EQ(architecture::strayLinesOf("a", "b(c) \n").size(), 1U);
+  EXPECT_EQ(architecture::strayLinesOf("a", "b(\tc)\n").size(), 1U);
+  EXPECT_EQ(architecture::strayLinesOf("a", std::string(120, '#')), kNone);
+  EXPECT_EQ(architecture::strayLinesOf("a", std::string(121, '#')).size(), 1U);
+}
+
 TEST(SourceWalls, HaveAReplacementForEveryBannedCall) {
   for (const architecture::BannedCall& call : architecture::bannedCalls()) {
     EXPECT_FALSE(call.instead.empty()) << call.name;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/architecture/BuildWalls.h"
@@ -81,6 +82,17 @@ TEST(House, EveryTargetHandsOnWhatItsHeadersNeedAndNothingElse) {
 }
 
 TEST(House, EverySourceIsBuilt) { EXPECT_EQ(listed(architecture::unbuiltSources(house())), ""); }
+
+TEST(House, OneClassOfTheEngineReadsTheKeysOfAnEntry) {
+  // Beside it: where keys are spelled, what writes entries, and the tool, which also reads what no engine would.
+  const std::vector<std::string_view> places = {"ManifestKeys", "FileEntry", "ComponentScan", "AuthoringPlist",
+                                                "BundleContents"};
+  for (const char* key : {"kManifestIsDirectory", "kManifestIsSymbolicLink", "kManifestSymbolicLinkTarget",
+                          "kManifestSHAChecksum", "kManifestIsModifiableFile", "kManifestCheckForExternalFileChanges",
+                          "kManifestIsWildcardPath", "kManifestRemoveDirectoryAndContents", "entry[kManifest"}) {
+    EXPECT_EQ(listed(architecture::codeOutside(house(), key, places)), "");
+  }
+}
 
 TEST(House, NobodyCallsWhatIsBanned) {
   EXPECT_EQ(listed(architecture::callsOf(house(), architecture::bannedCalls())), "");

@@ -150,6 +150,18 @@ Problems systemQuestions(const House& house) {
   return problems;
 }
 
+Problems codeOutside(const House& house, std::string_view code, const std::vector<std::string_view>& names) {
+  Problems problems;
+  for (const SourceFile& file : house.files) {
+    const std::string pair = pairOf(file.path);
+    const std::string name = pair.substr(pair.rfind('/') + 1);
+    if (std::ranges::find(names, name) == names.end() && codeOf(file.text).find(code) != std::string::npos) {
+      problems.push_back(sentence({file.path, " has ", code, ", which belongs elsewhere"}));
+    }
+  }
+  return problems;
+}
+
 Problems strayLinesOf(const std::string& path, std::string_view text) {
   constexpr std::size_t kLongestLine = 120;
   constexpr std::size_t kLevel = 2;

@@ -27,6 +27,9 @@ Problems filesLongerThan(const House& house, std::size_t lines);
 /// Sources for all systems that ask the compiler which one this is.
 Problems systemQuestions(const House& house);
 
+/// Code that stands in other files of the product than those of these names, without an ending.
+Problems codeOutside(const House& house, std::string_view code, const std::vector<std::string_view>& names);
+
 /// Lines of a CMake file that are not in the house's style: at most 120 characters, two blanks for each level and no
 /// other ones at the beginning, none at the end.
 Problems strayLinesOf(const std::string& path, std::string_view text);

@@ -55,6 +55,13 @@ TEST(SourceWalls, NameASourceThatAsksWhichSystemThisIs) {
             Problems{"general/ipc/Door.cpp asks for __linux__: give each system a source of its own"});
 }
 
+TEST(SourceWalls, NameCodeThatStandsInOtherFilesThanItShould) {
+  EXPECT_EQ(architecture::codeOutside(houseWith("a = entry[kPath];"), "entry[k", {"Door"}), kNone);
+  EXPECT_EQ(architecture::codeOutside(houseWith("// entry[kPath]\n"), "entry[k", {}), kNone);
+  EXPECT_EQ(architecture::codeOutside(houseWith("a = entry[kPath];"), "entry[k", {"Gate"}),
+            Problems{"general/ipc/Door.cpp has entry[k, which belongs elsewhere"});
+}
+
 TEST(SourceWalls, NameALineOfABuildFileThatIsLaidOutInAnotherWay) {
   EXPECT_EQ(architecture::strayLinesOf("a", "b(c\n  d\n    e\n\n    f\n)\n"), kNone);
   EXPECT_EQ(architecture::strayLinesOf("a", "b(c\n    d)\n"), Problems{"a:2 is not laid out like the others"});

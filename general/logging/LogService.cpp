@@ -2,12 +2,11 @@
 
 #include <cerrno>
 #include <exception>
-
-#include "general/logging/LogSocketPrimitives.h"
+#include <string>
 
 namespace logging {
 
-LogService::LogService(const Paths& paths) : socket_(connectDatagramSocket(paths.journal)) {
+LogService::LogService(const LogSocketPaths& paths) : socket_(connectDatagramSocket(paths.journal)) {
   takesFields_ = socket_.isOpen();
   if (!takesFields_) {
     socket_ = connectDatagramSocket(paths.syslog);

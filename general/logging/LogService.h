@@ -1,10 +1,8 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-
 #include "general/foundation/Descriptor.h"
 #include "general/logging/LogFormat.h"
+#include "general/logging/LogSocketPrimitives.h"
 
 namespace logging {
 
@@ -13,13 +11,7 @@ namespace logging {
 /// Not for use by two threads at once.
 class LogService {
  public:
-  struct Paths {
-    std::string journal;  ///< the socket for messages with fields; empty where the system has none
-    std::string syslog;   ///< the classic socket, used when the first cannot be reached
-  };
-  [[nodiscard]] static const Paths& systemPaths();
-
-  explicit LogService(const Paths& paths);
+  explicit LogService(const LogSocketPaths& paths);
 
   [[nodiscard]] bool isConnected() const { return socket_.isOpen(); }
   void send(const LogMessage& message, const LogOrigin& origin) const noexcept;

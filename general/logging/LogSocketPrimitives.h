@@ -5,8 +5,15 @@
 
 #include "general/foundation/Descriptor.h"
 
-/// Datagram sockets of log services. For LogService only.
+/// Datagram sockets of log services. For LogService and who makes one.
 namespace logging {
+
+/// Where the system's log service listens.
+struct LogSocketPaths {
+  std::string journal;  ///< the socket for messages with fields; empty where the system has none
+  std::string syslog;   ///< the classic socket, used when the first cannot be reached
+};
+[[nodiscard]] const LogSocketPaths& systemLogSocketPaths();
 
 /// A socket connected to the service that listens at the path; none when there is no such service.
 [[nodiscard]] foundation::Descriptor connectDatagramSocket(const std::string& path);

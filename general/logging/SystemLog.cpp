@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "general/foundation/Mutex.h"
+#include "general/logging/LogSocketPrimitives.h"
 
 namespace logging {
 
@@ -73,7 +74,7 @@ void writeToStandardError(std::string_view line) {
 /// Null when there is no memory for a client.
 Client* openClient(const char* sender, const char* facility) {
   try {
-    return new Client(sender, facility, LogService(LogService::systemPaths()));
+    return new Client(sender, facility, LogService(systemLogSocketPaths()));
   } catch (const std::exception&) {
     return nullptr;
   }
@@ -206,7 +207,7 @@ void corvane_secure_log(const char* sender, const char* format, ...) {
     buffer[0] = '\0';
   }
   try {
-    Client(sender, kSecureFacility, LogService(LogService::systemPaths())).send(secureMessage(buffer.get()));
+    Client(sender, kSecureFacility, LogService(systemLogSocketPaths())).send(secureMessage(buffer.get()));
   } catch (const std::exception&) {
     return;
   }

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string_view>
 
-#include "general/system/ConsoleSession.h"
+#include "general/system/ConsoleSessionPrimitives.h"
 
 namespace platform {
 

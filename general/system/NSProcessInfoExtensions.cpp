@@ -1,6 +1,6 @@
 #include "general/system/NSProcessInfoExtensions.h"
 
-#include "general/system/SystemVersion.h"
+#include "general/system/KernelPrimitives.h"
 
 namespace platform::NSProcessInfoExtensions {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <span>
 
-#include "general/system/TQProcessInfo.h"
+#include "general/system/ProcessRecord.h"
 
 namespace platform {
 
@@ -19,8 +19,5 @@ class ProcessTable {
 
 /// A snapshot in memory from malloc, taken again until it fits. Contract as for GetBSDProcessList.
 [[nodiscard]] int copyProcessTable(ProcessTable& table, ProcessRecord** procList, std::size_t* procCount);
-
-/// The running system's table; implemented once per system.
-[[nodiscard]] int copySystemProcessTable(ProcessRecord** procList, std::size_t* procCount);
 
 }  // namespace platform

@@ -8,7 +8,7 @@
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
-#include "general/system/ProcessHandle.h"
+#include "general/system/ProcessHandlePrimitives.h"
 #include "general/system/TQProcessInfo.h"
 
 namespace platform {

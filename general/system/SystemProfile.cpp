@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "general/system/BootTime.h"
+#include "general/system/BootTimePrimitives.h"
 
 namespace platform {
 

@@ -41,7 +41,5 @@ inline constexpr SystemVersion kUnknownVersion{10, 0, 0};
 
 /// The running system's version; nothing when the system does not say.
 [[nodiscard]] std::optional<SystemVersion> installedSystemVersion();
-/// The running kernel's major release number, in the numbering of kernelMajorFor(). One source per system.
-[[nodiscard]] int runningKernelMajor();
 
 }  // namespace platform

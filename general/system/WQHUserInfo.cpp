@@ -1,6 +1,6 @@
 #include "general/system/WQHUserInfo.h"
 
-#include "general/system/GroupMembership.h"
+#include "general/system/GroupMembershipPrimitives.h"
 #include "general/system/ProcessSelf.h"
 
 namespace platform {

@@ -6,12 +6,10 @@
 
 #include <algorithm>
 
-#include "general/logging/LogService.h"
-
 namespace logging {
 
-const LogService::Paths& LogService::systemPaths() {
-  static const Paths paths{"", "/var/run/syslog"};
+const LogSocketPaths& systemLogSocketPaths() {
+  static const LogSocketPaths paths{"", "/var/run/syslog"};
   return paths;
 }
 

@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "general/logging/LogService.h"
-
 namespace logging {
 
 namespace {
@@ -26,8 +24,8 @@ foundation::Descriptor sealedFile(std::string_view content) {
 
 }  // namespace
 
-const LogService::Paths& LogService::systemPaths() {
-  static const Paths paths{"/run/systemd/journal/socket", "/dev/log"};
+const LogSocketPaths& systemLogSocketPaths() {
+  static const LogSocketPaths paths{"/run/systemd/journal/socket", "/dev/log"};
   return paths;
 }
 

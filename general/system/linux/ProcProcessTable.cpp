@@ -128,9 +128,4 @@ int ProcProcessTable::read(std::span<ProcessRecord> room, std::size_t* count) {
   return errno;
 }
 
-int copySystemProcessTable(ProcessRecord** procList, std::size_t* procCount) {
-  ProcProcessTable table("/proc");
-  return copyProcessTable(table, procList, procCount);
-}
-
 }  // namespace platform

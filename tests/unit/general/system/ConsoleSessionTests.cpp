@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "general/system/ConsoleSession.h"
+#include "general/system/ConsoleSessionPrimitives.h"
 #include "general/system/linux/LoginSessions.h"
 #include "tests/support/TemporaryDirectory.h"
 

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "general/system/GroupMembership.h"
+#include "general/system/GroupMembershipPrimitives.h"
 #include "general/system/WQHUserInfo.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/unit/general/system/ChildRun.h"

@@ -1,4 +1,4 @@
-#include "general/system/ConsoleSession.h"
+#include "general/system/ConsoleSessionPrimitives.h"
 
 #include <ApplicationServices/ApplicationServices.h>
 

@@ -1,4 +1,4 @@
-#include "general/system/BootTime.h"
+#include "general/system/BootTimePrimitives.h"
 
 #include <sys/sysctl.h>
 #include <sys/time.h>

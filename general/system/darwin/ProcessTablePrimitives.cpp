@@ -1,4 +1,4 @@
-#include "general/system/ProcessTable.h"
+#include "general/system/ProcessTablePrimitives.h"
 
 #include <sys/sysctl.h>
 
@@ -50,9 +50,6 @@ class KernelProcessTable : public ProcessTable {
 
 }  // namespace
 
-int copySystemProcessTable(ProcessRecord** procList, std::size_t* procCount) {
-  KernelProcessTable table;
-  return copyProcessTable(table, procList, procCount);
-}
+std::unique_ptr<ProcessTable> systemProcessTable() { return std::make_unique<KernelProcessTable>(); }
 
 }  // namespace platform

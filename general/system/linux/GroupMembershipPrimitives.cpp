@@ -1,4 +1,4 @@
-#include "general/system/GroupMembership.h"
+#include "general/system/GroupMembershipPrimitives.h"
 
 #include <grp.h>
 #include <pwd.h>

@@ -1,3 +1,5 @@
+#include "general/system/KernelPrimitives.h"
+
 #include <sys/utsname.h>
 
 #include "general/system/SystemVersion.h"

@@ -1,11 +1,10 @@
-#include "general/system/ConsoleSession.h"
+#include "general/system/linux/LoginSessions.h"
 
 #include <algorithm>
 #include <charconv>
 #include <limits>
 #include <string_view>
 
-#include "general/system/linux/LoginSessions.h"
 #include "general/system/linux/SmallFile.h"
 
 namespace platform {
@@ -70,7 +69,5 @@ std::optional<std::uint32_t> activeSeatUserId(const std::string& directory) {
   }
   return isActiveUserSession(*session) ? userIdIn(valueOf(*session, "UID")) : std::nullopt;
 }
-
-std::optional<std::uint32_t> consoleSessionUserId() { return activeSeatUserId("/run/systemd"); }
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-#include "general/system/ProcessHandle.h"
+#include "general/system/ProcessHandlePrimitives.h"
 
 #include <sys/stat.h>
 #include <sys/syscall.h>

@@ -40,8 +40,8 @@ std::optional<std::string> bundleOf(const std::string& executable) {
 
 PropertyList informationOf(const std::string& bundle) {
   const std::string path = paths::append(bundle, kInformationFile);
-  const auto attributes = files::attributesOfTarget(path);
-  if (!attributes || attributes->size > kMaximumInformationSize) {
+  const auto status = files::attributesOfTarget(path);
+  if (!status || status->size > kMaximumInformationSize) {
     return {};
   }
   const auto information = foundation::plist::readDictionary(path);

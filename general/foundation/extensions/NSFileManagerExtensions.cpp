@@ -33,15 +33,15 @@ Status copyAndOverwriteItemAtPath(const std::string& source, const std::string& 
   if (!content) {
     return content.error();
   }
-  const auto attributes = files::attributesOfItem(source);
-  if (!attributes) {
-    return attributes.error();
+  const auto status = files::attributesOfItem(source);
+  if (!status) {
+    return status.error();
   }
-  FileAttributes own{.owner = attributes->owner,
-                     .group = attributes->group,
-                     .permissions = attributes->permissions,
-                     .modificationNanoseconds = attributes->modificationNanoseconds};
-  if (attributes->isSymbolicLink() && !files::linksHavePermissions()) {
+  FileAttributes own{.owner = status->owner,
+                     .group = status->group,
+                     .permissions = status->permissions,
+                     .modificationNanoseconds = status->modificationNanoseconds};
+  if (status->isSymbolicLink() && !files::linksHavePermissions()) {
     const auto target = files::attributesOfTarget(source);
     if (!target) {
       return target.error();

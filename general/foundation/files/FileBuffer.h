@@ -6,7 +6,7 @@
 namespace foundation {
 
 /// Memory for the bytes of one file at a time, kept between files because fresh memory for every file costs half as
-/// much again as reading it. Private to its owner, so nobody can change the bytes between check and use.
+/// much again as reading it. Private to its owner, so nobody can change the bytes between check and use (TOCTOU).
 /// Not for use by two threads at once.
 class FileBuffer {
  public:

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "general/foundation/files/FileBuffer.h"
 #include "general/foundation/files/FileSystemAttributes.h"
 #include "general/foundation/files/ItemStatus.h"
+#include "general/foundation/files/PieceVisitor.h"
 
 /// Work on files. Every failure is an Error of kFileErrorDomain with the codes of Error.h; a path that holds a NUL or
 /// is too long is an error of its own, never a shorter path. All functions may be called from any thread.
@@ -54,8 +54,6 @@ namespace foundation::files {
 /// Owner, group and (where the system has such a thing) permissions of a link itself.
 [[nodiscard]] Status setLinkAttributes(const FileAttributes& attributes, const std::string& path);
 
-/// Called with each piece of a file as it is read, while the piece is still in the processor's cache.
-using PieceVisitor = std::function<void(std::span<const std::byte>)>;
 /// Reads a regular file whole into the buffer. Anything else (folder, pipe, device) is an error at once: it never
 /// waits. The bytes live in the buffer until its next use.
 /// @param mostBytes a file that is larger is an error with the code 263, before anything of it is read.
@@ -66,9 +64,9 @@ using PieceVisitor = std::function<void(std::span<const std::byte>)>;
 [[nodiscard]] Result<std::span<const std::byte>> readItself(const std::string& path, FileBuffer& buffer);
 /// The same for small files, as a string.
 [[nodiscard]] Result<std::string> readText(const std::string& path);
-/// Replaces the file's content in one step: a reader sees all of the old or all of the new. A link in the way is
-/// replaced, not followed. The attributes are set before the name shows the file; absent ones are the process's owner
-/// and group and mode 0644.
+/// Replaces the file's content in one step (an atomic replace): a reader sees all of the old or all of the new. A link
+/// in the way is replaced, not followed. The attributes are set before the name shows the file; absent ones are the
+/// process's owner and group and mode 0644.
 [[nodiscard]] Status writeAtomically(std::span<const std::byte> content, const std::string& path,
                                      const FileAttributes& attributes = {});
 

@@ -20,7 +20,7 @@ namespace {
 constexpr int kMostLinks = 40;
 
 // One way from the root down, name by name, where each name is opened before it is judged: what is judged cannot be
-// replaced by something else before it is used.
+// replaced by something else before it is used (no TOCTOU).
 class GuardedWalk {
  public:
   explicit GuardedWalk(const std::string& path) : path_(path) { goOnWith(path); }

@@ -13,6 +13,7 @@
 #include "general/foundation/files/internal/DirectoryListing.h"
 #include "general/foundation/files/internal/FilePrimitives.h"
 #include "general/foundation/files/internal/StatConversion.h"
+#include "general/foundation/files/internal/SystemPaths.h"
 #include "general/foundation/files/internal/TreeRemoval.h"
 
 namespace foundation {
@@ -40,7 +41,7 @@ int unlinkFileOrEmptyDirectory(int folder, const char* name) {
 Status GuardedRemoval::reach(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string_view name = slash == std::string::npos ? "" : std::string_view(path).substr(slash + 1);
-  if (!paths::isAbsolute(path) || path.find('\0') != std::string::npos || !paths::isSingleComponent(name)) {
+  if (!paths::isAbsolute(path) || system_paths::holdsNul(path) || !paths::isSingleComponent(name)) {
     return fileError(kWriteInvalidName, "No item can be removed by such a path.", path);
   }
   const std::string_view folder = std::string_view(path).substr(0, slash == 0 ? 1 : slash);

@@ -10,8 +10,8 @@
 
 namespace foundation {
 
-/// Removes items one by one where others may change folders meanwhile. Paths are absolute and standardized; anything
-/// else is an error.
+/// Removes items one by one where others may change folders meanwhile: no symlink race leads it elsewhere. Paths are
+/// absolute and standardized; anything else is an error.
 ///
 /// The folder that holds an item is reached through links of the effective user only (as /var and its kin are root's):
 /// a link of somebody else on the way is an error. The item itself is never followed when it is a link. Items of one

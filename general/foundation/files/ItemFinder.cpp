@@ -7,13 +7,13 @@
 
 #include "general/foundation/files/internal/FilePrimitives.h"
 #include "general/foundation/files/internal/StatConversion.h"
+#include "general/foundation/files/internal/SystemPaths.h"
 
 namespace foundation {
 
 std::optional<ItemStatus> ItemFinder::find(const std::string& path) {
   const std::size_t slash = path.rfind('/');
-  // The system would take a path with a NUL for the shorter one in front of it.
-  if (slash == std::string::npos || path.front() != '/' || path.find('\0') != std::string::npos) {
+  if (slash == std::string::npos || path.front() != '/' || system_paths::holdsNul(path)) {
     return std::nullopt;
   }
   const std::string_view folder = std::string_view(path).substr(0, slash + 1);

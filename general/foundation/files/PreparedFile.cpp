@@ -9,21 +9,18 @@
 #include <cerrno>
 #include <utility>
 
-#include "general/foundation/Paths.h"
 #include "general/foundation/files/TemporaryNames.h"
 #include "general/foundation/files/internal/FilePrimitives.h"
 #include "general/foundation/files/internal/OpenFiles.h"
+#include "general/foundation/files/internal/SystemPaths.h"
 
 namespace foundation {
+
+using system_paths::folderOf;
 
 namespace {
 
 constexpr std::uint32_t kDefaultPermissions = 0644;
-
-std::string folderOf(const std::string& path) {
-  std::string folder = paths::deleteLastComponent(path);
-  return folder.empty() ? "." : folder;
-}
 
 int openTemporaryFile(const std::string& folder, std::string& temporaryPath) {
   temporaryPath = temporary_names::make(folder);
@@ -101,7 +98,7 @@ Result<PreparedFile> PreparedFile::prepare(const std::string& destination, std::
 
 Result<PreparedFile> PreparedFile::prepare(const std::string& destination, std::span<const std::byte> content,
                                            const FileAttributes& attributes, WaitingPlace& place) {
-  if (destination.empty() || destination.find('\0') != std::string::npos) {
+  if (destination.empty() || system_paths::holdsNul(destination)) {
     return fileError(destination.empty() ? ENOENT : EINVAL, Access::Write, destination);
   }
   std::string temporaryPath;

@@ -14,11 +14,11 @@ namespace foundation {
 /// A file that is written in full and carries its final attributes, but that no name shows yet.
 ///
 /// Preparing may run on any thread, ahead of time: it works also while the destination's folder does not exist yet, as
-/// long as one of its parents does. Publishing gives the file its name, in one step, replacing a file or link that has
-/// it; the folder must exist by then. Where the file system allows it the prepared file has no name at all, so a killed
-/// process leaves nothing behind; elsewhere it has an unpredictable temporary name (see TemporaryNames.h).
-/// Dropping a prepared file unpublished discards it. Every prepared file keeps one descriptor open, so whoever prepares
-/// ahead bounds how many.
+/// long as one of its parents does. Publishing is an atomic replace: the file gets its name in one step, instead of a
+/// file or link that has it; the folder must exist by then. Where the file system allows it the prepared file has no
+/// name at all, so a killed process leaves nothing behind; elsewhere it has an unpredictable temporary name (see
+/// TemporaryNames.h). Dropping a prepared file unpublished discards it. Every prepared file keeps one descriptor open,
+/// so whoever prepares ahead bounds how many.
 class PreparedFile {
  public:
   /// Where files wait whose folder does not exist yet. Kept from file to file by who prepares many, so that the nearest

@@ -49,8 +49,8 @@ Result<std::string> serialize(const PropertyList& value, Format format) {
 }
 
 Result<PropertyList> readFile(const std::string& path) {
-  const auto attributes = files::attributesOfItem(path);
-  if (attributes.ok() && attributes->size > kMaximumDocumentSize) {
+  const auto status = files::attributesOfItem(path);
+  if (status.ok() && status->size > kMaximumDocumentSize) {
     return withPath(plainError(kReadTooLarge, "The property list is too large."), path);
   }
   FileBuffer buffer;

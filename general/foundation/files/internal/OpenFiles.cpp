@@ -48,8 +48,12 @@ std::array<timespec, 2> timesFor(std::int64_t modificationNanoseconds) {
   return {access, modification};
 }
 
+bool givesToNobody(const FileAttributes& attributes) {
+  return attributes.owner == kNobodyAtAll || attributes.group == kNobodyAtAll;
+}
+
 int setAttributes(int file, const FileAttributes& attributes) {
-  if (attributes.owner == kNobodyAtAll || attributes.group == kNobodyAtAll) {
+  if (givesToNobody(attributes)) {
     errno = EINVAL;
     return -1;
   }

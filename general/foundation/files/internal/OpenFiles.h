@@ -14,6 +14,7 @@ namespace foundation::open_files {
 
 /// An owner or group of this value means "leave it alone" to the system, so no item can be given it.
 inline constexpr std::uint32_t kNobodyAtAll = 0xffffffff;
+[[nodiscard]] bool givesToNobody(const FileAttributes& attributes);
 
 /// Copies the whole content of one file to the other, from their starts.
 int copyAll(int from, int to);

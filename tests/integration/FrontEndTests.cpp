@@ -516,6 +516,7 @@ TEST_F(FrontEndOnTerminal, FollowsTheWidth) {
   ASSERT_TRUE(terminal.waitFor("%  Running executables"));
   letGoOn();
   EXPECT_EQ(program.wait().exitCode, 0);
+  EXPECT_NE(narrow.find("\x1b[K"), std::string::npos);
   for (std::size_t at = 0; (at = narrow.find("\x1b[K", at)) != std::string::npos; at += 3) {
     EXPECT_LT(std::min(narrow.find('\r', at), narrow.size()) - at - 3, 30U);
   }

@@ -198,9 +198,7 @@ TEST_F(HostileBundle, PathsBeyondTheLimitsOrWithANulAreErrors) {
     const auto outcome = installHostile();
     EXPECT_FALSE(root().exists("/opt/cut"));
     EXPECT_FALSE(root().exists("/escape"));
-    if (path.find("///") == std::string::npos) {
-      EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
-    }
+    EXPECT_EQ(outcome.exitCode, path.find("///") == std::string::npos ? 1 : 0) << outcome.description();
   }
   makeRoot();
   deliverBundle();
@@ -247,6 +245,7 @@ TEST_F(HostileBundle, TextFromTheBundleCannotForgeALogLine) {
                                             dictionary({})}})}}),
       plist::Format::Binary);
   const auto outcome = installHostile();
+  EXPECT_NE(outcome.standardError.find("<Notice>: forged"), std::string::npos) << outcome.standardError;
   EXPECT_EQ(outcome.standardError.find("\nNov 21 00:00:00 host"), std::string::npos);
   EXPECT_EQ(outcome.standardError.find('\x1b'), std::string::npos);
 }

@@ -87,7 +87,9 @@ TEST_P(PrivateRootTest, LeavesTheHostUntouched) {
 TEST_P(PrivateRootTest, ShowsNothingOfTheHostButItsPrograms) {
   const fs::path outside = fs::temp_directory_path() / ("outside-" + std::to_string(getpid()));
   std::ofstream(outside) << "secret";
-  EXPECT_FALSE(root().shell("cat " + outside.string()).succeeded());
+  const Outcome outcome = root().shell("cat " + outside.string());
+  EXPECT_FALSE(outcome.succeeded());
+  EXPECT_NE(outcome.standardError.find("No such file"), std::string::npos) << outcome.standardError;
   fs::remove(outside);
 }
 

@@ -276,12 +276,15 @@ TEST_F(ManifestQueries, WalkWithoutAListAnswersNoAndWithAnEmptyOneYes) {
 
 TEST_F(ManifestQueries, WalkGivesTheBlockComponentAndManifest) {
   writeFiles("A", {"/a"});
+  int calls = 0;
   EXPECT_TRUE(manifest_.walkManifestFileListForComponents(
-      Names{"A"}, false, true, [](const std::string& component, const PropertyList& manifest, const FileEntry& entry) {
+      Names{"A"}, false, true, [&](const std::string& component, const PropertyList& manifest, const FileEntry& entry) {
+        ++calls;
         EXPECT_EQ(component, "A");
         EXPECT_EQ(manifest["ListOfFiles"].at(0), entry.dictionary());
         return true;
       }));
+  EXPECT_EQ(calls, 1);
 }
 
 TEST_F(ManifestQueries, WalkStopsAtAManifestThatCannotBeRead) {

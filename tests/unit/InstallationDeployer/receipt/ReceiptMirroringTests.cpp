@@ -47,13 +47,14 @@ class ReceiptMirroring : public ::testing::Test {
     watchers_ = std::make_unique<tests::LoopThread>("status server thread");
     run_.statusThread = watchers_->loop;
   }
-  /// Vends a status service that always answers with this state.
-  void vendStatus(QVNInstallerState state) {
+  /// Vends a status service that always answers with this state, and announces it to the client.
+  void vendStatus(QVNInstallerState state, QVNReceiptClient& client) {
     service_.emplace(kStatusService, kQVNInstallationStatusProtocol,
                      [state](std::string_view, auto) { return PropertyList(static_cast<std::int64_t>(state)); });
     const tests::CapturedLog log;
-    client_.handleReceiptStatusStartNotification(serviceAnnouncement("started", "object", kStatusService));
+    client.handleReceiptStatusStartNotification(serviceAnnouncement("started", "object", kStatusService));
   }
+  void vendStatus(QVNInstallerState state) { vendStatus(state, client_); }
   void postUpdate(const std::string& object) {
     ipc::postDistributedNotification({std::string(kQVNInstallationStatusUpdatedNotification), object, {}});
   }
@@ -113,12 +114,17 @@ TEST_F(ReceiptMirroring, AThreadThatEndsMeanwhileTakesTheObserverWithIt) {
 TEST_F(ReceiptMirroring, AClientThatGoesStopsTheMirroring) {
   auto client = std::make_unique<QVNReceiptClient>();
   client->setStrategy(&step_);
+  vendStatus(QVNInstallerStateRemoving, *client);
   const tests::CapturedLog log;
   client->startUpdatingCurrentStepStatusFromReceipt();
+  postUpdate(sender());
+  EXPECT_EQ(run_.told.get_future().get(), "status server thread");
+  letWatchersTurn();
+  const auto told = run_.states.size();
   client.reset();
   postUpdate(sender());
   letWatchersTurn();
-  EXPECT_TRUE(run_.states.empty());
+  EXPECT_EQ(run_.states.size(), told);
 }
 
 }  // namespace

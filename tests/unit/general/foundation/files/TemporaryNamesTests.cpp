@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <set>
 
 #include "general/foundation/files/TemporaryNames.h"
@@ -104,8 +105,16 @@ TEST_F(TemporaryNames, AreToldFromOthers) {
   EXPECT_FALSE(temporary_names::isTemporary("Guard"));
 }
 
-TEST_F(TemporaryNames, AFolderThatCannotBeReadIsLeftAlone) {
-  temporary_names::sweep(path("missing"));
-  temporary_names::sweepWithContent(path("missing"));
+TEST_F(TemporaryNames, AreNoPathsEvenWithoutAFolder) {
   EXPECT_EQ(temporary_names::make("").find('/'), std::string::npos);
+}
+
+TEST_F(TemporaryNames, AFolderThatCannotBeReadIsLeftAlone) {
+  box_.write("file", "x");
+  for (const std::string& folder : {path("missing"), path("file")}) {
+    temporary_names::sweep(folder);
+    temporary_names::sweepWithContent(folder);
+  }
+  EXPECT_FALSE(std::filesystem::exists(path("missing")));
+  EXPECT_TRUE(std::filesystem::exists(path("file")));
 }

@@ -25,8 +25,9 @@ namespace {
 
 class AuthoringReader {
  public:
-  AuthoringReader(const CheckedDictionary& top, const std::vector<InstallItem>& staged, Problems& problems)
-      : top_(top), problems_(problems) {
+  AuthoringReader(const CheckedDictionary& top, const std::string& component, const std::vector<InstallItem>& staged,
+                  Problems& problems)
+      : top_(top), component_(component), problems_(problems) {
     for (const InstallItem& item : staged) {
       staged_.emplace(item.path, item.kind);
     }
@@ -53,9 +54,8 @@ class AuthoringReader {
   static std::string installPath(const CheckedDictionary& entry) {
     const auto path = entry.string(deployer::kManifestFilePath, Need::Required);
     if (path) {
-      if (const auto fault = faultOfInstallPath(*path)) {
-        entry.refuse(deployer::kManifestFilePath, *fault, "give the absolute path on the machine installed on");
-      }
+      entry.refuseIf(faultOfInstallPath(*path), deployer::kManifestFilePath,
+                     "give the absolute path on the machine installed on");
     }
     return path.value_or("");
   }
@@ -117,11 +117,10 @@ class AuthoringReader {
     refuseUnless(kind == InstallItem::Kind::File, kManifestSHAChecksum, "only a regular file has a checksum");
     refuseUnless(kind != InstallItem::Kind::Link, kManifestExternalSourcePath, "a link has no content");
     refuseUnless(kind == InstallItem::Kind::Directory, kManifestRemoveDirectoryAndContents, "the entry is no folder");
-    if (checksum && !isChecksum(*checksum)) {
-      entry.refuse(kManifestSHAChecksum, "the checksum is not 64 lowercase hexadecimal digits",
-                   "give the SHA-256 of the content");
-    } else if (checksum && kind == InstallItem::Kind::File && !external) {
-      result_.references.push_back({*checksum, entry.file(), entry.keyPath(kManifestSHAChecksum)});
+    const bool isUsable = checksum && !entry.refuseIf(faultOfChecksum(*checksum), kManifestSHAChecksum,
+                                                      "give the SHA-256 of the content");
+    if (isUsable && kind == InstallItem::Kind::File && !external) {
+      result_.references.push_back({component_, *checksum, entry.file(), entry.keyPath(kManifestSHAChecksum)});
     }
     if (kind == InstallItem::Kind::File && !entry.has(kManifestSHAChecksum) &&
         !entry.has(kManifestExternalSourcePath)) {
@@ -178,10 +177,8 @@ class AuthoringReader {
     const auto labels = top_.strings(key, Need::Optional);
     std::unordered_set<std::string> listed;
     for (std::size_t index = 0; index < labels.size(); ++index) {
-      if (const auto fault = faultOfName(labels[index])) {
-        top_.refuse(elementKey(key, index), *fault,
+      top_.refuseIf(faultOfName(labels[index]), elementKey(key, index),
                     "give a label: the name of the service's plist without its extension");
-      }
       if (!listed.insert(labels[index]).second) {
         top_.refuse(elementKey(key, index), foundation::format("label %@ is listed twice", labels[index]),
                     "list it once");
@@ -213,6 +210,7 @@ class AuthoringReader {
   }
 
   const CheckedDictionary& top_;
+  const std::string& component_;
   Problems& problems_;
   std::unordered_map<std::string_view, InstallItem::Kind> staged_;
   AuthoringPlist result_;
@@ -223,7 +221,7 @@ class AuthoringReader {
 AuthoringPlist examineAuthoringPlist(const ComponentDescription& component, const std::vector<InstallItem>& staged,
                                      Problems& problems) {
   const auto top = CheckedDictionary::fromFile(component.authoringPlist.value_or(""), "the authoring plist", problems);
-  return top ? AuthoringReader(*top, staged, problems).read() : AuthoringPlist{};
+  return top ? AuthoringReader(*top, component.name, staged, problems).read() : AuthoringPlist{};
 }
 
 }  // namespace bundletool

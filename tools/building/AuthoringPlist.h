@@ -11,9 +11,10 @@ namespace bundletool {
 
 /// A hand-written entry that takes its content from the payload by checksum.
 struct PayloadReference {
+  std::string component;  ///< in whose payload the content must be
   std::string checksum;
-  std::string file;
-  std::string key;
+  std::string file;  ///< the authoring plist, for messages
+  std::string key;   ///< and where in it
 };
 
 struct AuthoringPlist {

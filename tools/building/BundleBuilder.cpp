@@ -1,10 +1,5 @@
 #include "tools/building/BundleBuilder.h"
 
-#include <algorithm>
-#include <filesystem>
-#include <iterator>
-#include <map>
-#include <system_error>
 #include <utility>
 
 #include "InstallationDeployer/BundleLayout.h"
@@ -17,8 +12,7 @@
 #include "tools/building/BundleAttributes.h"
 #include "tools/building/DescriptionKeys.h"
 #include "tools/building/Interruption.h"
-#include "tools/building/OptionsPlist.h"
-#include "tools/building/StagedFolder.h"
+#include "tools/building/TemporaryBundle.h"
 
 namespace bundletool {
 
@@ -27,44 +21,13 @@ using foundation::PropertyList;
 namespace files = foundation::files;
 namespace paths = foundation::paths;
 
-namespace {
-
-/// Each component once, in all of its products.
-std::vector<ComponentDescription> distinctComponents(const BundleDescription& description) {
-  std::vector<ComponentDescription> components;
-  std::map<std::string_view, std::size_t> known;
-  for (const ComponentDescription& component : description.components) {
-    const auto [found, isNew] = known.emplace(component.name, components.size());
-    if (isNew) {
-      components.push_back(component);
-    } else {
-      auto& products = components[found->second].products;
-      products.insert(products.end(), component.products.begin(), component.products.end());
-    }
-  }
-  return components;
-}
-
-// A bundle in the making would be scanned into itself.
-bool liesBelow(const std::string& path, const std::string& folder) {
-  std::error_code error;
-  const auto inner = std::filesystem::canonical(path, error);
-  const auto outer = error ? std::filesystem::path() : std::filesystem::canonical(folder, error);
-  return !error && std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
-}
-
-}  // namespace
-
-BundleBuilder::BundleBuilder(const BundleDescription& description, Settings settings, Problems& problems,
+BundleBuilder::BundleBuilder(const BundleDescription& description, BundleSettings settings, Problems& problems,
                              ProgressBar& progress)
-    : description_(description),
-      settings_(std::move(settings)),
-      destination_(paths::append(settings_.output, deployer::kQVNInstallerApplicationName)),
-      problems_(problems),
-      progress_(progress) {}
+    : description_(description), settings_(std::move(settings)), problems_(problems), progress_(progress) {}
 
 std::optional<std::string> BundleBuilder::build() {
-  if (!examine()) {
+  material_ = examineMaterial(description_, settings_, problems_);
+  if (!mayGoOn()) {
     return std::nullopt;
   }
   auto bundle = TemporaryBundle::make(settings_.output);
@@ -73,93 +36,26 @@ std::optional<std::string> BundleBuilder::build() {
                      "choose a folder that you may write to"});
     return std::nullopt;
   }
-  progress_.start(files_, bytes_);
+  progress_.start(material_.files, material_.bytes);
   const bool isComplete = fill(bundle->path());
   progress_.erase();
   if (!isComplete || !mayGoOn()) {
     return std::nullopt;
   }
-  if (const auto published = bundle->publish(destination_, settings_.force); !published) {
-    problems_.error({destination_, "", "the bundle cannot be put in place: " + published.error().text, ""});
+  if (const auto published = bundle->publish(material_.destination, settings_.force); !published) {
+    problems_.error({material_.destination, "", "the bundle cannot be put in place: " + published.error().text, ""});
     return std::nullopt;
   }
-  return destination_;
+  return material_.destination;
 }
 
 bool BundleBuilder::mayGoOn() const { return problems_.none() && !Interruption::requested(); }
 
-bool BundleBuilder::examine() {
-  examineOutput();
-  examineExecutable(frontEnd(), std::string(kDescriptionFrontEnd));
-  examineExecutable(engine(), std::string(kDescriptionEngine));
-  if (description_.optionsPlist) {
-    examineOptionsPlist(description_, problems_);
-  }
-  examineComponents();
-  return mayGoOn();
-}
-
-void BundleBuilder::examineOutput() {
-  std::error_code error;
-  if (!std::filesystem::is_directory(settings_.output, error)) {
-    problems_.error({settings_.output, "", "the output folder is missing or is no folder", "create it first"});
-  } else if (!settings_.force && files::attributesOfItem(destination_)) {
-    problems_.error({destination_, "", "the bundle is there already", "remove it, or replace it with --force"});
-  }
-}
-
-void BundleBuilder::examineExecutable(const std::string& path, const std::string& key) {
-  using std::filesystem::perms;
-  std::error_code error;
-  const auto status = std::filesystem::status(path, error);
-  if (!std::filesystem::exists(status)) {
-    (void)fail(key, foundation::format("the executable %@ is missing", path), "build it or correct the path");
-  } else if (!std::filesystem::is_regular_file(status)) {
-    (void)fail(key, foundation::format("%@ is no regular file", path), "name the executable file itself");
-  } else if ((status.permissions() & (perms::owner_exec | perms::group_exec | perms::others_exec)) == perms::none) {
-    (void)fail(key, foundation::format("%@ is not executable", path), "make it executable (chmod +x)");
-  }
-}
-
-void BundleBuilder::examineComponents() {
-  const std::vector<ComponentDescription> components = distinctComponents(description_);
-  std::vector<ComponentItems> all;
-  all.reserve(components.size());
-  for (const ComponentDescription& component : components) {
-    StagedFolder staged = examineStagedFolder(description_, component, problems_);
-    if (liesBelow(settings_.output, component.stagedFolder)) {
-      problems_.error(
-          {settings_.output, "",
-           foundation::format("the output folder lies in the staged folder of component %@", component.name),
-           "choose a folder outside"});
-    }
-    files_ += staged.files * component.products.size();
-    bytes_ += staged.bytes * component.products.size();
-    if (component.authoringPlist) {
-      AuthoringPlist byHand = examineAuthoringPlist(component, staged.items, problems_);
-      std::ranges::move(byHand.items, std::back_inserter(staged.items));
-      for (PayloadReference& reference : byHand.references) {
-        references_.emplace_back(component.name, std::move(reference));
-      }
-    }
-    all.push_back({&component, std::move(staged.items)});
-  }
-  findPathConflicts(all, problems_);
-}
-
-const std::string& BundleBuilder::engine() const {
-  return description_.engine ? *description_.engine : settings_.defaultEngine;
-}
-
-const std::string& BundleBuilder::frontEnd() const {
-  return description_.frontEnd ? *description_.frontEnd : settings_.defaultFrontEnd;
-}
-
 bool BundleBuilder::fill(const std::string& bundle) {
   // The size of the receipt counts whatever lies in the bundle when components are registered, so executables come
   // first.
-  if (!layOut(bundle) || !addExecutable(bundle, engine(), deployer::kQVNInstallationDeployerName) ||
-      !addExecutable(bundle, frontEnd(), deployer::kQVNInstallerFrontEndName)) {
+  if (!layOut(bundle) || !addExecutable(bundle, material_.engine, deployer::kQVNInstallationDeployerName) ||
+      !addExecutable(bundle, material_.frontEnd, deployer::kQVNInstallerFrontEndName)) {
     return false;
   }
   PayloadStore payload(paths::append(bundle, deployer::kQVNPayloadRootPath), problems_, progress_);
@@ -247,12 +143,12 @@ bool BundleBuilder::mergeOptions(QVNInstallerManifest& manifests) {
 }
 
 void BundleBuilder::checkReferences(const PayloadStore& payload) {
-  for (const auto& [component, reference] : references_) {
-    if (!payload.holds(component, reference.checksum)) {
-      problems_.error(
-          {reference.file, reference.key,
-           foundation::format("no staged file of component %@ has the checksum %@", component, reference.checksum),
-           "stage the file, or correct the checksum"});
+  for (const PayloadReference& reference : material_.references) {
+    if (!payload.holds(reference.component, reference.checksum)) {
+      problems_.error({reference.file, reference.key,
+                       foundation::format("no staged file of component %@ has the checksum %@", reference.component,
+                                          reference.checksum),
+                       "stage the file, or correct the checksum"});
     }
   }
 }

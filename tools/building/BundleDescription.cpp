@@ -40,11 +40,8 @@ class DescriptionReader {
                                          std::optional<std::string> (*faultOf)(std::string_view),
                                          const std::string& advice) {
     auto value = from.string(key, need);
-    if (value) {
-      if (auto fault = faultOf(*value)) {
-        from.refuse(key, *fault, advice);
-        return std::nullopt;
-      }
+    if (value && from.refuseIf(faultOf(*value), key, advice)) {
+      return std::nullopt;
     }
     return value;
   }
@@ -100,9 +97,7 @@ class DescriptionReader {
     }
     for (std::size_t index = 0; index < products.size(); ++index) {
       const std::string key = elementKey(kDescriptionProducts, index);
-      if (const auto fault = faultOfProductName(products[index])) {
-        entry.refuse(key, *fault, "choose another name");
-      }
+      entry.refuseIf(faultOfProductName(products[index]), key, "choose another name");
       const auto [known, isNew] = productNames_.emplace(caseFolded(products[index]), products[index]);
       if (!isNew && known->second != products[index]) {
         entry.refuse(key, foundation::format("product %@ differs from %@ in case only", products[index], known->second),

@@ -16,7 +16,7 @@ using Need = CheckedDictionary::Need;
 namespace {
 
 void checkDetectionPath(const CheckedDictionary& entry, const std::string& key, const PropertyList& path) {
-  if (!path.isString() || path.text().empty() || path.text().find('\0') != std::string_view::npos) {
+  if (!isUsableText(path)) {
     entry.refuse(key, "the value is of the wrong kind", "give a path, or an array of paths of which one must exist");
   }
 }
@@ -41,9 +41,7 @@ void checkDetectionPaths(const CheckedDictionary& entry) {
 
 void checkProductName(const CheckedDictionary& entry) {
   if (const auto name = entry.string(deployer::kManifestIndexProductName, Need::Required)) {
-    if (const auto fault = faultOfProductName(*name)) {
-      entry.refuse(deployer::kManifestIndexProductName, *fault, "give the name of a product");
-    }
+    entry.refuseIf(faultOfProductName(*name), deployer::kManifestIndexProductName, "give the name of a product");
   }
 }
 

@@ -19,9 +19,9 @@ bool isArgument(const PropertyList& value) {
   return value.isString() && value.text().find('\0') == std::string_view::npos;
 }
 
-bool isUsableText(const PropertyList& value) { return isArgument(value) && !value.text().empty(); }
-
 }  // namespace
+
+bool isUsableText(const PropertyList& value) { return isArgument(value) && !value.text().empty(); }
 
 std::string elementKey(std::string_view key, std::size_t index) {
   return foundation::format("%@[%lu]", key, static_cast<std::uint64_t>(index));
@@ -171,6 +171,14 @@ std::string CheckedDictionary::keyPath(std::string_view key) const {
 
 void CheckedDictionary::refuse(std::string_view key, std::string what, std::string advice) const {
   problems_->error({file_, keyPath(key), std::move(what), std::move(advice)});
+}
+
+bool CheckedDictionary::refuseIf(const std::optional<std::string>& fault, std::string_view key,
+                                 std::string advice) const {
+  if (fault) {
+    refuse(key, *fault, std::move(advice));
+  }
+  return fault.has_value();
 }
 
 const PropertyList* CheckedDictionary::lookUp(std::string_view key, Need need, std::string_view typeName) const {

@@ -44,7 +44,10 @@ class CheckedDictionary {
   [[nodiscard]] const foundation::PropertyList& value() const { return value_; }
   /// Where a key of this dictionary stands in the file, for messages.
   [[nodiscard]] std::string keyPath(std::string_view key = {}) const;
+  /// Adds an error for a key of this dictionary; an empty key means the dictionary itself.
   void refuse(std::string_view key, std::string what, std::string advice) const;
+  /// The same, if there is a fault; tells whether there is one.
+  bool refuseIf(const std::optional<std::string>& fault, std::string_view key, std::string advice) const;
 
  private:
   [[nodiscard]] std::vector<std::string> texts(std::string_view key, Need need,
@@ -59,6 +62,9 @@ class CheckedDictionary {
   foundation::PropertyList value_;
   Problems* problems_;
 };
+
+/// A string that is not empty and holds no NUL, at which names and paths would end early.
+[[nodiscard]] bool isUsableText(const foundation::PropertyList& value);
 
 /// `KEY[INDEX]`, the way elements of arrays are named in messages.
 [[nodiscard]] std::string elementKey(std::string_view key, std::size_t index);

@@ -5,9 +5,12 @@
 
 namespace bundletool {
 
-bool isChecksum(std::string_view text) {
+std::optional<std::string> faultOfChecksum(std::string_view text) {
   constexpr std::size_t kDigits = 2 * std::tuple_size_v<foundation::SHA256::Digest>;
-  return text.size() == kDigits && foundation::hexadecimal::isLowerCase(text);
+  if (text.size() != kDigits || !foundation::hexadecimal::isLowerCase(text)) {
+    return "the checksum is not 64 lowercase hexadecimal digits";
+  }
+  return std::nullopt;
 }
 
 }  // namespace bundletool

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace bundletool {
 
-/// True for 64 lowercase hexadecimal digits, the form of every checksum in a bundle.
-[[nodiscard]] bool isChecksum(std::string_view text);
+/// What is wrong with the text of a SHA-256, in words, or nothing. Every checksum in a bundle has 64 lowercase
+/// hexadecimal digits, so that it can be the name of a file and no path.
+[[nodiscard]] std::optional<std::string> faultOfChecksum(std::string_view text);
 
 }  // namespace bundletool

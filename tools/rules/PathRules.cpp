@@ -23,17 +23,24 @@ std::optional<std::string> faultOfLength(std::string_view path) {
   return std::nullopt;
 }
 
+std::optional<std::string> faultOfAnyPath(std::string_view path) {
+  if (path.find('\0') != std::string_view::npos) {
+    return "the path holds a NUL character";
+  }
+  if (paths::climbs(path)) {
+    return "the path climbs with \"..\"";
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<std::string> faultOfInstallPath(std::string_view path) {
   if (!paths::isAbsolute(path)) {
     return "the path does not begin with a slash";
   }
-  if (path.find('\0') != std::string_view::npos) {
-    return "the path holds a NUL character";
-  }
-  if (paths::climbs(path)) {
-    return "the path climbs with \"..\"";
+  if (auto fault = faultOfAnyPath(path)) {
+    return fault;
   }
   if (paths::standardize(path) != path) {
     return foundation::format("the path is not in its shortest form %@", paths::standardize(path));
@@ -45,13 +52,7 @@ std::optional<std::string> faultOfSourcePath(std::string_view path) {
   if (path.empty()) {
     return "the path is empty";
   }
-  if (path.find('\0') != std::string_view::npos) {
-    return "the path holds a NUL character";
-  }
-  if (paths::climbs(path)) {
-    return "the path climbs with \"..\"";
-  }
-  return std::nullopt;
+  return faultOfAnyPath(path);
 }
 
 std::optional<std::string> faultOfName(std::string_view name) {

@@ -73,9 +73,7 @@ class BundleReader {
   }
 
   void readProduct(const CheckedDictionary& products, const std::string& name) {
-    if (const auto fault = faultOfProductName(name)) {
-      products.refuse(name, *fault, "choose another name for the product");
-    }
+    products.refuseIf(faultOfProductName(name), name, "choose another name for the product");
     const auto entry = products.dictionary(name, Need::Required);
     if (!entry) {
       return;
@@ -113,10 +111,9 @@ class BundleReader {
   }
 
   void noteComponent(const CheckedDictionary& phase, const std::string& name, std::size_t position) {
-    if (const auto fault = faultOfComponentName(name)) {
-      phase.refuse(elementKey(kManifestIndexListOfComponents, position), *fault,
-                   "choose another name for the component");
-    } else if (known_.insert(name).second) {
+    const std::string key = elementKey(kManifestIndexListOfComponents, position);
+    if (!phase.refuseIf(faultOfComponentName(name), key, "choose another name for the component") &&
+        known_.insert(name).second) {
       componentNames_.push_back(name);
     }
   }
@@ -175,9 +172,7 @@ class BundleReader {
     if (!file.checksum) {
       return;
     }
-    if (!isChecksum(*file.checksum)) {
-      entry.refuse(kManifestSHAChecksum, "the checksum is not 64 lowercase hexadecimal digits",
-                   "give the SHA-256 of the content");
+    if (entry.refuseIf(faultOfChecksum(*file.checksum), kManifestSHAChecksum, "give the SHA-256 of the content")) {
       return;
     }
     const auto stored = files::attributesOfItem(paths::append(payload, *file.checksum));
@@ -193,9 +188,7 @@ class BundleReader {
   static std::string readPath(const CheckedDictionary& entry) {
     auto path = entry.string(kManifestFilePath, Need::Required);
     if (path) {
-      if (const auto fault = faultOfInstallPath(*path)) {
-        entry.refuse(kManifestFilePath, *fault, "give an absolute path");
-      }
+      entry.refuseIf(faultOfInstallPath(*path), kManifestFilePath, "give an absolute path");
     }
     return path.value_or("");
   }

@@ -6,6 +6,7 @@
 #include <limits>
 #include <string>
 
+#include "frontend/ExitCodes.h"
 #include "frontend/InstallerRun.h"
 #include "general/system/ProcessSelf.h"
 #include "general/terminal/PrintableText.h"

@@ -1,5 +1,6 @@
 #include "frontend/PlainPresenter.h"
 
+#include "frontend/ExitCodes.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/terminal/PrintableText.h"
 

@@ -8,6 +8,17 @@
 
 namespace frontend {
 
+/// Said at the first Ctrl-C.
+inline constexpr std::string_view kCancelText =
+    "Cancelling: the engine finishes the step that is running and stops then. What has been done by then stays done.\n"
+    "Press Ctrl-C again to leave the engine alone and return at once.";
+
+/// Said when the engine runs but cannot be reached.
+inline constexpr std::string_view kUnreachableText =
+    "The engine runs but cannot be reached: how far it is cannot be shown, and it may wait for ever to be seen. "
+    "Its log\n"
+    "says why, and whether it has succeeded or failed; then it may be ended. Press Ctrl-C twice to leave it alone.";
+
 /// Shows a run to whoever reads standard output.
 class Presenter : public RunListener {
  public:

@@ -1,6 +1,7 @@
 #include "frontend/RunOutcome.h"
 
 #include "InstallationDeployer/EngineLog.h"
+#include "frontend/ExitCodes.h"
 #include "general/foundation/propertylist/TextFormat.h"
 
 namespace frontend {

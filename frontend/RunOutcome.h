@@ -9,12 +9,6 @@
 
 namespace frontend {
 
-// Exit codes of Installer beside the final states of runs (0 to 10, and 21).
-inline constexpr int kExitUsage = 64;      ///< called wrongly
-inline constexpr int kExitUnwatched = 69;  ///< no engine could be started or watched
-inline constexpr int kExitLost = 70;       ///< the engine ended or went away without a final state
-inline constexpr int kExitDetached = 75;   ///< this program left before the engine's end
-
 enum class Purpose { Install, Remove, Watch };
 
 /// What is known of a run before it ends.
@@ -39,16 +33,5 @@ struct RunOutcome {
 [[nodiscard]] std::string finalStateText(deployer::QVNInstallerState state, Purpose purpose);
 /// Where to read what the engine did, a sentence.
 [[nodiscard]] std::string logText(const RunFacts& facts);
-
-/// Said at the first Ctrl-C.
-inline constexpr std::string_view kCancelText =
-    "Cancelling: the engine finishes the step that is running and stops then. What has been done by then stays done.\n"
-    "Press Ctrl-C again to leave the engine alone and return at once.";
-
-/// Said when the engine runs but cannot be reached.
-inline constexpr std::string_view kUnreachableText =
-    "The engine runs but cannot be reached: how far it is cannot be shown, and it may wait for ever to be seen. Its "
-    "log\n"
-    "says why, and whether it has succeeded or failed; then it may be ended. Press Ctrl-C twice to leave it alone.";
 
 }  // namespace frontend

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "frontend/Presenter.h"
+
+namespace frontend {
+
+/// Collects what a presenter prints.
+struct Printed {
+  std::string output;
+  std::string trouble;
+  Presenter::Output toOutput() {
+    return [this](std::string_view text) { output += text; };
+  }
+  Presenter::Output toTrouble() {
+    return [this](std::string_view text) { trouble += text; };
+  }
+};
+
+// A run that presenters are told of.
+inline RunFacts someFacts() {
+  RunFacts facts;
+  facts.process = 7;
+  facts.logFile = "/l";
+  return facts;
+}
+
+inline const RunOutcome kSuccess{"finished", 0, "Well done.", 0};
+inline const RunOutcome kFailure{"finished", 1, "Not well.", 1};
+inline constexpr const char* kLogLine = "Log: /l, and the system log, under \"Corvane Installer\".\n";
+
+}  // namespace frontend

@@ -6,6 +6,7 @@
 #include "tools/Complaint.h"
 #include "tools/ExitCodes.h"
 #include "tools/showing/BundleContents.h"
+#include "tools/showing/BundleJson.h"
 #include "tools/showing/BundleText.h"
 
 namespace bundletool {

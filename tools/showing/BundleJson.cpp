@@ -1,5 +1,6 @@
+#include "tools/showing/BundleJson.h"
+
 #include "general/terminal/JsonWriter.h"
-#include "tools/showing/BundleText.h"
 
 namespace bundletool {
 

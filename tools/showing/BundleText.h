@@ -8,7 +8,5 @@ namespace bundletool {
 
 /// The contents for people, in aligned columns; safe to print on a terminal.
 [[nodiscard]] std::string textOf(const BundleContents& contents);
-/// The contents as one JSON document; its members are listed in docs/bundle.md.
-[[nodiscard]] std::string jsonOf(const BundleContents& contents);
 
 }  // namespace bundletool

@@ -1,0 +1,44 @@
+#include "tests/unit/tools/PackagerFixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using foundation::PropertyList;
+
+class BundleMaterial : public tests::PackagerFixture {};
+
+TEST_F(BundleMaterial, NeedsAFrontEndAndAnEngineThatAreExecutable) {
+  for (const char* key : {"FrontEnd", "Engine"}) {
+    const PropertyList before = description_;
+    describe(key, "Nowhere");
+    EXPECT_TRUE(refuses("D.plist", key, "is missing"));
+    describe(key, "Staged");
+    EXPECT_TRUE(refuses("D.plist", key, "no regular file"));
+    describe(key, "Staged/Core/opt/file");
+    EXPECT_TRUE(refuses("D.plist", key, "not executable"));
+    description_ = before;
+  }
+  describe("Engine", {});
+  EXPECT_TRUE(refuses("D.plist", "Engine", "DefaultEngine is missing"));
+  makeExecutable("DefaultEngine");
+  describe("FrontEnd", {});
+  EXPECT_TRUE(refuses("D.plist", "FrontEnd", "DefaultFrontEnd is missing"));
+}
+
+TEST_F(BundleMaterial, MustNotGetItsOutputInAStagedFolder) {
+  describeCore("StagedFolder", path("."));
+  EXPECT_TRUE(refuses("out", "", "lies in the staged folder of component Core"));
+  stage("f", "f", "out");
+  describeCore("StagedFolder", "Staged/out");
+  EXPECT_TRUE(build()) << "a name that begins alike is another folder";
+}
+
+TEST_F(BundleMaterial, NeedsAnOutputThatIsThereAndNotTaken) {
+  ASSERT_TRUE(build());
+  EXPECT_TRUE(refuses("out/Installer.app", "", "there already"));
+  fs::remove_all(path("out"));
+  EXPECT_FALSE(build());
+  EXPECT_EQ(problems_.errors().at(0).file, path("out"));
+}
+
+}  // namespace

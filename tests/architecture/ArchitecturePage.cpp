@@ -59,6 +59,46 @@ KnownCircle circleIn(const Row& row, const std::map<std::string, std::string>& f
   return circle;
 }
 
+std::vector<std::string> partsOf(std::string_view text, std::string_view separator) {
+  std::vector<std::string> parts;
+  for (std::size_t at = 0; at <= text.size();) {
+    const auto end = std::min(text.find(separator, at), text.size());
+    parts.emplace_back(text.substr(at, end - at));
+    at = end + separator.size();
+  }
+  return parts;
+}
+
+/// The names in one place of a sketch: `a`, or `{a, b}`.
+std::vector<std::string> namesIn(std::string_view place) {
+  std::vector<std::string> names;
+  for (const std::string& part : partsOf(place, ",")) {
+    const auto first = part.find_first_not_of(" {");
+    names.push_back(part.substr(first, part.find_last_not_of(" }") + 1 - first));
+  }
+  return names;
+}
+
+std::set<std::pair<std::string, std::string>> sketchOn(std::string_view page) {
+  std::set<std::pair<std::string, std::string>> arrows;
+  for (const std::string& line : partsOf(page, "\n")) {
+    if (!line.starts_with("    ") || line.find("→") == std::string::npos) {
+      continue;
+    }
+    for (const std::string& chain : partsOf(line, ";")) {
+      const auto places = partsOf(chain, "→");
+      for (std::size_t place = 1; place < places.size(); ++place) {
+        for (const std::string& from : namesIn(places[place - 1])) {
+          for (const std::string& to : namesIn(places[place])) {
+            arrows.emplace(from, to);
+          }
+        }
+      }
+    }
+  }
+  return arrows;
+}
+
 }  // namespace
 
 std::string shortNameOf(std::string_view folder) { return std::string(folder.substr(folder.rfind('/') + 1)); }
@@ -78,6 +118,7 @@ ArchitecturePage readArchitecturePage(std::string_view text) {
   for (const Row& row : tableOf(text, {"Folder", "Circle", "Why it stays"})) {
     page.circles.push_back(circleIn(row, folders));
   }
+  page.sketch = sketchOn(text);
   return page;
 }
 

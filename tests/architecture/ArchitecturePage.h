@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace architecture {
@@ -25,13 +26,15 @@ struct KnownCircle {
 struct ArchitecturePage {
   std::vector<Room> rooms;
   std::vector<KnownCircle> circles;
+  std::set<std::pair<std::string, std::string>> sketch;  ///< the arrows of the sketch, between short names
 
   /// The row of a folder; null when the page has none.
   [[nodiscard]] const Room* roomAt(std::string_view folder) const;
 };
 
-/// Reads the page's two tables. The column "May include" names folders by their last word, which is unique. Throws
-/// std::runtime_error, with a sentence that names the row, when a table is missing or cannot be understood.
+/// Reads the page's two tables and its sketch: indented lines such as `a → {b, c} → d ; b, c → e`. The column "May
+/// include" names folders by their last word, which is unique. Throws std::runtime_error, with a sentence that names
+/// the row, when a table is missing or cannot be understood.
 ArchitecturePage readArchitecturePage(std::string_view text);
 
 /// What a folder is called in a row: its last word.

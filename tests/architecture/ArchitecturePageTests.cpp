@@ -44,6 +44,13 @@ TEST(ArchitecturePage, ReadsFoldersTargetsArrowsAndCircles) {
   EXPECT_EQ(page.roomAt("general"), nullptr);
 }
 
+TEST(ArchitecturePage, HasASketch) {
+  const ArchitecturePage page =
+      readArchitecturePage(pageOf("| `tools/` | `t` | | |\n") + "\n    a → {b, c} → d ; c → e\n\nNo a → z here.\n");
+  EXPECT_EQ(page.sketch, (std::set<std::pair<std::string, std::string>>{
+                             {"a", "b"}, {"a", "c"}, {"b", "d"}, {"c", "d"}, {"c", "e"}}));
+}
+
 TEST(ArchitecturePage, IsRefusedWithoutItsTables) {
   EXPECT_EQ(refusalOf("# Page\n" + kCircles), "the page has no table with the columns Folder ... May include");
   EXPECT_EQ(refusalOf("| Folder | Target | Home of | May include |\n|---|---|---|---|\n"),

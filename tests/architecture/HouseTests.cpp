@@ -48,6 +48,11 @@ TEST(House, EveryIncludeHasAnArrow) { EXPECT_EQ(listed(architecture::missingArro
 
 TEST(House, EveryArrowIsNeeded) { EXPECT_EQ(listed(architecture::idleArrows(house())), ""); }
 
+TEST(House, TheSketchSaysNothingElseThanTheTable) {
+  EXPECT_FALSE(house().page.sketch.empty());
+  EXPECT_EQ(listed(architecture::sketchAgainstTable(house())), "");
+}
+
 TEST(House, NoFoldersIncludeEachOther) { EXPECT_EQ(listed(architecture::circlesOfRooms(house())), ""); }
 
 TEST(House, NoHeadersAndSourcesIncludeEachOtherButThoseOnThePage) {

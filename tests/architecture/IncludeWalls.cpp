@@ -110,6 +110,23 @@ Problems idleArrows(const House& house) {
   return problems;
 }
 
+Problems sketchAgainstTable(const House& house) {
+  std::set<std::pair<std::string, std::string>> table;
+  for (const Room& room : house.page.rooms) {
+    for (const std::string& target : room.mayInclude) {
+      table.emplace(shortNameOf(room.folder), shortNameOf(target));
+    }
+  }
+  Problems problems;
+  for (const auto& arrow : house.page.sketch) {
+    if (!table.contains(arrow)) {
+      problems.push_back(
+          sentence({"the sketch has an arrow from ", arrow.first, " to ", arrow.second, " that the table has not"}));
+    }
+  }
+  return problems;
+}
+
 Problems circlesOfRooms(const House& house) {
   Problems problems;
   for (const auto& circle : circlesOf(arrowsOf(house.files))) {

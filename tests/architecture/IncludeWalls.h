@@ -18,6 +18,9 @@ Problems missingArrows(const House& house);
 /// Arrows of the page that no include needs.
 Problems idleArrows(const House& house);
 
+/// Arrows of the page's sketch that its table has not.
+Problems sketchAgainstTable(const House& house);
+
 /// Folders that include each other, directly or over others.
 Problems circlesOfRooms(const House& house);
 

@@ -84,6 +84,13 @@ TEST_F(Walls, NameTheArrowThatNoIncludeNeeds) {
             Problems{"the page has an arrow from steps to files that no include needs: take it off"});
 }
 
+TEST_F(Walls, NameAnArrowOfTheSketchThatTheTableHasNot) {
+  House sketched = house();
+  sketched.page.sketch = {{"steps", "files"}, {"ipc", "files"}};
+  EXPECT_EQ(architecture::sketchAgainstTable(sketched),
+            Problems{"the sketch has an arrow from ipc to files that the table has not"});
+}
+
 TEST_F(Walls, NameFoldersThatIncludeEachOther) {
   write("general/ipc/linux/Door.cpp", "#include \"InstallationDeployer/steps/Step.h\"\n");
   EXPECT_EQ(architecture::circlesOfRooms(house()),

@@ -37,7 +37,6 @@
 #include "general/ipc/CorvaneDistantObject.h"
 #include "general/ipc/ServerConnection.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
-#include "general/system/SystemProfile.h"
 #include "tests/support/PrivateRunFolder.h"
 
 namespace {
@@ -191,29 +190,14 @@ double measureDistributedNotifications(int count) {
   return medianMicroseconds(std::move(ages));
 }
 
-/// The delegate of a connection that is used without a distant object: shows and expects what one does.
-class WatcherAuthenticator : public ipc::ConnectionDelegate {
- public:
-  std::vector<std::byte> authenticationDataForComponents(std::span<const std::byte> /*components*/) override {
-    return {system_.begin(), system_.end()};
-  }
-  bool authenticateComponents(std::span<const std::byte> /*components*/, std::span<const std::byte> data) override {
-    return std::ranges::equal(data, client_);
-  }
-
- private:
-  const platform::ProfileData system_ = platform::systemProfileData();
-  const platform::ProfileData client_ = platform::clientProfileData();
-};
-
 /// A front end: it is told over its connection.
 double measureNotificationsOverTheConnection(int count) {
-  WatcherAuthenticator authenticator;
+  ipc::ClientIdentity identity;
   const auto connection = ipc::ClientConnection::connectionWithRegisteredName(kServiceName);
   if (connection == nullptr) {
     throw std::runtime_error("nobody serves");
   }
-  connection->setDelegate(&authenticator);
+  connection->setDelegate(&identity);
   connection->observeNotifications();
   std::vector<std::int64_t> ages;
   for (int change = 1; change <= count; ++change) {

@@ -8,6 +8,7 @@
 #include "general/foundation/files/GuardedFolder.h"
 #include "general/foundation/files/GuardedRemoval.h"
 #include "general/foundation/files/TemporaryNames.h"
+#include "general/foundation/files/TrustedFolder.h"
 
 namespace deployer::component_cache {
 
@@ -21,8 +22,6 @@ using foundation::Status;
 
 namespace {
 
-constexpr std::uint32_t kWritableByOthers = 022;
-
 std::string root() { return std::string(kQVNInstallerCacheRootPath); }
 
 std::string folder() { return paths::deleteLastComponent(kQVNInstallerCacheRootPath); }
@@ -32,7 +31,7 @@ Error noPermission(std::string_view text, const std::string& path) {
 }
 
 bool belongsToRootAlone(const ItemStatus& attributes) {
-  return attributes.isDirectory() && attributes.owner == kRootUser && (attributes.permissions & kWritableByOthers) == 0;
+  return attributes.isDirectory() && foundation::trusted_folder::isRootsAlone(attributes.owner, attributes.permissions);
 }
 
 /// Renamed first, so that no name ever shows half of it.

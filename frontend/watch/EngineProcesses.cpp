@@ -13,7 +13,7 @@
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/propertylist/TextFormat.h"
-#include "general/ipc/ServiceFolder.h"
+#include "general/ipc/ServiceSocket.h"
 #include "general/system/ExecutableLocation.h"
 #include "general/system/TQProcessInfo.h"
 

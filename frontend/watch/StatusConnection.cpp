@@ -6,7 +6,6 @@
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/RemoteException.h"
-#include "general/system/SystemProfile.h"
 
 namespace frontend {
 
@@ -22,16 +21,6 @@ constexpr double kPatience = 3.0;
 constexpr std::int64_t kWholeRun = 100;
 
 }  // namespace
-
-std::vector<std::byte> FrontEndIdentity::authenticationDataForComponents(std::span<const std::byte> /*components*/) {
-  const platform::ProfileData shown = platform::systemProfileData();
-  return {shown.begin(), shown.end()};
-}
-
-bool FrontEndIdentity::authenticateComponents(std::span<const std::byte> /*components*/,
-                                              std::span<const std::byte> data) {
-  return std::ranges::equal(data, platform::clientProfileData());
-}
 
 StatusConnection::StatusConnection(std::unique_ptr<ipc::ClientConnection> connection)
     : connection_(std::move(connection)) {

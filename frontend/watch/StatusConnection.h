@@ -7,17 +7,9 @@
 #include "InstallationDeployer/QVNInstallerState.h"
 #include "general/foundation/propertylist/PropertyList.h"
 #include "general/ipc/ClientConnection.h"
-#include "general/ipc/ConnectionDelegate.h"
+#include "general/ipc/ClientIdentity.h"
 
 namespace frontend {
-
-/// Shows an engine that the front end runs on its machine, and believes none that does not.
-class FrontEndIdentity : public ipc::ConnectionDelegate {
- public:
-  [[nodiscard]] std::vector<std::byte> authenticationDataForComponents(std::span<const std::byte> components) override;
-  [[nodiscard]] bool authenticateComponents(std::span<const std::byte> components,
-                                            std::span<const std::byte> data) override;
-};
 
 /// What a front end may ask of a running engine, whoever started it. Every user may watch.
 ///
@@ -49,7 +41,7 @@ class StatusConnection {
   foundation::PropertyList ask(std::string_view selector);
   [[nodiscard]] std::int64_t askForNumber(std::string_view selector);
 
-  FrontEndIdentity identity_;
+  ipc::ClientIdentity identity_;
   std::unique_ptr<ipc::ClientConnection> connection_;
 };
 

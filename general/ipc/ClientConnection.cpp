@@ -8,15 +8,15 @@
 #include <cerrno>
 #include <cmath>
 #include <deque>
-#include <limits>
 #include <utility>
 
 #include "general/foundation/Descriptor.h"
+#include "general/foundation/execution/Deadline.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/Frame.h"
 #include "general/ipc/Message.h"
 #include "general/ipc/RemoteException.h"
-#include "general/ipc/ServiceFolder.h"
+#include "general/ipc/ServiceSocket.h"
 #include "general/ipc/SocketPrimitives.h"
 
 namespace ipc {
@@ -45,10 +45,8 @@ Clock::time_point after(double seconds) {
 /// Whether the socket became ready before the deadline. Errors count as ready: the next call on the socket tells them.
 bool waitUntil(Clock::time_point deadline, int socket, short events) {
   while (true) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     pollfd watched{socket, events, 0};
-    const auto patience = std::clamp<decltype(left)>(left, 0, std::numeric_limits<int>::max());
-    const int ready = poll(&watched, 1, static_cast<int>(patience));
+    const int ready = poll(&watched, 1, foundation::millisecondsUntil(deadline));
     if (ready > 0 || (ready < 0 && errno != EINTR)) {
       return true;
     }
@@ -267,7 +265,7 @@ std::unique_ptr<ClientConnection> ClientConnection::connectionWithRegisteredName
     return nullptr;
   }
   Descriptor socket = connectTo(*path, true);
-  if (!socket.isOpen() || userOfPeer(socket.number()) != uid_t{0}) {
+  if (!socket.isOpen() || primitives::userOfPeer(socket.number()) != uid_t{0}) {
     return nullptr;
   }
   return std::unique_ptr<ClientConnection>(new ClientConnection(std::make_unique<Implementation>(std::move(socket))));

@@ -1,13 +1,11 @@
 #include "general/ipc/CorvaneDistantObject.h"
 
-#include <algorithm>
 #include <chrono>
 #include <thread>
 #include <utility>
 
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/logging/SystemLog.h"
-#include "general/system/SystemProfile.h"
 
 namespace ipc {
 
@@ -126,25 +124,12 @@ ClientConnection* CorvaneDistantObject::rootProxy() {
     if (connection_ != nullptr) {
       connection_->setReplyTimeout(gTimeoutInterval);
       connection_->setRequestTimeout(gTimeoutInterval);
-      connection_->setDelegate(this);
+      connection_->setDelegate(&identity_);
     }
   }
   return connection_.get();
 }
 
 void CorvaneDistantObject::dropConnection() { connection_.reset(); }
-
-std::vector<std::byte> CorvaneDistantObject::authenticationDataForComponents(
-    std::span<const std::byte> /*components*/) {
-  // The boot does not change while a process lives, and every message needs this.
-  static const platform::ProfileData data = platform::systemProfileData();
-  return {data.begin(), data.end()};
-}
-
-bool CorvaneDistantObject::authenticateComponents(std::span<const std::byte> /*components*/,
-                                                  std::span<const std::byte> data) {
-  static const platform::ProfileData expected = platform::clientProfileData();
-  return std::ranges::equal(data, expected);
-}
 
 }  // namespace ipc

@@ -9,7 +9,7 @@
 
 #include "general/foundation/propertylist/PropertyList.h"
 #include "general/ipc/ClientConnection.h"
-#include "general/ipc/ConnectionDelegate.h"
+#include "general/ipc/ClientIdentity.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/Protocol.h"
 #include "general/ipc/RemoteException.h"
@@ -37,7 +37,7 @@ struct Invocation {
 /// good is kept in recentException(). When nobody vends under the name, a call does nothing and its result is nil, with
 /// no exception. Both ends show each other this machine's profile data. Use from one thread at a time; a start-up
 /// notification is heard on the run loop of the thread that made the object.
-class CorvaneDistantObject : private ConnectionDelegate {
+class CorvaneDistantObject {
  public:
   /// With an unknown protocol name or no server name the object stays uninitialised: it responds to nothing.
   /// @param startUpNotificationName what the server posts when it (re)starts; nothing when it posts none.
@@ -47,7 +47,7 @@ class CorvaneDistantObject : private ConnectionDelegate {
   CorvaneDistantObject(std::optional<std::string> name, std::optional<std::string> protocolName,
                        std::optional<std::string> startUpNotificationName, bool retryAfterException);
   CorvaneDistantObject();
-  ~CorvaneDistantObject() override;
+  ~CorvaneDistantObject();
   CorvaneDistantObject(const CorvaneDistantObject&) = delete;
   CorvaneDistantObject& operator=(const CorvaneDistantObject&) = delete;
 
@@ -75,9 +75,6 @@ class CorvaneDistantObject : private ConnectionDelegate {
   [[nodiscard]] bool isConnected() const { return connection_ != nullptr; }
 
  private:
-  std::vector<std::byte> authenticationDataForComponents(std::span<const std::byte> components) override;
-  bool authenticateComponents(std::span<const std::byte> components, std::span<const std::byte> data) override;
-
   /// The connection to the remote object, made now if need be; null when nobody vends under the name.
   ClientConnection* rootProxy();
   void invokeWithRetries(const Operation& operation, Invocation& invocation);
@@ -90,6 +87,7 @@ class CorvaneDistantObject : private ConnectionDelegate {
   bool persistConnection_ = false;
   bool retryAfterException_ = false;
   std::unique_ptr<NotificationObserver> observer_;
+  ClientIdentity identity_;
   std::unique_ptr<ClientConnection> connection_;
   std::optional<RemoteException> recentException_;
 };

@@ -1,6 +1,5 @@
 #include "general/ipc/DistributedNotifications.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,9 +17,11 @@
 #include "general/foundation/Paths.h"
 #include "general/foundation/extensions/NSStringExtensions.h"
 #include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/TrustedFolder.h"
 #include "general/ipc/Frame.h"
 #include "general/ipc/Message.h"
 #include "general/ipc/ServiceFolder.h"
+#include "general/ipc/ServiceSocket.h"
 #include "general/ipc/SocketPrimitives.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
 #include "general/logging/SystemLog.h"
@@ -29,6 +30,7 @@
 namespace ipc {
 
 namespace paths = foundation::paths;
+namespace trusted_folder = foundation::trusted_folder;
 using foundation::Descriptor;
 using foundation::RunLoop;
 
@@ -55,14 +57,6 @@ std::optional<std::string> frameOf(const Notification& notification) {
   return framed(*content);
 }
 
-/// In a folder that others can write in, anything may stand.
-bool isRootsOwn(std::string_view folder) {
-  const Descriptor opened(open(std::string(folder).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  struct stat status {};
-  return opened.isOpen() && fstat(opened.number(), &status) == 0 && status.st_uid == 0 &&
-         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-}
-
 bool isSocket(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
@@ -84,7 +78,7 @@ void sendTo(const std::string& observer, std::string_view frame, const Notificat
     }
     return;
   }
-  if (userOfPeer(connection.number()) == uid_t{0} &&
+  if (primitives::userOfPeer(connection.number()) == uid_t{0} &&
       primitives::sendSome(connection.number(), frame) != static_cast<ssize_t>(frame.size())) {
     complain(observer, notification);
   }
@@ -158,7 +152,9 @@ struct Registration {
 }  // namespace
 
 void postDistributedNotification(const Notification& notification) {
-  if (platform::self::effectiveUserId() != 0 || !isRootsOwn(kServiceFolder) || !isRootsOwn(kObserverFolder)) {
+  // In a folder that others can write in, anything may stand.
+  if (platform::self::effectiveUserId() != 0 || !trusted_folder::isRootsAlone(std::string(kServiceFolder)) ||
+      !trusted_folder::isRootsAlone(std::string(kObserverFolder))) {
     return;
   }
   const auto observers = foundation::files::contentsOfDirectory(std::string(kObserverFolder));
@@ -268,7 +264,7 @@ class NotificationObserver::Implementation : public std::enable_shared_from_this
       }
       return number == ECONNABORTED || number == EINTR;
     }
-    if (userOfPeer(socket.number()) != uid_t{0}) {
+    if (primitives::userOfPeer(socket.number()) != uid_t{0}) {
       return true;
     }
     if (arrivals_.size() >= kMostUnfinished) {

@@ -7,6 +7,7 @@
 #include "general/ipc/Message.h"
 #include "general/ipc/RemoteException.h"
 #include "general/ipc/ServiceFolder.h"
+#include "general/ipc/ServiceSocket.h"
 #include "general/ipc/SocketListener.h"
 
 namespace ipc {

@@ -1,74 +1,16 @@
 #pragma once
 
-#include <sys/stat.h>
-#include <sys/types.h>
-
-#include <optional>
-#include <string>
 #include <string_view>
 
-#include "general/foundation/Descriptor.h"
-#include "general/ipc/NamedLock.h"
-
 /// The folder in which this product's processes find each other: a socket per registered name, and one per observer of
-/// distributed notifications. Only root can write in it.
+/// distributed notifications. Only root can write in it. Use from any thread.
 namespace ipc {
 
 inline constexpr std::string_view kServiceFolder = "/var/run/com.corvane.installer";
 inline constexpr std::string_view kObserverFolder = "/var/run/com.corvane.installer/observers";
 
-inline constexpr mode_t kModeForEverybody = 0666;
-inline constexpr mode_t kModeForRoot = 0600;
-
-/// Where the socket of a registered name lies; nothing for a name that cannot be one: empty, hidden, not a single path
-/// component, or too long for a socket's address.
-[[nodiscard]] std::optional<std::string> socketPathOfService(std::string_view name);
-
 /// Makes the folders, as far as they are missing. False, and an error in the log, when they cannot be made or are not
 /// root's own, and for everybody but root.
 [[nodiscard]] bool makeServiceFolders();
-
-/// Who vends or observes holds this meanwhile, so that two processes never take over the same stale socket, and none
-/// takes a socket that is being made for stale. Making it makes the folders; nothing, and an error in the log, when the
-/// folders cannot be made or are not root's own.
-class ServiceFolderLock {
- public:
-  [[nodiscard]] static std::optional<ServiceFolderLock> acquire();
-
- private:
-  explicit ServiceFolderLock(NamedLock lock) : lock_(std::move(lock)) {}
-  NamedLock lock_;
-};
-
-enum class SocketState { Absent, Stale, Alive };
-/// Whether somebody listens at the socket.
-[[nodiscard]] SocketState stateOfSocket(const std::string& path);
-
-/// A socket that listens at the path from now on, replacing what is there; it has its mode before its name shows. Not
-/// open, and an error in the log, when that fails. Under the lock.
-[[nodiscard]] foundation::Descriptor listenAt(const std::string& path, mode_t mode, const ServiceFolderLock& lock);
-
-/// The name of a socket that this process listens at: removed at the end, unless somebody else has taken it meanwhile.
-class SocketName {
- public:
-  explicit SocketName(std::string path);
-  ~SocketName();
-  SocketName(const SocketName&) = delete;
-  SocketName& operator=(const SocketName&) = delete;
-
- private:
-  std::string path_;
-  struct stat status_ {};
-};
-
-/// Removes the sockets of the folder at which nobody listens, unfinished ones included. Under the lock.
-void sweepStaleSockets(std::string_view folder, const ServiceFolderLock& lock);
-
-/// A connection to the socket, non-blocking from then on; not open when nobody listens there. Waits for a listener that
-/// is busy for a bounded time with `wait`, not at all without.
-[[nodiscard]] foundation::Descriptor connectTo(const std::string& path, bool wait);
-
-/// The user whose process is at the other end; for a connection to a listener, the user who began to listen.
-[[nodiscard]] std::optional<uid_t> userOfPeer(int socket);
 
 }  // namespace ipc

@@ -17,6 +17,8 @@ namespace ipc::primitives {
 void setBlocking(int socket, bool blocking);
 /// Sends what the socket takes at once; -1 with errno set. A peer that is gone is an error, never a signal.
 [[nodiscard]] ssize_t sendSome(int socket, std::string_view bytes);
+/// The user whose process is at the other end; for a connection to a listener, the user who began to listen. Nothing
+/// when the system does not say.
 [[nodiscard]] std::optional<uid_t> userOfPeer(int socket);
 
 }  // namespace ipc::primitives

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <limits>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "general/foundation/execution/Deadline.h"
 #include "general/foundation/execution/internal/LoopInbox.h"
 #include "general/foundation/execution/internal/LoopSources.h"
 #include "general/foundation/execution/internal/LoopWaker.h"
@@ -22,16 +22,6 @@ using TimePoint = RunLoop::Clock::time_point;
 
 // How long to wait at most where the system had no pipe left to be woken through.
 constexpr milliseconds kWaitWithoutWaker{50};
-
-/// Rounded up, so that what is due then is due indeed.
-int millisecondsUntil(TimePoint moment) {
-  const TimePoint now = RunLoop::Clock::now();
-  if (moment <= now) {
-    return 0;
-  }
-  const auto wait = std::chrono::ceil<milliseconds>(moment - now).count();
-  return static_cast<int>(std::min<milliseconds::rep>(wait, std::numeric_limits<int>::max()));
-}
 
 }  // namespace
 

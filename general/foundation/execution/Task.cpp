@@ -8,11 +8,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <limits>
 #include <system_error>
 #include <utility>
 
 #include "general/foundation/execution/ChildProcess.h"
+#include "general/foundation/execution/Deadline.h"
 #include "general/foundation/execution/Pipe.h"
 #include "general/foundation/execution/ProcessPrimitives.h"
 
@@ -73,16 +73,6 @@ Pipe outputPipe(const std::string& program) {
 std::size_t waitingBytes(const Descriptor& end) {
   int count = 0;
   return ioctl(end.number(), FIONREAD, &count) == 0 && count > 0 ? static_cast<std::size_t>(count) : 0;
-}
-
-/// Rounded up, and 0 only when the moment has come.
-int millisecondsUntil(Clock::time_point moment) {
-  const Clock::time_point now = Clock::now();
-  if (moment <= now) {
-    return 0;
-  }
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(moment - now).count();
-  return static_cast<int>(std::min<decltype(wait)>(wait, std::numeric_limits<int>::max()));
 }
 
 ssize_t readSome(const Descriptor& end, std::array<char, kReadSize>& buffer) {

@@ -20,6 +20,7 @@
 #include "general/foundation/Mutex.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/RandomPrimitives.h"
+#include "general/foundation/files/TrustedFolder.h"
 #include "general/foundation/files/internal/TreeRemoval.h"
 
 namespace foundation::temporary_names {
@@ -63,8 +64,7 @@ bool isDead(pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; }
 // Items get their final owner under their temporary name, so what a killed run left may belong to anybody. It is ours
 // all the same in a folder that only its owner may write to: such an owner could fake the name only to lose the item.
 bool isProvenOwn(const struct stat& item, const struct stat& folder) {
-  const bool onlyItsOwnerWrites = (folder.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-  return item.st_uid == geteuid() || onlyItsOwnerWrites;
+  return item.st_uid == geteuid() || trusted_folder::isItsOwnersAlone(folder.st_mode);
 }
 
 void removeLeftover(int folder, const char* name) {

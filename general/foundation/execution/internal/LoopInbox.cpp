@@ -9,9 +9,9 @@ class LoopInbox::Completion {
  public:
   Completion(LoopInbox& inbox, Item& item) : inbox_(inbox), item_(item) {}
   ~Completion() {
-    const std::lock_guard lock(inbox_.mutex_);
+    const MutexLock lock(inbox_.mutex_);
     item_.state = State::Done;
-    inbox_.changed_.notify_all();
+    inbox_.changed_.notifyAll();
   }
   Completion(const Completion&) = delete;
   Completion& operator=(const Completion&) = delete;
@@ -23,27 +23,27 @@ class LoopInbox::Completion {
 
 bool LoopInbox::add(Work work, bool wait, const LoopWaker& waker) {
   const auto item = std::make_shared<Item>(Item{std::move(work), State::Waiting});
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   if (ended_) {
     return false;
   }
   items_.push_back(item);
   waker.wake();
-  if (wait) {
-    changed_.wait(lock, [&] { return item->state != State::Waiting; });
+  while (wait && item->state == State::Waiting) {
+    changed_.wait(mutex_);
   }
   return item->state != State::Dropped;
 }
 
 std::size_t LoopInbox::size() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return items_.size();
 }
 
 void LoopInbox::serveOne() {
   std::shared_ptr<Item> item;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (items_.empty()) {
       return;
     }
@@ -60,17 +60,17 @@ void LoopInbox::serveOne() {
 
 void LoopInbox::end() {
   std::deque<std::shared_ptr<Item>> dropped;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ended_ = true;
   dropped.swap(items_);
   for (const auto& item : dropped) {
     item->state = State::Dropped;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 bool LoopInbox::hasEnded() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return ended_;
 }
 

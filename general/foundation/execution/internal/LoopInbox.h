@@ -1,12 +1,12 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 
+#include "general/foundation/Mutex.h"
+#include "general/foundation/ThreadAnnotations.h"
 #include "general/foundation/execution/internal/LoopWaker.h"
 
 namespace foundation {
@@ -35,11 +35,11 @@ class LoopInbox {
   };
   class Completion;
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  // Guarded by the mutex, the states of the items included.
-  std::deque<std::shared_ptr<Item>> items_;
-  bool ended_ = false;
+  Mutex mutex_;
+  Condition changed_;
+  // The states of the items are guarded with them.
+  std::deque<std::shared_ptr<Item>> items_ CORVANE_GUARDED_BY(mutex_);
+  bool ended_ CORVANE_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace foundation

@@ -18,6 +18,7 @@
 #include "general/ipc/Frame.h"
 #include "general/ipc/RemoteException.h"
 #include "general/ipc/ServiceFolder.h"
+#include "general/ipc/ServiceSocket.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/PrivateRunFolder.h"
 #include "tests/unit/general/ipc/VendingProcess.h"

@@ -23,6 +23,7 @@
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/ServiceFolder.h"
+#include "general/ipc/ServiceSocket.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/PrivateRunFolder.h"
 

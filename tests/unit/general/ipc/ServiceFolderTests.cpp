@@ -11,6 +11,7 @@
 #include <string>
 
 #include "general/ipc/ServiceFolder.h"
+#include "general/ipc/ServiceSocket.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/PrivateRunFolder.h"
 #include "tests/unit/general/ipc/VendingProcess.h"

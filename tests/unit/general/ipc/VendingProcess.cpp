@@ -21,7 +21,7 @@
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/Frame.h"
 #include "general/ipc/RemoteException.h"
-#include "general/ipc/ServiceFolder.h"
+#include "general/ipc/ServiceSocket.h"
 #include "general/system/SystemProfile.h"
 
 namespace ipctests {

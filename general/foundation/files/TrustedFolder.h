@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// Whose word what lies in a folder is. Who may write in a folder can put, replace and remove everything there,
+/// whatever the permissions of the items are; a sticky bit (as /tmp has it) keeps users from each other's items, but
+/// from nothing that is not there yet. So what is found in a folder is its owner's word when neither its group nor
+/// others may write in it, and root's when the folder is root's besides. Asked of an open folder, nobody can exchange
+/// it between the answer and its use (TOCTOU). Use from any thread.
+namespace foundation::trusted_folder {
+
+/// Nobody but the owner, and root, can change what lies in a folder with these permissions; other mode bits do no harm.
+[[nodiscard]] bool isItsOwnersAlone(std::uint32_t permissions);
+/// Nobody but root can.
+[[nodiscard]] bool isRootsAlone(std::uint32_t owner, std::uint32_t permissions);
+/// Whether there is a directory at the path that only root can change. A link there is none.
+[[nodiscard]] bool isRootsAlone(const std::string& path);
+
+}  // namespace foundation::trusted_folder

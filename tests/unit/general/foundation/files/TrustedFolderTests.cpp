@@ -1,0 +1,58 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+#include "general/foundation/files/TrustedFolder.h"
+#include "tests/unit/general/foundation/files/FileTest.h"
+
+namespace {
+
+namespace trusted_folder = foundation::trusted_folder;
+
+constexpr std::uint32_t kRoot = 0;
+constexpr std::uint32_t kSomebody = 501;
+
+TEST(TrustedFolder, IsItsOwnersWhenNeitherGroupNorOthersMayWriteInIt) {
+  EXPECT_TRUE(trusted_folder::isItsOwnersAlone(0755));
+  EXPECT_TRUE(trusted_folder::isItsOwnersAlone(0700));
+  EXPECT_FALSE(trusted_folder::isItsOwnersAlone(0775));
+  EXPECT_FALSE(trusted_folder::isItsOwnersAlone(0757));
+}
+
+TEST(TrustedFolder, OfEverybodyStaysThatWithAStickyBit) { EXPECT_FALSE(trusted_folder::isItsOwnersAlone(01777)); }
+
+TEST(TrustedFolder, IsRootsOnlyWhenItBelongsToRootToo) {
+  EXPECT_TRUE(trusted_folder::isRootsAlone(kRoot, 0755));
+  EXPECT_FALSE(trusted_folder::isRootsAlone(kSomebody, 0755));
+  EXPECT_FALSE(trusted_folder::isRootsAlone(kRoot, 0775));
+}
+
+TEST(TrustedFolder, IsJudgedWithTheBitsOfItsTypeToo) {
+  EXPECT_TRUE(trusted_folder::isRootsAlone(kRoot, S_IFDIR | 0755));
+  EXPECT_FALSE(trusted_folder::isRootsAlone(kRoot, S_IFDIR | 0777));
+}
+
+class TrustedFolderOnDisk : public tests::FileTest {};
+
+TEST_F(TrustedFolderOnDisk, IsRootsAloneUntilItIsOpenedToOthersOrGivenAway) {
+  ASSERT_EQ(mkdir(path("folder").c_str(), 0700), 0);
+  EXPECT_TRUE(trusted_folder::isRootsAlone(path("folder")));
+  ASSERT_EQ(chmod(path("folder").c_str(), 0777), 0);
+  EXPECT_FALSE(trusted_folder::isRootsAlone(path("folder")));
+  ASSERT_EQ(chmod(path("folder").c_str(), 0700), 0);
+  ASSERT_EQ(chown(path("folder").c_str(), kSomebody, 0), 0);
+  EXPECT_FALSE(trusted_folder::isRootsAlone(path("folder")));
+}
+
+TEST_F(TrustedFolderOnDisk, IsNoLinkNoFileAndNotMissing) {
+  ASSERT_EQ(mkdir(path("folder").c_str(), 0700), 0);
+  ASSERT_EQ(symlink("folder", path("link").c_str()), 0);
+  box_.write("file", "x");
+  EXPECT_FALSE(trusted_folder::isRootsAlone(path("link")));
+  EXPECT_FALSE(trusted_folder::isRootsAlone(path("file")));
+  EXPECT_FALSE(trusted_folder::isRootsAlone(path("missing")));
+}
+
+}  // namespace

@@ -88,6 +88,8 @@ TEST(House, EveryTargetHandsOnWhatItsHeadersNeedAndNothingElse) {
 
 TEST(House, EverySourceIsBuilt) { EXPECT_EQ(listed(architecture::unbuiltSources(house())), ""); }
 
+TEST(House, NoFunctionIsLongerThanAScreen) { EXPECT_EQ(listed(architecture::functionsLongerThan(house(), 60)), ""); }
+
 TEST(House, OneClassOfTheEngineReadsTheKeysOfAnEntry) {
   // Beside it: where keys are spelled, what writes entries, and the tool, which also reads what no engine would.
   const std::vector<std::string_view> places = {"ManifestKeys", "FileEntry", "ComponentScan", "AuthoringPlist",

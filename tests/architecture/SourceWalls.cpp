@@ -62,6 +62,43 @@ bool calls(std::string_view code, std::string_view name) {
   return false;
 }
 
+std::size_t indentationOf(const std::string& line) { return std::min(line.find_first_not_of(' '), line.size()); }
+
+bool isBlank(const std::string& line) { return indentationOf(line) == line.size(); }
+
+bool opensAScopeOfNames(std::string_view line) {
+  for (const char* word : {"namespace", "class ", "struct ", "enum ", "union ", "extern "}) {
+    if (line.find(word) != std::string_view::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+/// The line after a function that begins at a line; the line itself when none begins there.
+std::size_t endOfFunction(const std::vector<std::string>& lines, std::size_t begin) {
+  const std::size_t indentation = indentationOf(lines[begin]);
+  std::size_t head = begin;
+  // A head may take several lines; it is none when a line ends it otherwise.
+  while (head < lines.size() && !lines[head].ends_with('{')) {
+    const bool goesOn = !isBlank(lines[head]) && !opensAScopeOfNames(lines[head]) && !lines[head].ends_with(';') &&
+                        !lines[head].ends_with('}') && !lines[head].ends_with(':') && lines[head].front() != '#';
+    if (!goesOn) {
+      return begin;
+    }
+    ++head;
+  }
+  if (head == lines.size() || opensAScopeOfNames(lines[head])) {
+    return begin;
+  }
+  for (std::size_t line = head + 1; line < lines.size(); ++line) {
+    if (indentationOf(lines[line]) <= indentation && lines[line].find('}') != std::string::npos) {
+      return line + 1;
+    }
+  }
+  return begin;
+}
+
 }  // namespace
 
 const std::vector<BannedCall>& bannedCalls() {
@@ -137,6 +174,22 @@ Problems filesLongerThan(const House& house, std::size_t lines) {
   return problems;
 }
 
+Problems functionsLongerThan(const House& house, std::size_t lines) {
+  Problems problems;
+  for (const SourceFile& file : house.files) {
+    const auto text = linesOf(codeOf(file.text));
+    for (std::size_t begin = 0; begin < text.size();) {
+      const std::size_t end = endOfFunction(text, begin);
+      if (end - begin > lines) {
+        problems.push_back(sentence({file.path, ":", std::to_string(begin + 1), " begins a function of ",
+                                     std::to_string(end - begin), " lines, of ", std::to_string(lines)}));
+      }
+      begin = std::max(end, begin + 1);
+    }
+  }
+  return problems;
+}
+
 Problems systemQuestions(const House& house) {
   Problems problems;
   for (const SourceFile& file : house.files) {
@@ -155,7 +208,9 @@ Problems codeOutside(const House& house, std::string_view code, const std::vecto
   for (const SourceFile& file : house.files) {
     const std::string pair = pairOf(file.path);
     const std::string name = pair.substr(pair.rfind('/') + 1);
-    if (std::ranges::find(names, name) == names.end() && codeOf(file.text).find(code) != std::string::npos) {
+    // Reading code out of a text is the dear part, and few texts have what is looked for.
+    if (std::ranges::find(names, name) == names.end() && file.text.find(code) != std::string::npos &&
+        codeOf(file.text).find(code) != std::string::npos) {
       problems.push_back(sentence({file.path, " has ", code, ", which belongs elsewhere"}));
     }
   }

@@ -24,6 +24,11 @@ Problems callsOf(const House& house, const std::vector<BannedCall>& banned);
 /// Files with more lines than that.
 Problems filesLongerThan(const House& house, std::size_t lines);
 
+/// Functions with more lines than that, from their head to their last brace. Goes by the layout: what begins outside of
+/// functions, opens a brace at the end of a line and is no namespace and no type ends with the next brace of its own
+/// indentation.
+Problems functionsLongerThan(const House& house, std::size_t lines);
+
 /// Sources for all systems that ask the compiler which one this is.
 Problems systemQuestions(const House& house);
 

@@ -49,6 +49,18 @@ TEST(SourceWalls, NameAFileThatIsTooLong) {
             Problems{"general/ipc/Door.cpp has 4 lines, of 3"});
 }
 
+TEST(SourceWalls, NameAFunctionThatIsTooLong) {
+  const std::string within =
+      "namespace a {\n\nclass B {\n  int c();\n  int d() {\n    return 1;\n  }\n};\n\n"
+      "int B::c(int e,\n         int f) {\n  if (e) {\n    return f;\n  }\n  return 0;\n}\n\n}\n";
+  EXPECT_EQ(architecture::functionsLongerThan(houseWith(within), 7), kNone);
+  EXPECT_EQ(architecture::functionsLongerThan(houseWith(within), 6),
+            Problems{"general/ipc/Door.cpp:10 begins a function of 7 lines, of 6"});
+  EXPECT_EQ(architecture::functionsLongerThan(houseWith(within), 2),
+            (Problems{"general/ipc/Door.cpp:5 begins a function of 3 lines, of 2",
+                      "general/ipc/Door.cpp:10 begins a function of 7 lines, of 2"}));
+}
+
 TEST(SourceWalls, NameASourceThatAsksWhichSystemThisIs) {
   EXPECT_EQ(architecture::systemQuestions(houseWith("#if 1\n// __linux__\n#endif\n")), kNone);
   EXPECT_EQ(architecture::systemQuestions(houseWith("#ifdef __linux__\n#endif\n")),

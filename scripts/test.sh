@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds everything plain and with the address and undefined-behaviour sanitizers, and runs every test of both builds; then
 # what has several threads or processes with the thread sanitizer; then checks layout and locks and lints what was changed,
-# as far as five minutes go.
+# as far as four minutes go.
 set -eu
 . "$(dirname "$0")/common.sh"
 
@@ -28,5 +28,5 @@ check release all
 check asan-ubsan all
 check tsan threaded_tests --label-regex '^threads$'
 say "== layout, locks and lint =="
-scripts/lint.sh --changed --minutes 5 || failed="$failed lint"
+scripts/lint.sh --changed --minutes 4 || failed="$failed lint"
 [ -z "$failed" ]

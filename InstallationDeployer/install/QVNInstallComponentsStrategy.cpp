@@ -111,7 +111,7 @@ bool createSymbolicLink(const FileEntry& entry, const std::string& linkPath) {
 }  // namespace
 
 QVNInstallComponentsStrategy::QVNInstallComponentsStrategy(PropertyList installPhaseDictionary, std::string stepName,
-                                                           QVNInstallStepStrategy* parentStep, InstallRun& controller,
+                                                           QVNInstallStepStrategy* parentStep, StepContext& controller,
                                                            SharedPlan plan)
     : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
                              std::move(plan)),

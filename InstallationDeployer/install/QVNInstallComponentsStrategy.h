@@ -27,7 +27,7 @@ class QVNInstallComponentsStrategy : public QVNInstallStepStrategy {
   using Names = std::vector<std::string>;
 
   QVNInstallComponentsStrategy(PropertyList installPhaseDictionary, std::string stepName,
-                               QVNInstallStepStrategy* parentStep, InstallRun& controller, SharedPlan plan);
+                               QVNInstallStepStrategy* parentStep, StepContext& controller, SharedPlan plan);
 
   /// Whether the system volume has room for the components and the receipt.
   bool CheckDiskSpaceFor(const Names& components);

@@ -22,7 +22,7 @@ class QVNRemoveComponentsStrategy : public QVNInstallStepStrategy {
  public:
   /// @param runLocally whether the step may run from wherever the engine was started, or from the receipt only.
   QVNRemoveComponentsStrategy(PropertyList installPhaseDictionary, std::string stepName,
-                              QVNInstallStepStrategy* parentStep, InstallRun& controller, SharedPlan plan,
+                              QVNInstallStepStrategy* parentStep, StepContext& controller, SharedPlan plan,
                               bool runLocally)
       : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
                                std::move(plan)),

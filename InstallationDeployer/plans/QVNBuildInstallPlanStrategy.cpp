@@ -1,10 +1,12 @@
 #include "InstallationDeployer/plans/QVNBuildInstallPlanStrategy.h"
 
 #include <unordered_set>
+#include <utility>
 
 #include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
+#include "InstallationDeployer/receipt/ReceiptContext.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/files/FileManager.h"
@@ -42,6 +44,13 @@ class QVNBuildInstallPlanStrategy::UpgradePlan {
   std::unordered_set<std::string> installed_;
 };
 
+QVNBuildInstallPlanStrategy::QVNBuildInstallPlanStrategy(PropertyList installPhaseDictionary, std::string stepName,
+                                                         QVNInstallStepStrategy* parentStep, StepContext& controller,
+                                                         SharedPlan plan, ReceiptContext& receipts)
+    : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
+                             std::move(plan)),
+      receipts_(receipts) {}
+
 bool QVNBuildInstallPlanStrategy::work() {
   if (!configuration().hasInstallerReceipt()) {
     planFreshInstall();
@@ -70,7 +79,7 @@ bool QVNBuildInstallPlanStrategy::canPlanUpgrade() {
 }
 
 bool QVNBuildInstallPlanStrategy::planUpgrade() {
-  QVNReceiptClient* client = controller().getReceiptClientForStrategy(*this);
+  QVNReceiptClient* client = receipts_.getReceiptClientForStrategy(*this);
   if (client == nullptr || client->receiptProxy() == nullptr || client->receiptStatusProxy() == nullptr) {
     setInstallerState(QVNInstallerStateFailed);
     logging::error("Failed to connect with receipt");

@@ -8,12 +8,16 @@
 namespace deployer {
 
 class QVNReceiptClient;
+class ReceiptContext;
 
 /// Fills the plan of an install: every component on a fresh machine; over an installed product what is new, changed, no
 /// longer part of the product or has other external files, and what the installed product's own check wants repaired.
 class QVNBuildInstallPlanStrategy : public QVNInstallStepStrategy {
  public:
-  using QVNInstallStepStrategy::QVNInstallStepStrategy;
+  /// @param receipts the part of the run that has to do with receipts; it outlives this step.
+  QVNBuildInstallPlanStrategy(PropertyList installPhaseDictionary, std::string stepName,
+                              QVNInstallStepStrategy* parentStep, StepContext& controller, SharedPlan plan,
+                              ReceiptContext& receipts);
 
   /// Components to install over the installed ones, each once. Versions are compared for equality only.
   /// @param components the installed product's record of names and versions; nil for none.
@@ -49,6 +53,8 @@ class QVNBuildInstallPlanStrategy : public QVNInstallStepStrategy {
                                                         const std::string& installedPath);
   [[nodiscard]] std::optional<bool> itemsDiffer(const std::string& externalPath, const std::string& installedPath);
   [[nodiscard]] std::optional<Plan> listingOrEmpty(const std::string& directory);
+
+  ReceiptContext& receipts_;
 };
 
 }  // namespace deployer

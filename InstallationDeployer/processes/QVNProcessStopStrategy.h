@@ -14,7 +14,7 @@ class QVNProcessStopStrategy : public QVNInstallStepStrategy {
  public:
   /// @param runLocally whether the step may run from wherever the engine was started, or from the receipt only.
   QVNProcessStopStrategy(PropertyList installPhaseDictionary, std::string stepName, QVNInstallStepStrategy* parentStep,
-                         InstallRun& controller, SharedPlan plan, bool runLocally)
+                         StepContext& controller, SharedPlan plan, bool runLocally)
       : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
                                std::move(plan)),
         isLocal_(runLocally) {}

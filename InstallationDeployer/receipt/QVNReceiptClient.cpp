@@ -242,10 +242,9 @@ bool QVNReceiptClient::shutdownReceiptService() {
 }
 
 void QVNReceiptClient::startUpdatingCurrentStepStatusFromReceipt() {
-  const auto thread = currentStrategy_->controller().statusServerThread();
   const auto registered = [this, sender = senderIdentifier()] { registerReceiptStatusUpdateNotifications(sender); };
-  if (thread && thread->perform(registered, true)) {
-    mirroringThread_ = thread;
+  if (statusServerThread_ && statusServerThread_->perform(registered, true)) {
+    mirroringThread_ = statusServerThread_;
   }
 }
 

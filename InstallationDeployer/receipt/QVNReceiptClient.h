@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
@@ -24,7 +25,9 @@ namespace deployer {
 /// last message counts as failed once the process has ended without having been told to.
 class QVNReceiptClient {
  public:
-  QVNReceiptClient() = default;
+  /// @param statusServerThread the run loop of the thread that serves the run's watchers; null where nobody watches.
+  explicit QVNReceiptClient(std::shared_ptr<foundation::RunLoop> statusServerThread = nullptr)
+      : statusServerThread_(std::move(statusServerThread)) {}
   virtual ~QVNReceiptClient();
   QVNReceiptClient(const QVNReceiptClient&) = delete;
   QVNReceiptClient& operator=(const QVNReceiptClient&) = delete;
@@ -82,6 +85,7 @@ class QVNReceiptClient {
   static void deregisterReceiptStatusUpdateNotifications(const std::string& sender);
   void handleReceiptStatusUpdateNotification(const ipc::Notification& notification);
 
+  const std::shared_ptr<foundation::RunLoop> statusServerThread_;
   QVNInstallStepStrategy* currentStrategy_ = nullptr;
   std::unique_ptr<QVNInstallationReceiptProxy> receiptProxy_;
   std::unique_ptr<QVNInstallationStatusProxy> receiptStatusProxy_;

@@ -15,7 +15,7 @@ bool QVNReceiptRemoveStrategy::work() {
     logging::error("Failed to find receipt");
     return false;
   }
-  QVNReceiptClient* client = controller().getReceiptClientForStrategy(*this);
+  QVNReceiptClient* client = receipts_.getReceiptClientForStrategy(*this);
   if (client == nullptr || client->receiptProxy() == nullptr || client->receiptStatusProxy() == nullptr) {
     setInstallerState(QVNInstallerStateFailed);
     logging::error("Failed to connect with receipt");

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <string>
+#include <utility>
+
+#include "InstallationDeployer/receipt/ReceiptContext.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 
 namespace deployer {
@@ -8,13 +12,22 @@ namespace deployer {
 /// receipt there is nothing to remove.
 class QVNReceiptRemoveStrategy : public QVNInstallStepStrategy {
  public:
-  using QVNInstallStepStrategy::QVNInstallStepStrategy;
+  /// @param receipts the part of the run that has to do with receipts; it outlives this step.
+  QVNReceiptRemoveStrategy(PropertyList installPhaseDictionary, std::string stepName,
+                           QVNInstallStepStrategy* parentStep, StepContext& controller, SharedPlan plan,
+                           ReceiptContext& receipts)
+      : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
+                               std::move(plan)),
+        receipts_(receipts) {}
+
   [[nodiscard]] std::string_view className() const override { return "QVNReceiptRemoveStrategy"; }
 
  private:
   [[nodiscard]] bool work() override;
   /// Takes the receipt's state over after a removal that went wrong there.
   bool failWithReceiptState(QVNReceiptClient& client);
+
+  ReceiptContext& receipts_;
 };
 
 }  // namespace deployer

@@ -55,7 +55,7 @@ std::string QVNReceiptServiceStrategy::setupReceiptService() {
   logging::debug("<%@>[QVNReceiptServiceStrategy setupReceiptService]\n\treceiptPath = %@\n\tserviceName = %@",
                  foundation::currentThreadName(), controller().installerPath(), serviceName);
   installationReceiptService_ = QVNInstallationReceiptService::serviceWithName(serviceName, *this);
-  const std::string object = controller().postingNotificationId();
+  const std::string object = receipts_.postingNotificationId();
   logging::debug("----- posting %@ with object: %@", kQVNInstallationReceiptServiceStartedNotification, object);
   ipc::postDistributedNotification(
       serviceAnnouncement(kQVNInstallationReceiptServiceStartedNotification, object, serviceName));
@@ -64,7 +64,7 @@ std::string QVNReceiptServiceStrategy::setupReceiptService() {
 
 void QVNReceiptServiceStrategy::shutdownReceiptService() {
   receiptRunLoopShouldKeepRunning_ = false;
-  controller().shutdownStatusService();
+  receipts_.shutdownStatusService();
 }
 
 void QVNReceiptServiceStrategy::shutdownService() {

@@ -5,9 +5,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "InstallationDeployer/receipt/QVNInstallationReceiptService.h"
+#include "InstallationDeployer/receipt/ReceiptContext.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/propertylist/PropertyList.h"
 
@@ -19,7 +21,13 @@ namespace deployer {
 /// run, so that the installer can read there how a request ended.
 class QVNReceiptServiceStrategy : public QVNInstallStepStrategy {
  public:
-  using QVNInstallStepStrategy::QVNInstallStepStrategy;
+  /// @param receipts the part of the run that has to do with receipts; it outlives this step.
+  QVNReceiptServiceStrategy(PropertyList installPhaseDictionary, std::string stepName,
+                            QVNInstallStepStrategy* parentStep, StepContext& controller, SharedPlan plan,
+                            ReceiptContext& receipts)
+      : QVNInstallStepStrategy(std::move(installPhaseDictionary), std::move(stepName), parentStep, controller,
+                               std::move(plan)),
+        receipts_(receipts) {}
 
   /// Distinguishes what a receipt process announces from what an installer at the same place announces.
   [[nodiscard]] static std::string receiptNotificationIdForBundlePath(std::string_view bundlePath);
@@ -50,6 +58,8 @@ class QVNReceiptServiceStrategy : public QVNInstallStepStrategy {
   // Watchers ask for progress from another thread.
   std::mutex activeStrategyMutex_;
   std::shared_ptr<QVNInstallStepStrategy> activeStrategy_;
+
+  ReceiptContext& receipts_;
 };
 
 }  // namespace deployer

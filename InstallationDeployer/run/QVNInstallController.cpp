@@ -224,7 +224,7 @@ QVNReceiptClient* QVNInstallController::getReceiptClientForStrategy(QVNInstallSt
 }
 
 std::unique_ptr<QVNReceiptClient> QVNInstallController::makeReceiptClient() {
-  return std::make_unique<QVNReceiptClient>();
+  return std::make_unique<QVNReceiptClient>(statusServerThread());
 }
 
 std::shared_ptr<foundation::RunLoop> QVNInstallController::statusServerThread() {

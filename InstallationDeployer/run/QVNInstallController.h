@@ -7,10 +7,11 @@
 #include <string>
 
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
+#include "InstallationDeployer/receipt/ReceiptContext.h"
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 #include "InstallationDeployer/status/WatchedRun.h"
-#include "InstallationDeployer/steps/InstallRun.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+#include "InstallationDeployer/steps/StepContext.h"
 #include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
@@ -21,7 +22,7 @@ namespace deployer {
 /// (main) thread and returns when the run is over and, where it is watched, its watcher has seen the end;
 /// installerState() is then the exit code. State, progress and cancellation may be used from any thread; everything
 /// else belongs to the main thread.
-class QVNInstallController : public InstallRun, public WatchedRun {
+class QVNInstallController : public StepContext, public ReceiptContext, public WatchedRun {
  public:
   using PropertyList = foundation::PropertyList;
 
@@ -49,7 +50,8 @@ class QVNInstallController : public InstallRun, public WatchedRun {
   [[nodiscard]] std::string installerPath() const override;
   [[nodiscard]] std::string installerRootPath() const override;
   [[nodiscard]] std::string postingNotificationId() const override;
-  [[nodiscard]] std::shared_ptr<foundation::RunLoop> statusServerThread() override;
+  /// The run loop of the thread that serves watchers; null when the run has none.
+  [[nodiscard]] std::shared_ptr<foundation::RunLoop> statusServerThread();
   void shutdownStatusService() override;
   [[nodiscard]] QVNReceiptClient* getReceiptClientForStrategy(QVNInstallStepStrategy& step) override;
 
@@ -114,7 +116,7 @@ class QVNInstallController : public InstallRun, public WatchedRun {
   void announceCrossGrade(std::string_view installedProduct, bool asUpdate);
   template <class Step, class... Arguments>
   void append(StepList& steps, const PropertyList& phase, std::string name, const SharedPlan& plan,
-              Arguments... arguments);
+              Arguments&&... arguments);
 
   QVNInstallConfiguration configuration_;
   std::unique_ptr<QVNInstallerManifest> manifest_;

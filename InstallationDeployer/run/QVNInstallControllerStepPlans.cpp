@@ -43,8 +43,9 @@ void moveInto(StepList& steps, StepList more) {
 
 template <class Step, class... Arguments>
 void QVNInstallController::append(StepList& steps, const PropertyList& phase, std::string name, const SharedPlan& plan,
-                                  Arguments... arguments) {
-  steps.push_back(std::make_unique<Step>(phase, std::move(name), nullptr, *this, plan, arguments...));
+                                  Arguments&&... arguments) {
+  steps.push_back(
+      std::make_unique<Step>(phase, std::move(name), nullptr, *this, plan, std::forward<Arguments>(arguments)...));
 }
 
 void QVNInstallController::buildAndRunStrategies() {
@@ -121,8 +122,8 @@ void QVNInstallController::appendStepsForPhase(const PropertyList& phase, const 
                                                const SharedPlan& removalPlan, StepList& steps) {
   const auto type = phase[kQVNInstallPhaseType].string();
   if (type == kQVNInstallPhaseLocalPayload) {
-    append<QVNBuildInstallPlanStrategy>(steps, phase, "localPayload.buildPlan", installPlan);
-    append<QVNReceiptRemoveStrategy>(steps, {}, "localPayload.remoteRemove", installPlan);
+    append<QVNBuildInstallPlanStrategy>(steps, phase, "localPayload.buildPlan", installPlan, *this);
+    append<QVNReceiptRemoveStrategy>(steps, {}, "localPayload.remoteRemove", installPlan, *this);
     append<QVNInstallComponentsStrategy>(steps, phase, "localPayload.installComponents", installPlan);
     moveInto(steps, postInstallRemovalStepsWithPlan(removalPlan));
     append<QVNProcessStartStrategy>(steps, phase, "localPayload.launchServices", installPlan);
@@ -133,7 +134,7 @@ void QVNInstallController::appendStepsForPhase(const PropertyList& phase, const 
 
 std::unique_ptr<QVNInstallStepStrategy> QVNInstallController::buildReceiptTree() {
   logging::info("Running as receipt for product %@", configuration_.productName());
-  return std::make_unique<QVNReceiptServiceStrategy>(PropertyList(), "receiptService", nullptr, *this, nullptr);
+  return std::make_unique<QVNReceiptServiceStrategy>(PropertyList(), "receiptService", nullptr, *this, nullptr, *this);
 }
 
 std::unique_ptr<QVNInstallStepStrategy> QVNInstallController::buildRemovalTree() {

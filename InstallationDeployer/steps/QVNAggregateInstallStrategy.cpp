@@ -5,7 +5,7 @@
 namespace deployer {
 
 QVNAggregateInstallStrategy::QVNAggregateInstallStrategy(PropertyList dictionary, std::string stepName, StepList steps,
-                                                         QVNInstallStepStrategy* parent, InstallRun& controller)
+                                                         QVNInstallStepStrategy* parent, StepContext& controller)
     : QVNInstallStepStrategy(std::move(dictionary), std::move(stepName), parent, controller, nullptr),
       steps_(std::move(steps)) {
   for (const auto& step : steps_) {

@@ -14,7 +14,7 @@ namespace deployer {
 class QVNAggregateInstallStrategy : public QVNInstallStepStrategy {
  public:
   QVNAggregateInstallStrategy(PropertyList dictionary, std::string stepName, StepList steps,
-                              QVNInstallStepStrategy* parent, InstallRun& controller);
+                              QVNInstallStepStrategy* parent, StepContext& controller);
 
   [[nodiscard]] const StepList& steps() const { return steps_; }
   /// -1 before the run, the number of children after it.

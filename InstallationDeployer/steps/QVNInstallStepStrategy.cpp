@@ -13,7 +13,7 @@ constexpr std::uint64_t kCompleteProgress = 100;
 }  // namespace
 
 QVNInstallStepStrategy::QVNInstallStepStrategy(PropertyList installPhaseDictionary, std::string stepName,
-                                               QVNInstallStepStrategy* parentStep, InstallRun& controller,
+                                               QVNInstallStepStrategy* parentStep, StepContext& controller,
                                                SharedPlan plan)
     : installPhaseDictionary_(std::move(installPhaseDictionary)),
       name_(std::move(stepName)),

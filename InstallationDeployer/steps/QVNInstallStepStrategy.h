@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "InstallationDeployer/FileEntry.h"
-#include "InstallationDeployer/steps/InstallRun.h"
+#include "InstallationDeployer/steps/StepContext.h"
 #include "general/foundation/propertylist/PropertyList.h"
 #include "general/logging/SystemLog.h"
 
@@ -22,8 +22,10 @@ using SharedPlan = std::shared_ptr<Plan>;
 /// One unit of work of a run.
 ///
 /// execute() takes whether the steps before succeeded and returns its own success; what a step does stands in its
-/// work(). A step that fails sets a failure state first; nothing is thrown to report it. execute() runs on the main
-/// thread; getProgress() may be called from another thread meanwhile.
+/// work(). A step that fails sets a failure state first; nothing is thrown to report it.
+///
+/// Belongs to the main thread, which runs execute(). Meanwhile the thread that serves watchers calls getProgress(), and,
+/// while a receipt's states are mirrored into the step, setInstallerState() and what that calls on the way to the run.
 class QVNInstallStepStrategy {
  public:
   using PropertyList = foundation::PropertyList;
@@ -33,7 +35,7 @@ class QVNInstallStepStrategy {
   /// @param controller the run; it outlives this step.
   /// @param plan shared with the other steps of the tree, or null.
   QVNInstallStepStrategy(PropertyList installPhaseDictionary, std::string stepName, QVNInstallStepStrategy* parentStep,
-                         InstallRun& controller, SharedPlan plan);
+                         StepContext& controller, SharedPlan plan);
   virtual ~QVNInstallStepStrategy() = default;
   QVNInstallStepStrategy(const QVNInstallStepStrategy&) = delete;
   QVNInstallStepStrategy& operator=(const QVNInstallStepStrategy&) = delete;
@@ -46,7 +48,7 @@ class QVNInstallStepStrategy {
   void setProgressValue(std::uint64_t value) { progressValue_ = value; }
   [[nodiscard]] QVNInstallerManifest& manifest() const { return controller_.manifest(); }
   [[nodiscard]] const PropertyList& installPhaseDictionary() const { return installPhaseDictionary_; }
-  [[nodiscard]] InstallRun& controller() const { return controller_; }
+  [[nodiscard]] StepContext& controller() const { return controller_; }
   [[nodiscard]] QVNInstallConfiguration& configuration() const { return controller_.configuration(); }
   [[nodiscard]] const SharedPlan& plan() const { return plan_; }
   [[nodiscard]] QVNInstallStepStrategy* parentStep() const { return parentStep_; }
@@ -108,7 +110,7 @@ class QVNInstallStepStrategy {
   PropertyList installPhaseDictionary_;
   std::string name_;
   QVNInstallStepStrategy* parentStep_;
-  InstallRun& controller_;
+  StepContext& controller_;
   SharedPlan plan_;
   std::atomic<QVNInstallerState> installerState_ = QVNInstallerStateSuccess;
   std::atomic<std::uint64_t> progressValue_ = 0;

@@ -70,6 +70,7 @@ TEST(House, NobodyAsksWhichSystemThisIs) {
 
 TEST(House, StepsReachNoOtherProcess) {
   EXPECT_EQ(listed(architecture::reaches(house(), "InstallationDeployer/steps", "general/ipc")), "");
+  EXPECT_EQ(listed(architecture::reaches(house(), "InstallationDeployer/steps", "general/foundation/execution")), "");
 }
 
 TEST(House, WhatIsGeneralKnowsNothingOfInstallers) {

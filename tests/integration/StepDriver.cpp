@@ -21,7 +21,7 @@
 #include "InstallationDeployer/receipt/QVNRemoveReceiptStrategy.h"
 #include "InstallationDeployer/receipt/QVNWriteReceiptStrategy.h"
 #include "general/foundation/execution/Task.h"
-#include "tests/support/FakeInstallRun.h"
+#include "tests/support/FakeStepContext.h"
 
 namespace {
 
@@ -55,12 +55,12 @@ struct Request {
 };
 
 template <class Step, class... Arguments>
-std::unique_ptr<Step> make(const Request& request, tests::FakeInstallRun& run, Arguments... arguments) {
+std::unique_ptr<Step> make(const Request& request, tests::FakeStepContext& run, Arguments... arguments) {
   return std::make_unique<Step>(foundation::PropertyList(), "step", nullptr, run,
                                 std::make_shared<Plan>(request.components), arguments...);
 }
 
-std::unique_ptr<deployer::QVNInstallStepStrategy> makeStep(const Request& request, tests::FakeInstallRun& run) {
+std::unique_ptr<deployer::QVNInstallStepStrategy> makeStep(const Request& request, tests::FakeStepContext& run) {
   if (request.step == "start-processes") {
     return make<deployer::QVNProcessStartStrategy>(request, run);
   }
@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
       request.components.push_back(arguments[i]);
     }
   }
-  tests::FakeInstallRun run(arguments[1]);
+  tests::FakeStepContext run(arguments[1]);
   run.configuration().setProductName(arguments[2]);
   run.configuration().setHasInstallerReceipt(request.hasReceipt);
   run.configuration().setRemove(request.isRemoval);

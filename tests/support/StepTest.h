@@ -16,7 +16,7 @@
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/CapturedLog.h"
-#include "tests/support/FakeInstallRun.h"
+#include "tests/support/FakeStepContext.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tests {
@@ -31,7 +31,7 @@ class StepTest : public ::testing::Test {
  protected:
   StepTest() {
     std::filesystem::create_directories(bundle() + "/" + std::string(deployer::kQVNManifestDirectoryPath));
-    run_ = std::make_unique<FakeInstallRun>(bundle());
+    run_ = std::make_unique<FakeStepContext>(bundle());
     run_->configuration().setProductName(product_);
   }
 
@@ -72,7 +72,7 @@ class StepTest : public ::testing::Test {
     return std::make_unique<Step>(foundation::PropertyList(), "step", nullptr, *run_,
                                   std::make_shared<deployer::Plan>(std::move(plan)));
   }
-  FakeInstallRun& run() { return *run_; }
+  FakeStepContext& run() { return *run_; }
 
   const std::string product_ = "Product.of.a.unit.test";
 
@@ -86,7 +86,7 @@ class StepTest : public ::testing::Test {
   }
 
   TemporaryDirectory scratch_;
-  std::unique_ptr<FakeInstallRun> run_;
+  std::unique_ptr<FakeStepContext> run_;
 };
 
 }  // namespace tests

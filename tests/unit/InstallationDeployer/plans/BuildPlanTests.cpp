@@ -8,7 +8,8 @@
 #include "InstallationDeployer/plans/QVNBuildRemovePlanStrategy.h"
 #include "InstallationDeployer/receipt/QVNReceiptRemoveStrategy.h"
 #include "tests/support/CapturedLog.h"
-#include "tests/support/FakeInstallRun.h"
+#include "tests/support/FakeReceiptContext.h"
+#include "tests/support/FakeStepContext.h"
 #include "tests/unit/InstallationDeployer/BundleFixture.h"
 
 namespace deployer {
@@ -52,9 +53,10 @@ class BuildPlan : public ::testing::Test, protected tests::BundleFixture {
     return upgrade(records({{"A", "1.0"}}));
   }
 
-  tests::FakeInstallRun run_{path()};
+  tests::FakeStepContext run_{path()};
+  tests::FakeReceiptContext receipts_{path()};
   SharedPlan plan_ = std::make_shared<Plan>();
-  QVNBuildInstallPlanStrategy installStep_{{}, "localPayload.buildPlan", nullptr, run_, plan_};
+  QVNBuildInstallPlanStrategy installStep_{{}, "localPayload.buildPlan", nullptr, run_, plan_, receipts_};
   QVNBuildRemovePlanStrategy removeStep_{{}, "buildRemovePlan", nullptr, run_, plan_};
   const std::string dueToExternal_ = "Adding component A to upgrade plan due to external file change";
 };
@@ -270,7 +272,7 @@ TEST_F(BuildPlan, RemovalWithoutRecordsPlansNothingAndSucceeds) {
 }
 
 TEST_F(BuildPlan, RemoteRemovalHasNothingToDoOnAFreshMachine) {
-  QVNReceiptRemoveStrategy step({}, "localPayload.remoteRemove", nullptr, run_, plan_);
+  QVNReceiptRemoveStrategy step({}, "localPayload.remoteRemove", nullptr, run_, plan_, receipts_);
   EXPECT_TRUE(step.execute(true));
   EXPECT_FALSE(step.execute(false));
   run_.configuration().setInstall(false);

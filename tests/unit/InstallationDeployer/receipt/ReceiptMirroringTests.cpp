@@ -10,7 +10,7 @@
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "general/foundation/Thread.h"
 #include "tests/support/CapturedLog.h"
-#include "tests/support/FakeInstallRun.h"
+#include "tests/support/FakeStepContext.h"
 #include "tests/support/LoopThread.h"
 #include "tests/support/PrivateRunFolder.h"
 #include "tests/support/VendedService.h"
@@ -23,11 +23,11 @@ using foundation::PropertyList;
 constexpr const char* kStatusService = "com.corvane.installer.77";
 
 /// Lets a test wait for the first state that it is told.
-class ToldRun : public tests::FakeInstallRun {
+class ToldRun : public tests::FakeStepContext {
  public:
-  using FakeInstallRun::FakeInstallRun;
+  using FakeStepContext::FakeStepContext;
   void setInstallerState(QVNInstallerState state) override {
-    FakeInstallRun::setInstallerState(state);
+    FakeStepContext::setInstallerState(state);
     if (states.size() == 1) {
       told.set_value(foundation::currentThreadName());
     }
@@ -43,18 +43,17 @@ class ReceiptMirroring : public ::testing::Test {
       GTEST_SKIP() << *reason;
     }
     run_.configuration().setProductName("P");
-    client_.setStrategy(&step_);
     watchers_ = std::make_unique<tests::LoopThread>("status server thread");
-    run_.statusThread = watchers_->loop;
+    client_ = std::make_unique<QVNReceiptClient>(watchers_->loop);
+    client_->setStrategy(&step_);
   }
   /// Vends a status service that always answers with this state, and announces it to the client.
-  void vendStatus(QVNInstallerState state, QVNReceiptClient& client) {
+  void vendStatus(QVNInstallerState state) {
     service_.emplace(kStatusService, kQVNInstallationStatusProtocol,
                      [state](std::string_view, auto) { return PropertyList(static_cast<std::int64_t>(state)); });
     const tests::CapturedLog log;
-    client.handleReceiptStatusStartNotification(serviceAnnouncement("started", "object", kStatusService));
+    client_->handleReceiptStatusStartNotification(serviceAnnouncement("started", "object", kStatusService));
   }
-  void vendStatus(QVNInstallerState state) { vendStatus(state, client_); }
   void postUpdate(const std::string& object) {
     ipc::postDistributedNotification({std::string(kQVNInstallationStatusUpdatedNotification), object, {}});
   }
@@ -69,16 +68,16 @@ class ReceiptMirroring : public ::testing::Test {
   std::optional<tests::VendedService> service_;
   ToldRun run_{"/Volumes/X/Installer.app"};
   QVNInstallStepStrategy step_{{}, "step", nullptr, run_, nullptr};
-  QVNReceiptClient client_;
+  std::unique_ptr<QVNReceiptClient> client_;
 };
 
 TEST_F(ReceiptMirroring, StatesOfTheReceiptReachTheRunOnTheThreadThatServesWatchers) {
   vendStatus(QVNInstallerStateRemoving);
   const tests::CapturedLog log;
-  client_.startUpdatingCurrentStepStatusFromReceipt();
+  client_->startUpdatingCurrentStepStatusFromReceipt();
   postUpdate(sender());
   EXPECT_EQ(run_.told.get_future().get(), "status server thread");
-  client_.stopUpdatingCurrentStepStatusFromReceipt();
+  client_->stopUpdatingCurrentStepStatusFromReceipt();
   EXPECT_EQ(run_.states.front(), QVNInstallerStateRemoving);
   EXPECT_EQ(step_.installerState(), QVNInstallerStateRemoving);
   const std::string about = " notifications on object: " + sender();
@@ -92,10 +91,10 @@ TEST_F(ReceiptMirroring, NothingIsMirroredBeforeAfterOrForOthers) {
   vendStatus(QVNInstallerStateRemoving);
   const tests::CapturedLog log;
   postUpdate(sender());
-  client_.startUpdatingCurrentStepStatusFromReceipt();
+  client_->startUpdatingCurrentStepStatusFromReceipt();
   postUpdate("/Volumes/Other/Installer.app.receipt");
   letWatchersTurn();
-  client_.stopUpdatingCurrentStepStatusFromReceipt();
+  client_->stopUpdatingCurrentStepStatusFromReceipt();
   postUpdate(sender());
   letWatchersTurn();
   EXPECT_TRUE(run_.states.empty());
@@ -104,24 +103,22 @@ TEST_F(ReceiptMirroring, NothingIsMirroredBeforeAfterOrForOthers) {
 TEST_F(ReceiptMirroring, AThreadThatEndsMeanwhileTakesTheObserverWithIt) {
   vendStatus(QVNInstallerStateRemoving);
   const tests::CapturedLog log;
-  client_.startUpdatingCurrentStepStatusFromReceipt();
+  client_->startUpdatingCurrentStepStatusFromReceipt();
   watchers_->end();
-  client_.stopUpdatingCurrentStepStatusFromReceipt();
+  client_->stopUpdatingCurrentStepStatusFromReceipt();
   postUpdate(sender());
   EXPECT_TRUE(run_.states.empty());
 }
 
 TEST_F(ReceiptMirroring, AClientThatGoesStopsTheMirroring) {
-  auto client = std::make_unique<QVNReceiptClient>();
-  client->setStrategy(&step_);
-  vendStatus(QVNInstallerStateRemoving, *client);
+  vendStatus(QVNInstallerStateRemoving);
   const tests::CapturedLog log;
-  client->startUpdatingCurrentStepStatusFromReceipt();
+  client_->startUpdatingCurrentStepStatusFromReceipt();
   postUpdate(sender());
   EXPECT_EQ(run_.told.get_future().get(), "status server thread");
   letWatchersTurn();
   const auto told = run_.states.size();
-  client.reset();
+  client_.reset();
   postUpdate(sender());
   letWatchersTurn();
   EXPECT_EQ(run_.states.size(), told);

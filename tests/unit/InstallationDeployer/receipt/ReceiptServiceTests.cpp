@@ -6,7 +6,8 @@
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "general/foundation/Thread.h"
 #include "tests/support/CapturedLog.h"
-#include "tests/support/FakeInstallRun.h"
+#include "tests/support/FakeReceiptContext.h"
+#include "tests/support/FakeStepContext.h"
 #include "tests/unit/InstallationDeployer/BundleFixture.h"
 
 namespace deployer {
@@ -32,8 +33,9 @@ class ReceiptService : public ::testing::Test, protected tests::BundleFixture {
   }
   [[nodiscard]] static PropertyList file(const std::string& path) { return dictionary({{"Path", path}}); }
 
-  tests::FakeInstallRun run_{path()};
-  QVNReceiptServiceStrategy step_{{}, "receiptService", nullptr, run_, nullptr};
+  tests::FakeStepContext run_{path()};
+  tests::FakeReceiptContext receipts_{path()};
+  QVNReceiptServiceStrategy step_{{}, "receiptService", nullptr, run_, nullptr, receipts_};
 };
 
 TEST_F(ReceiptService, NotificationsAreAboutTheBundlePathFollowedByReceipt) {
@@ -126,11 +128,11 @@ TEST_F(ReceiptService, ProgressBetweenRequestsIsZero) {
 }
 
 /// Asks for the step's progress whenever the run is told a state, as a watcher does.
-class AskingRun : public tests::FakeInstallRun {
+class AskingRun : public tests::FakeStepContext {
  public:
-  using FakeInstallRun::FakeInstallRun;
+  using FakeStepContext::FakeStepContext;
   void setInstallerState(QVNInstallerState state) override {
-    FakeInstallRun::setInstallerState(state);
+    FakeStepContext::setInstallerState(state);
     progress.push_back(step->getProgress());
   }
   QVNReceiptServiceStrategy* step = nullptr;
@@ -140,7 +142,7 @@ class AskingRun : public tests::FakeInstallRun {
 TEST_F(ReceiptService, ProgressDuringARequestIsThatOfItsStep) {
   AskingRun run(path());
   run.configuration() = run_.configuration();
-  QVNReceiptServiceStrategy step({}, "receiptService", nullptr, run, nullptr);
+  QVNReceiptServiceStrategy step({}, "receiptService", nullptr, run, nullptr, receipts_);
   run.step = &step;
   const tests::CapturedLog log;
   static_cast<void>(step.fixPlanForValidation());
@@ -151,7 +153,7 @@ TEST_F(ReceiptService, ProgressDuringARequestIsThatOfItsStep) {
 TEST_F(ReceiptService, ToldToEndItEndsTheServiceForWatchersToo) {
   const tests::CapturedLog log;
   step_.shutdownService();
-  EXPECT_EQ(run_.statusServiceShutdowns, 1);
+  EXPECT_EQ(receipts_.statusServiceShutdowns, 1);
   EXPECT_TRUE(log.contains("Debug", "received shutDownService message for receipt service"));
 }
 
@@ -213,14 +215,15 @@ TEST_F(ReceiptClient, MirrorsNothingWithoutAThreadThatServesWatchers) {
 }
 
 TEST_F(ReceiptClient, MirrorsNothingOnAThreadThatHasEnded) {
-  client_.setStrategy(&step_);
+  std::shared_ptr<foundation::RunLoop> loop;
   {
-    const foundation::NamedThread thread("status server thread",
-                                         [this] { run_.statusThread = foundation::RunLoop::current(); });
+    const foundation::NamedThread thread("status server thread", [&loop] { loop = foundation::RunLoop::current(); });
   }
+  QVNReceiptClient client(loop);
+  client.setStrategy(&step_);
   const tests::CapturedLog log;
-  client_.startUpdatingCurrentStepStatusFromReceipt();
-  client_.stopUpdatingCurrentStepStatusFromReceipt();
+  client.startUpdatingCurrentStepStatusFromReceipt();
+  client.stopUpdatingCurrentStepStatusFromReceipt();
   EXPECT_EQ(log.text(), "");
 }
 

@@ -6,8 +6,9 @@
 #include "InstallationDeployer/receipt/QVNReceiptRemoveStrategy.h"
 #include "general/foundation/Thread.h"
 #include "tests/support/CapturedLog.h"
-#include "tests/support/FakeInstallRun.h"
 #include "tests/support/FakeReceiptClient.h"
+#include "tests/support/FakeReceiptContext.h"
+#include "tests/support/FakeStepContext.h"
 #include "tests/unit/InstallationDeployer/BundleFixture.h"
 
 namespace deployer {
@@ -21,7 +22,7 @@ class ReceiptSteps : public ::testing::Test, protected tests::BundleFixture {
   void SetUp() override {
     run_.configuration().setProductName("P");
     run_.configuration().setHasInstallerReceipt(true);
-    run_.receiptClient = &client_;
+    receipts_.receiptClient = &client_;
     writeProduct({"A", "B", "C"});
     writeVersion("A", "1.0");
     writeVersion("B", "1.1");
@@ -55,13 +56,14 @@ class ReceiptSteps : public ::testing::Test, protected tests::BundleFixture {
   }
 
   tests::FakeReceiptClient client_;
-  tests::FakeInstallRun run_{path()};
+  tests::FakeStepContext run_{path()};
+  tests::FakeReceiptContext receipts_{path()};
   SharedPlan plan_ = std::make_shared<Plan>();
 };
 
 class PlanUpgrade : public ReceiptSteps {
  protected:
-  QVNBuildInstallPlanStrategy step_{{}, "localPayload.buildPlan", nullptr, run_, plan_};
+  QVNBuildInstallPlanStrategy step_{{}, "localPayload.buildPlan", nullptr, run_, plan_, receipts_};
 };
 
 TEST_F(PlanUpgrade, HoldsWhatIsUpgradedFollowedByWhatIsOnlyRepaired) {
@@ -77,7 +79,7 @@ TEST_F(PlanUpgrade, HoldsWhatIsUpgradedFollowedByWhatIsOnlyRepaired) {
 TEST_F(PlanUpgrade, AsksForVersionsAndThenForTheFixPlanWithStatesMirroredMeanwhile) {
   EXPECT_TRUE(step_.execute(true));
   EXPECT_EQ(client_.calls, (Texts{"componentsAndVersions", "start updating", "fixPlanForValidation", "stop updating"}));
-  EXPECT_EQ(run_.askedForReceiptClient, (std::vector<QVNInstallStepStrategy*>{&step_}));
+  EXPECT_EQ(receipts_.askedForReceiptClient, (std::vector<QVNInstallStepStrategy*>{&step_}));
 }
 
 TEST_F(PlanUpgrade, OverAnEqualReceiptPlansOnlyTheRepair) {
@@ -192,7 +194,7 @@ class RemoteRemove : public ReceiptSteps {
     ReceiptSteps::SetUp();
     *plan_ = {"A", "B"};
   }
-  QVNReceiptRemoveStrategy step_{{}, "localPayload.remoteRemove", nullptr, run_, plan_};
+  QVNReceiptRemoveStrategy step_{{}, "localPayload.remoteRemove", nullptr, run_, plan_, receipts_};
 };
 
 TEST_F(RemoteRemove, HasTheReceiptRemoveThePlanWithStatesMirroredMeanwhile) {
@@ -204,7 +206,7 @@ TEST_F(RemoteRemove, HasTheReceiptRemoveThePlanWithStatesMirroredMeanwhile) {
 TEST_F(RemoteRemove, AnInstallWithoutAReceiptSucceedsAndAsksForNoClient) {
   run_.configuration().setHasInstallerReceipt(false);
   EXPECT_TRUE(step_.execute(true));
-  EXPECT_TRUE(run_.askedForReceiptClient.empty());
+  EXPECT_TRUE(receipts_.askedForReceiptClient.empty());
 }
 
 TEST_F(RemoteRemove, ARemovalWithoutAReceiptFails) {
@@ -212,12 +214,12 @@ TEST_F(RemoteRemove, ARemovalWithoutAReceiptFails) {
   run_.configuration().setInstall(false);
   run_.configuration().setRemove(true);
   expectFailure(step_, QVNInstallerStateFailed, {"Failed to find receipt"});
-  EXPECT_TRUE(run_.askedForReceiptClient.empty());
+  EXPECT_TRUE(receipts_.askedForReceiptClient.empty());
 }
 
 TEST_F(RemoteRemove, AfterAnEarlierFailureItAsksNothing) {
   EXPECT_FALSE(step_.execute(false));
-  EXPECT_TRUE(run_.askedForReceiptClient.empty());
+  EXPECT_TRUE(receipts_.askedForReceiptClient.empty());
   EXPECT_EQ(step_.installerState(), QVNInstallerStateSuccess);
 }
 
@@ -228,7 +230,7 @@ TEST_F(RemoteRemove, FailsWithoutAProxyAndAsksNothing) {
   client_.hasReceiptProxy = false;
   expectFailure(step_, QVNInstallerStateFailed, {"Failed to connect with receipt"});
   EXPECT_EQ(client_.calls, Texts{});
-  run_.receiptClient = nullptr;
+  receipts_.receiptClient = nullptr;
   expectFailure(step_, QVNInstallerStateFailed, {"Failed to connect with receipt"});
 }
 

@@ -6,7 +6,7 @@
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
 #include "general/foundation/Thread.h"
 #include "tests/support/CapturedLog.h"
-#include "tests/support/FakeInstallRun.h"
+#include "tests/support/FakeStepContext.h"
 
 namespace deployer {
 namespace {
@@ -17,7 +17,7 @@ using foundation::PropertyList;
 class ScriptedStep : public QVNInstallStepStrategy {
  public:
   using Script = std::function<bool(ScriptedStep&, bool)>;
-  ScriptedStep(InstallRun& run, std::string name, Script script)
+  ScriptedStep(StepContext& run, std::string name, Script script)
       : QVNInstallStepStrategy({}, std::move(name), nullptr, run, nullptr), script_(std::move(script)) {}
 
   bool execute(bool previousSuccess) override {
@@ -54,7 +54,7 @@ class StepFramework : public ::testing::Test {
     return std::make_unique<QVNAggregateInstallStrategy>(PropertyList(), name, std::move(steps_), nullptr, run_);
   }
 
-  tests::FakeInstallRun run_{"/bundle"};
+  tests::FakeStepContext run_{"/bundle"};
   StepList steps_;
 };
 

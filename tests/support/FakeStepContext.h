@@ -1,20 +1,19 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "InstallationDeployer/BundleLayout.h"
-#include "InstallationDeployer/steps/InstallRun.h"
+#include "InstallationDeployer/steps/StepContext.h"
 #include "general/foundation/Paths.h"
 
 namespace tests {
 
 /// A run without a controller, for tests of single steps: it holds what the steps ask for and remembers what they tell.
-class FakeInstallRun : public deployer::InstallRun {
+class FakeStepContext : public deployer::StepContext {
  public:
-  explicit FakeInstallRun(std::string bundlePath) : manifest_(bundlePath) {
+  explicit FakeStepContext(std::string bundlePath) : manifest_(bundlePath) {
     configuration_.setBundlePath(std::move(bundlePath));
     configuration_.setTargetPath("/");
     configuration_.setInstall(true);
@@ -28,21 +27,9 @@ class FakeInstallRun : public deployer::InstallRun {
   std::string installerRootPath() const override {
     return foundation::paths::append(installerPath(), deployer::kQVNPayloadRootPath);
   }
-  deployer::QVNReceiptClient* getReceiptClientForStrategy(deployer::QVNInstallStepStrategy& step) override {
-    askedForReceiptClient.push_back(&step);
-    return receiptClient;
-  }
-
-  std::string postingNotificationId() const override { return installerPath(); }
-  std::shared_ptr<foundation::RunLoop> statusServerThread() override { return statusThread; }
-  void shutdownStatusService() override { ++statusServiceShutdowns; }
 
   std::vector<deployer::QVNInstallerState> states;
   std::atomic<bool> cancelled = false;
-  deployer::QVNReceiptClient* receiptClient = nullptr;
-  std::vector<deployer::QVNInstallStepStrategy*> askedForReceiptClient;
-  std::shared_ptr<foundation::RunLoop> statusThread;
-  int statusServiceShutdowns = 0;
 
  private:
   deployer::QVNInstallConfiguration configuration_;

@@ -12,16 +12,18 @@ namespace frontend {
 
 /// What the command line asks for.
 struct InstallerOptions {
-  std::optional<std::string> product;
-  bool remove = false;
-  int watch = 0;  ///< process number; 0: start an engine
-  bool json = false;
-  bool verbose = false;
+  std::optional<std::string> product;  ///< nothing: the engine chooses
+  bool remove = false;                 ///< instead of installing
+  int watch = 0;                       ///< process number; 0: start an engine
+  bool json = false;                   ///< for programs
+  bool verbose = false;                ///< the engine's log on standard error
 };
 
-/// One call of the command: starts or finds the engine, shows the run, obeys signals.
+/// One call of the command: starts or finds the engine, shows the run, obeys signals. All of it happens on one thread
+/// and its run loop, signals included. One run per object.
 class InstallerRun {
  public:
+  /// @param startedAs the name by which the program was started; the engine is looked for beside it.
   InstallerRun(InstallerOptions options, std::string startedAs);
 
   /// The exit code, when the run has been shown to its end.
@@ -33,6 +35,7 @@ class InstallerRun {
   [[nodiscard]] RunEnd follow(RunFollower& follower);
   void obey(int signal);
   [[nodiscard]] std::vector<std::string> engineArguments() const;
+  /// Where the engine's log goes, besides the system's; notes it in the facts.
   [[nodiscard]] foundation::Descriptor openLog();
   [[nodiscard]] std::unique_ptr<Presenter> makePresenter() const;
 

@@ -4,9 +4,11 @@
 
 namespace frontend {
 
-/// One JSON object per event, each on a line of its own.
+/// One JSON object per event, each on a line of its own and passed on at once, for programs that read along. The
+/// members are listed in docs/front-end.md; scripts rely on them. What is not known is null.
 class JsonPresenter : public Presenter {
  public:
+  /// @param output where all of it goes, the outcome too.
   explicit JsonPresenter(Output output) : output_(std::move(output)) {}
 
   void begin(const RunFacts& facts) override;

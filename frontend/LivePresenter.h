@@ -12,7 +12,9 @@ namespace frontend {
 /// that line is ever erased, and it is at the end.
 class LivePresenter : public Presenter {
  public:
-  /// @param columns asks for the width of the terminal.
+  /// @param terminal can clear a line; see terminal::canRedraw().
+  /// @param trouble where the outcome of a run goes that did not succeed.
+  /// @param columns asks for the width of the terminal, in characters; called whenever the line is drawn.
   LivePresenter(Output terminal, Output trouble, std::function<std::size_t()> columns);
 
   void begin(const RunFacts& facts) override;
@@ -27,12 +29,13 @@ class LivePresenter : public Presenter {
  private:
   /// Text that stays, above the bar.
   void say(std::string_view text);
+  /// The line, over what stands there.
   void draw();
 
   Output terminal_;
   Output trouble_;
   std::function<std::size_t()> columns_;
-  std::string doing_;
+  std::string doing_;  // the state in words
   int percent_ = 0;
 };
 

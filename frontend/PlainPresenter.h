@@ -9,6 +9,7 @@ namespace frontend {
 /// Line after line, for files, pipes and terminals that know nothing else: every state, and progress in steps of ten.
 class PlainPresenter : public Presenter {
  public:
+  /// @param output where everything else goes, and the outcome of a run that succeeded or goes on by itself.
   /// @param trouble where the outcome of a run goes that did not succeed.
   PlainPresenter(Output output, Output trouble) : output_(std::move(output)), trouble_(std::move(trouble)) {}
 
@@ -21,13 +22,14 @@ class PlainPresenter : public Presenter {
   void end(const RunOutcome& outcome, const RunFacts& facts) override;
 
  protected:
+  /// One line, at once.
   void print(std::string_view line);
 
  private:
   Output output_;
   Output trouble_;
-  std::optional<deployer::QVNInstallerState> state_;
-  int shownTens_ = 0;
+  std::optional<deployer::QVNInstallerState> state_;  // the last one told of
+  int shownTens_ = 0;                                 // tenths of the run that were printed; never goes down
 };
 
 }  // namespace frontend

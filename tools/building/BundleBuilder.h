@@ -47,7 +47,7 @@ class BundleBuilder {
   const BundleSettings settings_;
   Problems& problems_;
   ProgressBar& progress_;
-  BundleMaterial material_;
+  BundleMaterial material_;  // since build() has examined it
 };
 
 }  // namespace bundletool

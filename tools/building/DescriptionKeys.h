@@ -5,6 +5,7 @@
 /// The keys of a bundle's description. Keys that go into manifests are the engine's: see ManifestKeys.h.
 namespace bundletool {
 
+// The top level.
 inline constexpr std::string_view kDescriptionComponents = "Components";
 inline constexpr std::string_view kDescriptionExternalTools = "ExternalTools";
 inline constexpr std::string_view kDescriptionOptions = "Options";

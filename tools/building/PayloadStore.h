@@ -18,11 +18,13 @@ class PayloadStore {
   /// @param root the payload's folder, which exists.
   PayloadStore(std::string root, Problems& problems, ProgressBar& progress);
 
-  /// Makes the folder for what is stored from now on.
+  /// Makes the folder for what is stored from now on; false, with a problem, when that fails. A component may be begun
+  /// again and has what it had.
   [[nodiscard]] bool beginComponent(const std::string& name);
-  /// Stores a file's content and returns its checksum; nothing but a problem, and no checksum, when that fails. Once
-  /// the work is interrupted it does nothing any more.
+  /// Only after beginComponent(). Stores a file's content and returns its checksum; nothing but a problem, and no
+  /// checksum, when that fails. Once the work is interrupted it does nothing any more.
   [[nodiscard]] std::string store(const std::string& path);
+  /// Whether a component has the content with that checksum.
   [[nodiscard]] bool holds(const std::string& component, const std::string& checksum) const;
 
  private:
@@ -30,8 +32,8 @@ class PayloadStore {
   Problems& problems_;
   ProgressBar& progress_;
   std::string folder_;
-  std::map<std::string, std::unordered_set<std::string>> stored_;
-  std::unordered_set<std::string>* current_ = nullptr;
+  std::map<std::string, std::unordered_set<std::string>> stored_;  // component -> checksums
+  std::unordered_set<std::string>* current_ = nullptr;             // of the component that was begun last
   foundation::FileBuffer buffer_;
 };
 

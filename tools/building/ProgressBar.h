@@ -8,7 +8,8 @@
 
 namespace bundletool {
 
-/// One line that shows how far long work is, redrawn in place a few times a second and erased at the end.
+/// One line that shows how far long work is, redrawn in place a few times a second and erased at the end. It does not
+/// draw by itself: a call that comes too soon after the last drawing is shown with the next one.
 class ProgressBar {
  public:
   using Clock = std::chrono::steady_clock;
@@ -21,8 +22,10 @@ class ProgressBar {
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
 
+  /// Shows the line for the first time. `files` and `bytes` are what the work will have done at its end.
   void start(std::uint64_t files, std::uint64_t bytes);
   void addBytes(std::uint64_t bytes);
+  /// One more file is done, whatever its size.
   void addFile();
   /// Erases the line, so that something else can be printed.
   void erase();

@@ -19,8 +19,8 @@ class TemporaryBundle {
   ~TemporaryBundle();
 
   [[nodiscard]] const std::string& path() const { return path_; }
-  /// Gives the bundle its final name. With `replace`, what has that name goes away as a whole; when the bundle cannot
-  /// be put in its place it stays.
+  /// Gives the bundle its final name by one rename (atomic replace): nobody sees half of it. With `replace`, what has
+  /// that name goes away as a whole; when the bundle cannot be put in its place it stays.
   [[nodiscard]] foundation::Status publish(const std::string& destination, bool replace);
 
  private:

@@ -2,127 +2,26 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <condition_variable>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "frontend/watch/RunFollower.h"
-#include "general/foundation/Thread.h"
-#include "general/ipc/ServerConnection.h"
 #include "general/ipc/ServiceFolder.h"
-#include "general/ipc/VRKConnectionAuthenticator.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/PrivateRunFolder.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/unit/frontend/watch/StandInService.h"
 
 namespace frontend {
 namespace {
 
 using namespace deployer;
 using foundation::RunLoop;
-
-/// Vouches for nobody.
-class Impostor : public ipc::ConnectionDelegate {
- public:
-  std::vector<std::byte> authenticationDataForComponents(std::span<const std::byte> /*components*/) override {
-    return std::vector<std::byte>(16);
-  }
-  bool authenticateComponents(std::span<const std::byte> /*components*/, std::span<const std::byte> /*data*/) override {
-    return true;
-  }
-};
-
-/// The status service of an engine, on a thread of its own: tells one state after the other, each time it is asked, and
-/// stays at the last one. It never announces a change.
-class StandInService : public QVNInstallationStatusProtocol {
- public:
-  struct Script {
-    std::vector<std::int32_t> states;
-    std::int64_t progress = 0;
-    std::size_t breakAfter = 0;  ///< answers about the state until all connections break once; 0: never
-    std::size_t goneAfter = 0;   ///< answers about the state until the service ends; 0: when it is told to
-    bool isImpostor = false;
-    std::function<void()> atEachState = [] {};
-  };
-
-  StandInService(int process, Script script)
-      : name_(deployer::statusServiceNameOfProcess(process)), script_(std::move(script)) {
-    thread_.emplace("stand-in", [this] { serve(); });
-    std::unique_lock lock(lock_);
-    changed_.wait(lock, [this] { return isVended_; });
-  }
-  ~StandInService() override {
-    over_ = true;
-    loop_->wakeUp();
-  }
-  StandInService(const StandInService&) = delete;
-  StandInService& operator=(const StandInService&) = delete;
-
-  std::int32_t getCurrentState() override {
-    const std::size_t asked = asked_++;
-    script_.atEachState();
-    breakNow_ = asked_ == script_.breakAfter;
-    over_ = over_ || asked_ == script_.goneAfter;
-    return script_.states[std::min(asked, script_.states.size() - 1)];
-  }
-  std::int64_t getProgress() override { return script_.progress; }
-  void cancelInstallation() override { cancelled = true; }
-  void shutdownService() override { over_ = wasShutDown = true; }
-
-  std::atomic<bool> cancelled = false;
-  std::atomic<bool> wasShutDown = false;
-
- private:
-  void serve() {
-    auto connection = vend();
-    loop_ = RunLoop::current();
-    {
-      const std::lock_guard lock(lock_);
-      isVended_ = true;
-      changed_.notify_all();
-    }
-    while (!over_) {
-      loop_->runUntil(RunLoop::Clock::time_point::max());
-      if (std::exchange(breakNow_, false)) {
-        connection.reset();
-        connection = vend();
-      }
-    }
-  }
-  std::unique_ptr<ipc::ServerConnection> vend() {
-    ipc::ServerConnection::Options options;
-    options.peers = ipc::ServerConnection::Peers::Everybody;
-    auto connection = std::make_unique<ipc::ServerConnection>(options);
-    if (script_.isImpostor) {
-      connection->setDelegate(std::make_shared<Impostor>());
-    } else {
-      connection->setDelegate(std::make_shared<ipc::VRKConnectionAuthenticator>());
-    }
-    connection->setRootObject(
-        std::make_shared<const ipc::ProtocolChecker>(targetFor(*this), kQVNInstallationStatusProtocol));
-    EXPECT_TRUE(connection->registerName(name_));
-    return connection;
-  }
-
-  const std::string name_;
-  const Script script_;
-  std::size_t asked_ = 0;  // of the service's thread alone
-  bool breakNow_ = false;
-  std::atomic<bool> over_ = false;
-  std::shared_ptr<RunLoop> loop_;
-  std::mutex lock_;
-  std::condition_variable changed_;
-  bool isVended_ = false;
-  std::optional<foundation::NamedThread> thread_;
-};
 
 class RunFollowerTest : public ::testing::Test, protected RunListener {
  protected:

@@ -6,20 +6,20 @@
 namespace deployer {
 
 MemoryBudget::Grant::Grant(Grant&& other) noexcept
-    : allowance_(std::exchange(other.allowance_, nullptr)), bytes_(std::exchange(other.bytes_, 0)) {}
+    : budget_(std::exchange(other.budget_, nullptr)), bytes_(std::exchange(other.bytes_, 0)) {}
 
 MemoryBudget::Grant& MemoryBudget::Grant::operator=(Grant&& other) noexcept {
   if (this != &other) {
     release();
-    allowance_ = std::exchange(other.allowance_, nullptr);
+    budget_ = std::exchange(other.budget_, nullptr);
     bytes_ = std::exchange(other.bytes_, 0);
   }
   return *this;
 }
 
 void MemoryBudget::Grant::release() {
-  if (allowance_ != nullptr) {
-    std::exchange(allowance_, nullptr)->giveBack(bytes_);
+  if (budget_ != nullptr) {
+    std::exchange(budget_, nullptr)->giveBack(bytes_);
   }
 }
 

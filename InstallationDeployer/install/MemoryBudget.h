@@ -6,14 +6,15 @@
 
 namespace deployer {
 
-/// Bounds the memory that the buffers of several threads take together. Used by any thread.
+/// Bounds the memory that the buffers of several threads take together: whoever wants more than is left waits, which
+/// is the back-pressure that keeps helpers from reading faster than files are published. Used by any thread.
 class MemoryBudget {
  public:
-  /// Bytes that somebody may use until it is destroyed. The allowance outlives it.
+  /// Bytes that somebody may use until it is destroyed. The budget outlives it.
   class Grant {
    public:
     Grant() = default;
-    Grant(MemoryBudget& allowance, std::size_t bytes) : allowance_(&allowance), bytes_(bytes) {}
+    Grant(MemoryBudget& budget, std::size_t bytes) : budget_(&budget), bytes_(bytes) {}
     ~Grant() { release(); }
     Grant(Grant&& other) noexcept;
     Grant& operator=(Grant&& other) noexcept;
@@ -22,7 +23,7 @@ class MemoryBudget {
     void release();
 
    private:
-    MemoryBudget* allowance_ = nullptr;
+    MemoryBudget* budget_ = nullptr;
     std::size_t bytes_ = 0;
   };
 
@@ -30,7 +31,7 @@ class MemoryBudget {
   MemoryBudget(const MemoryBudget&) = delete;
   MemoryBudget& operator=(const MemoryBudget&) = delete;
 
-  /// Waits until this many bytes are free. More than the whole allowance is granted once nobody else uses any of it, so
+  /// Waits until this many bytes are free. More than the whole budget is granted once nobody else uses any of it, so
   /// that every file gets its turn. Whoever holds a grant must not wait for anybody who may be waiting for one.
   [[nodiscard]] Grant acquire(std::size_t bytes);
   [[nodiscard]] std::size_t bytes() const { return bytes_; }

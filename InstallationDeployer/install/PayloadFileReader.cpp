@@ -26,15 +26,15 @@ PayloadFileReader::Content::~Content() {
   }
 }
 
-PayloadFileReader::PayloadFileReader(MemoryBudget& allowance, std::size_t keptBytes)
-    : allowance_(allowance), keptBytes_(keptBytes) {}
+PayloadFileReader::PayloadFileReader(MemoryBudget& budget, std::size_t keptBytes)
+    : budget_(budget), keptBytes_(keptBytes) {}
 
 Result<PayloadFileReader::Content> PayloadFileReader::read(const std::string& path) {
   auto content = readUpTo(keptBytes_, path, {});
   if (content || content.error().code != foundation::kReadTooLarge) {
     return content;
   }
-  return readUpTo(UINT64_MAX, path, allowance_.acquire(sizeOf(path)));
+  return readUpTo(UINT64_MAX, path, budget_.acquire(sizeOf(path)));
 }
 
 Result<PayloadFileReader::Content> PayloadFileReader::readUpTo(std::uint64_t mostBytes, const std::string& path,
@@ -53,7 +53,7 @@ Result<PayloadFileReader::Content> PayloadFileReader::readUpTo(std::uint64_t mos
 std::size_t PayloadFileReader::sizeOf(const std::string& path) const {
   const auto attributes = files::attributesOfItem(path);
   // A link says nothing about the size of what it leads to.
-  return attributes && attributes->type == foundation::FileType::Regular ? attributes->size : allowance_.bytes();
+  return attributes && attributes->type == foundation::FileType::Regular ? attributes->size : budget_.bytes();
 }
 
 }  // namespace deployer

@@ -39,8 +39,8 @@ class PayloadFileReader {
     std::string checksum_;
   };
 
-  /// @param keptBytes memory the reader keeps between files; larger files take theirs out of the allowance.
-  PayloadFileReader(MemoryBudget& allowance, std::size_t keptBytes);
+  /// @param keptBytes memory the reader keeps between files; larger files take theirs out of the budget.
+  PayloadFileReader(MemoryBudget& budget, std::size_t keptBytes);
 
   /// May wait for memory that other readers use. Errors: those of foundation::files::read().
   [[nodiscard]] foundation::Result<Content> read(const std::string& path);
@@ -50,7 +50,7 @@ class PayloadFileReader {
                                                      MemoryBudget::Grant grant);
   [[nodiscard]] std::size_t sizeOf(const std::string& path) const;
 
-  MemoryBudget& allowance_;
+  MemoryBudget& budget_;
   std::size_t keptBytes_;
   foundation::FileBuffer buffer_;
   foundation::SHA256 hash_;

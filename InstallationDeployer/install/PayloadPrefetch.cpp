@@ -22,10 +22,10 @@ constexpr std::size_t kNothingAwaited = std::numeric_limits<std::size_t>::max();
 
 }  // namespace
 
-PayloadPrefetch::PayloadPrefetch(std::size_t count, Chooser chooser, unsigned helpers, PayloadFileReader& reader,
-                                 MemoryBudget& allowance, std::size_t keptBytes)
+PayloadPrefetch::PayloadPrefetch(std::size_t count, Decider decider, unsigned helpers, PayloadFileReader& reader,
+                                 MemoryBudget& budget, std::size_t keptBytes)
     : count_(count),
-      chooser_(std::move(chooser)),
+      decide_(std::move(decider)),
       ownersReader_(reader),
       slots_(kFilesAhead),
       awaited_(kNothingAwaited) {
@@ -33,7 +33,7 @@ PayloadPrefetch::PayloadPrefetch(std::size_t count, Chooser chooser, unsigned he
   try {
     for (unsigned helper = 0; helper < helpers; ++helper) {
       threads_.emplace_back("file preparation " + std::to_string(helper + 1),
-                            [this, &allowance, keptBytes] { help(allowance, keptBytes); });
+                            [this, &budget, keptBytes] { help(budget, keptBytes); });
     }
   } catch (const std::system_error&) {
     // Those that could be started do the work, or else the owner does.
@@ -51,18 +51,19 @@ void PayloadPrefetch::giveUp() {
     const std::lock_guard lock(mutex_);
     roomMade_.notify_all();
   }
-  for (Slot& prepared : slots_) {
-    if (prepared.ready) {
-      prepared.prepared.reset();
+  for (Slot& done : slots_) {
+    if (done.ready) {
+      done.turn.reset();
     }
   }
 }
 
-std::optional<PayloadPrefetch::Prepared> PayloadPrefetch::takeNext() {
-  if (stopping_) {
-    return std::nullopt;
-  }
+PayloadPrefetch::Turn PayloadPrefetch::takeNext() {
   const std::size_t index = taken_;
+  if (stopping_) {
+    taken_ = index + 1;
+    return {decide_(index), std::nullopt};
+  }
   while (!slot(index).ready) {
     if (const auto claimed = claimWithoutWaiting()) {
       process(*claimed, ownersReader_, ownersPlace_);
@@ -70,7 +71,8 @@ std::optional<PayloadPrefetch::Prepared> PayloadPrefetch::takeNext() {
       waitFor(index);
     }
   }
-  return release(index);
+  auto turn = release(index);
+  return turn ? *std::move(turn) : Turn{decide_(index), std::nullopt};
 }
 
 void PayloadPrefetch::waitFor(std::size_t index) {
@@ -82,21 +84,21 @@ void PayloadPrefetch::waitFor(std::size_t index) {
   awaited_ = kNothingAwaited;
 }
 
-std::optional<PayloadPrefetch::Prepared> PayloadPrefetch::release(std::size_t index) {
-  Slot& turn = slot(index);
-  std::optional<Prepared> prepared = std::exchange(turn.prepared, std::nullopt);
-  turn.ready = false;
+std::optional<PayloadPrefetch::Turn> PayloadPrefetch::release(std::size_t index) {
+  Slot& done = slot(index);
+  auto turn = std::exchange(done.turn, std::nullopt);
+  done.ready = false;
   taken_ = index + 1;
   if (taken_ % kFilesPerWaking == 0) {
     const std::lock_guard lock(mutex_);
     roomMade_.notify_all();
   }
-  return prepared;
+  return turn;
 }
 
-void PayloadPrefetch::help(MemoryBudget& allowance, std::size_t keptBytes) {
+void PayloadPrefetch::help(MemoryBudget& budget, std::size_t keptBytes) {
   try {
-    PayloadFileReader reader(allowance, keptBytes);
+    PayloadFileReader reader(budget, keptBytes);
     PreparedFile::WaitingPlace place;
     while (const auto index = claim()) {
       process(*index, reader, place);
@@ -131,15 +133,16 @@ std::optional<std::size_t> PayloadPrefetch::claimWithoutWaiting() {
 bool PayloadPrefetch::hasRoomFor(std::size_t index) const { return index < taken_ + slots_.size(); }
 
 void PayloadPrefetch::process(std::size_t index, PayloadFileReader& reader, PreparedFile::WaitingPlace& place) {
-  std::optional<Prepared> prepared;
+  std::optional<Turn> turn;
   try {
-    prepared = prepare(index, reader, place);
+    turn.emplace(decide_(index), std::nullopt);
+    turn->prepared = prepare(turn->action, reader, place);
   } catch (const std::exception&) {
     // Out of memory: the owner tries again when the file's turn comes.
   }
   Slot& done = slot(index);
   if (!stopping_) {
-    done.prepared = std::move(prepared);
+    done.turn = std::move(turn);
   }
   done.ready = true;
   if (awaited_ == index) {
@@ -148,21 +151,18 @@ void PayloadPrefetch::process(std::size_t index, PayloadFileReader& reader, Prep
   }
 }
 
-std::optional<PayloadPrefetch::Prepared> PayloadPrefetch::prepare(std::size_t index, PayloadFileReader& reader,
-                                                                  PreparedFile::WaitingPlace& place) const {
-  auto file = chooser_(index);
-  if (!file) {
+std::optional<PreparedFile> PayloadPrefetch::prepare(const InstallAction& action, PayloadFileReader& reader,
+                                                     PreparedFile::WaitingPlace& place) {
+  // What an earlier entry may install, or another rule decides about, waits for its turn.
+  if (action.kind != InstallAction::Kind::PayloadFile) {
     return std::nullopt;
   }
-  const auto content = reader.read(file->source);
-  if (!content || content->checksum() != file->checksum) {
+  const auto content = reader.read(action.source);
+  if (!content || content->checksum() != action.entry.checksum()) {
     return std::nullopt;
   }
-  auto prepared = PreparedFile::prepare(file->destination, content->bytes(), file->attributes, place);
-  if (!prepared) {
-    return std::nullopt;
-  }
-  return Prepared{std::move(prepared).value(), std::move(file->destination)};
+  auto prepared = PreparedFile::prepare(action.destination, content->bytes(), action.entry.attributes(), place);
+  return prepared ? std::optional(std::move(prepared).value()) : std::nullopt;
 }
 
 }  // namespace deployer

@@ -48,16 +48,12 @@ std::string errorOutputOf(const Task& task) {
   return text;
 }
 
-/// A program must not run without arguments that it was meant to get, so a list that cannot be read is a failure.
-std::vector<std::string> argumentsOf(const PropertyList& executable) {
-  const PropertyList& list = executable[kManifestListOfArguments];
-  const auto elements = list.elements();
-  const bool readable = (list.isNil() || list.isArray()) &&
-                        std::ranges::all_of(elements, [](const PropertyList& element) { return element.isString(); });
-  if (!readable) {
+std::vector<std::string> argumentsOf(const ExecutableEntry& executable) {
+  auto arguments = executable.arguments();
+  if (!arguments) {
     throw TaskLaunchException("The list of arguments is no array of texts");
   }
-  return list.strings();
+  return *std::move(arguments);
 }
 
 }  // namespace
@@ -76,35 +72,34 @@ bool QVNProcessStartStrategy::launchExecutablesFromPlan(const Plan& plan) {
     return true;
   }
   setInstallerState(QVNInstallerStateRunningExecutables);
-  return std::ranges::all_of(*executables, [this](const PropertyList& executable) {
+  return std::ranges::all_of(*executables, [this](const PropertyList& element) {
+    const ExecutableEntry executable(element);
     return !shouldRun(executable) || runExecutable(executable);
   });
 }
 
-bool QVNProcessStartStrategy::shouldRun(const PropertyList& executable) const {
-  const PropertyList& path = executable[kManifestFilePath];
-  if (boolForKey(executable, kManifestIsApplication)) {
+bool QVNProcessStartStrategy::shouldRun(const ExecutableEntry& executable) const {
+  if (executable.isApplication()) {
     logging::debug("%s: skipping application launch. Needs implementation.", kLaunchExecutablesSelector);
     return false;
   }
-  if (!boolForKey(executable, kManifestExecuteOnInstall)) {
-    logging::debug("Updating current install. Skipping executable: %@", path);
+  if (!executable.runsOnInstall()) {
+    logging::debug("Updating current install. Skipping executable: %@", executable.listedPath());
     return false;
   }
   const bool isUpdate = configuration().hasInstallerReceipt() || configuration().treatAsUpdate();
-  if (isUpdate && boolForKey(executable, kManifestRunOnce)) {
-    logging::info("Updating current install. Skipping executable due to run once flag: %@", path);
+  if (isUpdate && executable.runsOnce()) {
+    logging::info("Updating current install. Skipping executable due to run once flag: %@", executable.listedPath());
     return false;
   }
   return true;
 }
 
-bool QVNProcessStartStrategy::runExecutable(const PropertyList& executable) {
-  const PropertyList& pathEntry = executable[kManifestFilePath];
-  const std::string path(pathEntry.text());
-  logging::debug("%s: launching %@ with arguments: %@", kLaunchExecutablesSelector, pathEntry,
-                 executable[kManifestListOfArguments]);
-  logging::info("Running %@ with uid: %d, euid: %d", pathEntry, platform::self::realUserId(),
+bool QVNProcessStartStrategy::runExecutable(const ExecutableEntry& executable) {
+  const std::string path(executable.path());
+  logging::debug("%s: launching %@ with arguments: %@", kLaunchExecutablesSelector, executable.listedPath(),
+                 executable.listedArguments());
+  logging::info("Running %@ with uid: %d, euid: %d", executable.listedPath(), platform::self::realUserId(),
                 platform::self::effectiveUserId());
   try {
     if (!paths::isAbsolute(path)) {
@@ -121,7 +116,7 @@ bool QVNProcessStartStrategy::runExecutable(const PropertyList& executable) {
     return fail("Failed to execute %@ Termination status: %d, errorData: %@. ", path, task.terminationStatus(),
                 errorOutputOf(task));
   } catch (const TaskLaunchException& exception) {
-    return fail("Failed to run executable %@. %@", pathEntry, exception.what());
+    return fail("Failed to run executable %@. %@", executable.listedPath(), exception.what());
   }
 }
 

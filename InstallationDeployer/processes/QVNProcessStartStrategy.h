@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "InstallationDeployer/ExecutableEntry.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 
 namespace deployer {
@@ -27,8 +28,8 @@ class QVNProcessStartStrategy : public QVNInstallStepStrategy {
 
  private:
   [[nodiscard]] bool work() override;
-  [[nodiscard]] bool shouldRun(const PropertyList& executable) const;
-  [[nodiscard]] bool runExecutable(const PropertyList& executable);
+  [[nodiscard]] bool shouldRun(const ExecutableEntry& executable) const;
+  [[nodiscard]] bool runExecutable(const ExecutableEntry& executable);
 };
 
 }  // namespace deployer

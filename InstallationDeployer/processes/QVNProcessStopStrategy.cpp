@@ -1,16 +1,14 @@
 #include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
 
 #include "InstallationDeployer/BundleLayout.h"
-#include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/ExecutableEntry.h"
 #include "InstallationDeployer/processes/LaunchdJob.h"
 #include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
-#include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/logging/SystemLog.h"
 #include "general/system/RunningApplication.h"
 
 namespace deployer {
 
-using foundation::NSDictionaryExtensions::boolForKey;
 using platform::RunningApplication;
 
 namespace {
@@ -86,12 +84,13 @@ bool QVNProcessStopStrategy::stopExecutablesFromPlan(const Plan& plan) {
   if (!executables) {
     return true;
   }
-  for (const PropertyList& executable : *executables) {
-    if (!boolForKey(executable, kManifestIsApplication) || boolForKey(executable, kManifestRunOnce)) {
+  for (const PropertyList& element : *executables) {
+    const ExecutableEntry executable(element);
+    if (!executable.isApplication() || executable.runsOnce()) {
       continue;
     }
-    const auto identifier = executable[kManifestBundleIdentifier].text();
-    for (const auto& application : RunningApplication::runningApplicationsWithBundleIdentifier(identifier)) {
+    for (const auto& application :
+         RunningApplication::runningApplicationsWithBundleIdentifier(executable.bundleIdentifier())) {
       logging::info("Terminating application %@", application.localizedName());
       static_cast<void>(application.forceTerminate());
     }

@@ -25,18 +25,20 @@ void MemoryBudget::Grant::release() {
 
 MemoryBudget::Grant MemoryBudget::acquire(std::size_t bytes) {
   const std::size_t charged = std::min(bytes, bytes_);
-  std::unique_lock lock(mutex_);
-  givenBack_.wait(lock, [&] { return used_ + charged <= bytes_; });
+  const foundation::MutexLock lock(mutex_);
+  while (used_ + charged > bytes_) {
+    givenBack_.wait(mutex_);
+  }
   used_ += charged;
   return {*this, charged};
 }
 
 void MemoryBudget::giveBack(std::size_t bytes) {
   {
-    const std::lock_guard lock(mutex_);
+    const foundation::MutexLock lock(mutex_);
     used_ -= bytes;
   }
-  givenBack_.notify_all();
+  givenBack_.notifyAll();
 }
 
 }  // namespace deployer

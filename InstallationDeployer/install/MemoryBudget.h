@@ -1,8 +1,8 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
-#include <mutex>
+
+#include "general/foundation/Mutex.h"
 
 namespace deployer {
 
@@ -40,9 +40,9 @@ class MemoryBudget {
   void giveBack(std::size_t bytes);
 
   const std::size_t bytes_;
-  std::mutex mutex_;
-  std::condition_variable givenBack_;
-  std::size_t used_ = 0;  // guarded by mutex_
+  foundation::Mutex mutex_;
+  foundation::Condition givenBack_;
+  std::size_t used_ CORVANE_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace deployer

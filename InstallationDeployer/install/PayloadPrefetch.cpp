@@ -48,8 +48,8 @@ PayloadPrefetch::~PayloadPrefetch() {
 void PayloadPrefetch::giveUp() {
   stopping_ = true;
   {
-    const std::lock_guard lock(mutex_);
-    roomMade_.notify_all();
+    const foundation::MutexLock lock(mutex_);
+    roomMade_.notifyAll();
   }
   for (Slot& done : slots_) {
     if (done.ready) {
@@ -78,8 +78,10 @@ PayloadPrefetch::Turn PayloadPrefetch::takeNext() {
 void PayloadPrefetch::waitFor(std::size_t index) {
   awaited_ = index;
   {
-    std::unique_lock lock(mutex_);
-    delivered_.wait(lock, [&] { return slot(index).ready.load(); });
+    const foundation::MutexLock lock(mutex_);
+    while (!slot(index).ready) {
+      delivered_.wait(mutex_);
+    }
   }
   awaited_ = kNothingAwaited;
 }
@@ -90,8 +92,8 @@ std::optional<PayloadPrefetch::Turn> PayloadPrefetch::release(std::size_t index)
   done.ready = false;
   taken_ = index + 1;
   if (taken_ % kFilesPerWaking == 0) {
-    const std::lock_guard lock(mutex_);
-    roomMade_.notify_all();
+    const foundation::MutexLock lock(mutex_);
+    roomMade_.notifyAll();
   }
   return turn;
 }
@@ -114,8 +116,10 @@ std::optional<std::size_t> PayloadPrefetch::claim() {
     return std::nullopt;
   }
   if (!hasRoomFor(index)) {
-    std::unique_lock lock(mutex_);
-    roomMade_.wait(lock, [&] { return stopping_ || hasRoomFor(index); });
+    const foundation::MutexLock lock(mutex_);
+    while (!stopping_ && !hasRoomFor(index)) {
+      roomMade_.wait(mutex_);
+    }
   }
   return stopping_ ? std::nullopt : std::optional(index);
 }
@@ -146,8 +150,8 @@ void PayloadPrefetch::process(std::size_t index, PayloadFileReader& reader, Prep
   }
   done.ready = true;
   if (awaited_ == index) {
-    const std::lock_guard lock(mutex_);
-    delivered_.notify_one();
+    const foundation::MutexLock lock(mutex_);
+    delivered_.notifyOne();
   }
 }
 

@@ -1,16 +1,15 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "InstallationDeployer/install/InstallAction.h"
 #include "InstallationDeployer/install/MemoryBudget.h"
 #include "InstallationDeployer/install/PayloadFileReader.h"
+#include "general/foundation/Mutex.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/files/PreparedFile.h"
 
@@ -81,9 +80,9 @@ class PayloadPrefetch {
   std::atomic<bool> stopping_ = false;
 
   // Threads meet here only to sleep and to be woken.
-  std::mutex mutex_;
-  std::condition_variable delivered_;
-  std::condition_variable roomMade_;
+  foundation::Mutex mutex_;
+  foundation::Condition delivered_;
+  foundation::Condition roomMade_;
   std::vector<foundation::NamedThread> threads_;
 };
 

@@ -212,12 +212,12 @@ bool QVNExternalInstallationDeployerStrategy::isAnotherEngine(const std::string&
 
 void QVNExternalInstallationDeployerStrategy::reach(const std::string& serviceName) {
   installationDeployer_ = QVNInstallationStatusProxy::ofService(serviceName);
-  const std::lock_guard lock(lock_);
+  const foundation::MutexLock lock(lock_);
   installationDeployerServiceName_ = serviceName;
 }
 
 std::optional<std::string> QVNExternalInstallationDeployerStrategy::serviceName() const {
-  const std::lock_guard lock(lock_);
+  const foundation::MutexLock lock(lock_);
   return installationDeployerServiceName_;
 }
 

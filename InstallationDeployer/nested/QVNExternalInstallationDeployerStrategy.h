@@ -3,13 +3,13 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+#include "general/foundation/Mutex.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/execution/Task.h"
 #include "general/ipc/DistributedNotifications.h"
@@ -69,8 +69,8 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
   foundation::RunLoop::Clock::time_point lastNews_;
 
   std::atomic<bool> isAnswering_ = false;
-  mutable std::mutex lock_;
-  std::optional<std::string> installationDeployerServiceName_;  ///< guarded by lock_
+  mutable foundation::Mutex lock_;
+  std::optional<std::string> installationDeployerServiceName_ CORVANE_GUARDED_BY(lock_);
 };
 
 }  // namespace deployer

@@ -118,14 +118,14 @@ bool QVNReceiptServiceStrategy::executeActiveStrategy(const std::shared_ptr<QVNI
 }
 
 void QVNReceiptServiceStrategy::setActiveStrategy(std::shared_ptr<QVNInstallStepStrategy> step) {
-  const std::scoped_lock lock(activeStrategyMutex_);
+  const foundation::MutexLock lock(activeStrategyMutex_);
   std::swap(activeStrategy_, step);
 }
 
 std::uint64_t QVNReceiptServiceStrategy::getProgress() {
   std::shared_ptr<QVNInstallStepStrategy> active;
   {
-    const std::scoped_lock lock(activeStrategyMutex_);
+    const foundation::MutexLock lock(activeStrategyMutex_);
     active = activeStrategy_;
   }
   return active ? active->getProgress() : 0;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +10,7 @@
 #include "InstallationDeployer/receipt/QVNInstallationReceiptService.h"
 #include "InstallationDeployer/receipt/ReceiptContext.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+#include "general/foundation/Mutex.h"
 #include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
@@ -56,8 +56,8 @@ class QVNReceiptServiceStrategy : public QVNInstallStepStrategy {
   std::unique_ptr<QVNInstallationReceiptService> installationReceiptService_;
   bool receiptRunLoopShouldKeepRunning_ = false;
   // Watchers ask for progress from another thread.
-  std::mutex activeStrategyMutex_;
-  std::shared_ptr<QVNInstallStepStrategy> activeStrategy_;
+  foundation::Mutex activeStrategyMutex_;
+  std::shared_ptr<QVNInstallStepStrategy> activeStrategy_ CORVANE_GUARDED_BY(activeStrategyMutex_);
 
   ReceiptContext& receipts_;
 };

@@ -31,8 +31,10 @@ void QVNInstallationStatusService::startServer() {
   }
   notificationObject_ = controller_.postingNotificationId();
   statusServerThread_.emplace(kStatusServerThreadName, [this] { startStatusService(); });
-  std::unique_lock lock(lock_);
-  runLoopCondition_.wait(lock, [this] { return startFinished_; });
+  const foundation::MutexLock lock(lock_);
+  while (!startFinished_) {
+    runLoopCondition_.wait(lock_);
+  }
 }
 
 void QVNInstallationStatusService::stateUpdatedNotification() {
@@ -55,8 +57,10 @@ void QVNInstallationStatusService::stateUpdatedNotification() {
 
 void QVNInstallationStatusService::waitForServiceCompletion() {
   logging::debug("self.runLoopShouldKeepRunning = %d", runLoopShouldKeepRunning());
-  std::unique_lock lock(lock_);
-  runLoopCondition_.wait(lock, [this] { return !runLoopShouldKeepRunning_; });
+  const foundation::MutexLock lock(lock_);
+  while (runLoopShouldKeepRunning_) {
+    runLoopCondition_.wait(lock_);
+  }
 }
 
 void QVNInstallationStatusService::shutdownStatusServer() {
@@ -65,12 +69,12 @@ void QVNInstallationStatusService::shutdownStatusServer() {
 }
 
 bool QVNInstallationStatusService::runLoopShouldKeepRunning() {
-  const std::lock_guard lock(lock_);
+  const foundation::MutexLock lock(lock_);
   return runLoopShouldKeepRunning_;
 }
 
 std::shared_ptr<RunLoop> QVNInstallationStatusService::statusServerThread() {
-  const std::lock_guard lock(lock_);
+  const foundation::MutexLock lock(lock_);
   return runLoop_;
 }
 
@@ -157,17 +161,17 @@ void QVNInstallationStatusService::endServerThread() {
 }
 
 void QVNInstallationStatusService::finishStart(std::shared_ptr<RunLoop> runLoop) {
-  const std::lock_guard lock(lock_);
+  const foundation::MutexLock lock(lock_);
   serviceStarted_ = runLoop != nullptr;
   runLoop_ = std::move(runLoop);
   startFinished_ = true;
-  runLoopCondition_.notify_all();
+  runLoopCondition_.notifyAll();
 }
 
 void QVNInstallationStatusService::stopKeepingRunning() {
-  const std::lock_guard lock(lock_);
+  const foundation::MutexLock lock(lock_);
   runLoopShouldKeepRunning_ = false;
-  runLoopCondition_.notify_all();
+  runLoopCondition_.notifyAll();
   if (runLoop_) {
     runLoop_->wakeUp();
   }

@@ -1,14 +1,13 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "InstallationDeployer/status/WatchedRun.h"
+#include "general/foundation/Mutex.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/Notification.h"
@@ -71,12 +70,11 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   std::string notificationObject_;  // set before the thread starts, then constant
   std::atomic<bool> serviceStarted_ = false;
 
-  std::mutex lock_;
-  std::condition_variable runLoopCondition_;
-  // Guarded by the lock.
-  bool runLoopShouldKeepRunning_ = true;
-  bool startFinished_ = false;
-  std::shared_ptr<foundation::RunLoop> runLoop_;
+  foundation::Mutex lock_;
+  foundation::Condition runLoopCondition_;
+  bool runLoopShouldKeepRunning_ CORVANE_GUARDED_BY(lock_) = true;
+  bool startFinished_ CORVANE_GUARDED_BY(lock_) = false;
+  std::shared_ptr<foundation::RunLoop> runLoop_ CORVANE_GUARDED_BY(lock_);
 
   std::unique_ptr<ipc::ServerConnection> connection_;  // of the status server thread alone
   std::optional<foundation::NamedThread> statusServerThread_;

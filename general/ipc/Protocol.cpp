@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <limits>
 #include <map>
-#include <mutex>
 #include <utility>
+
+#include "general/foundation/Mutex.h"
 
 namespace ipc {
 
@@ -14,8 +15,8 @@ namespace {
 
 /// Every protocol of the process. Made on first use, because protocols are constants of other sources.
 struct KnownProtocols {
-  std::mutex mutex;
-  std::map<std::string, const Protocol*, std::less<>> byName;
+  foundation::Mutex mutex;
+  std::map<std::string, const Protocol*, std::less<>> byName CORVANE_GUARDED_BY(mutex);
 };
 
 KnownProtocols& knownProtocols() {
@@ -53,7 +54,7 @@ bool hasType(const PropertyList& value, ValueType type) {
 Protocol::Protocol(std::string name, std::vector<Operation> operations)
     : name_(std::move(name)), operations_(std::move(operations)) {
   KnownProtocols& known = knownProtocols();
-  const std::lock_guard lock(known.mutex);
+  const foundation::MutexLock lock(known.mutex);
   known.byName.emplace(name_, this);
 }
 
@@ -64,7 +65,7 @@ const Operation* Protocol::operation(std::string_view selector) const {
 
 const Protocol* Protocol::named(std::string_view name) {
   KnownProtocols& known = knownProtocols();
-  const std::lock_guard lock(known.mutex);
+  const foundation::MutexLock lock(known.mutex);
   const auto found = known.byName.find(name);
   return found == known.byName.end() ? nullptr : found->second;
 }

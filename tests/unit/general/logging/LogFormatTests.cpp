@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "general/logging/LogFormat.h"
 
@@ -35,41 +34,6 @@ LogMessage someMessage(std::string_view text, Level level = Level::Notice) {
 std::string lineFor(std::string_view text) { return logging::standardErrorLine(someMessage(text), someOrigin()); }
 
 const std::string kPrefix = "Nov  5 03:04:59 box Corvane Installer[42] <Notice>: ";
-
-TEST(LogMessage, KeepsKeysInTheOrderInWhichTheyWereFirstSet) {
-  LogMessage message;
-  message.set("B", "1");
-  message.set("A", "2");
-  ASSERT_EQ(message.entries().size(), 2U);
-  EXPECT_EQ(message.entries()[0].first, "B");
-  EXPECT_EQ(message.entries()[1].first, "A");
-}
-
-TEST(LogMessage, ReplacesTheValueOfAKeyThatIsSetAgain) {
-  LogMessage message;
-  message.set("GID", "0");
-  message.set("GID", "80");
-  ASSERT_EQ(message.entries().size(), 1U);
-  EXPECT_EQ(message.value("GID"), "80");
-}
-
-TEST(LogMessage, HasAnEmptyValueForAKeyThatWasNeverSet) { EXPECT_EQ(LogMessage().value("GID"), ""); }
-
-TEST(LogMessage, NamesEveryLevel) {
-  const std::vector<std::string> names{"Emergency", "Alert", "Critical", "Error", "Warning", "Notice", "Info", "Debug"};
-  for (int level = 0; level < 8; ++level) {
-    EXPECT_EQ(logging::levelName(static_cast<Level>(level)), names.at(static_cast<std::size_t>(level)));
-    LogMessage message;
-    message.setLevel(static_cast<Level>(level));
-    EXPECT_EQ(message.level(), static_cast<Level>(level));
-  }
-}
-
-TEST(LogMessage, TakesAnUnknownLevelForDebug) {
-  LogMessage message;
-  message.set(logging::kLevelKey, "Loud");
-  EXPECT_EQ(message.level(), Level::Debug);
-}
 
 TEST(StandardErrorLine, HoldsTimeHostSenderProcessLevelAndMessage) { EXPECT_EQ(lineFor("hello"), kPrefix + "hello\n"); }
 

@@ -17,7 +17,8 @@ namespace {
 constexpr mode_t kLogMode = 0600;
 constexpr mode_t kFolderMode = 0755;
 
-/// Links and files that others made could lead the log, or the reader of the log, astray.
+/// Links and files that others made could lead the log, or the reader of the log, astray (symlink race). So the file is
+/// looked at after it was opened, when nobody can exchange it any more.
 Descriptor openOwn(const std::string& path) {
   Descriptor file(
       open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kLogMode));
@@ -37,8 +38,8 @@ bool isTooBig(const Descriptor& file, std::size_t mostBytes) {
 Descriptor openLogFile(const std::string& path, std::size_t mostBytes) {
   // A system that has no folder for logs yet gets one.
   const std::string folder = foundation::paths::deleteLastComponent(path);
-  mkdir(foundation::paths::deleteLastComponent(folder).c_str(), kFolderMode);
-  mkdir(folder.c_str(), kFolderMode);
+  (void)mkdir(foundation::paths::deleteLastComponent(folder).c_str(), kFolderMode);
+  (void)mkdir(folder.c_str(), kFolderMode);
   Descriptor file = openOwn(path);
   if (file.isOpen() && isTooBig(file, mostBytes) &&
       std::rename(path.c_str(), (path + std::string(kEarlierLogSuffix)).c_str()) == 0) {

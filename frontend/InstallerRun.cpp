@@ -27,11 +27,7 @@ namespace {
 constexpr std::size_t kMostLogBytes = std::size_t{16} * 1024 * 1024;
 
 Presenter::Output outputTo(std::FILE* stream) {
-  return [stream](std::string_view text) {
-    // Who reads may have gone: the run goes on all the same.
-    std::fwrite(text.data(), 1, text.size(), stream);
-    std::fflush(stream);
-  };
+  return [stream](std::string_view text) { terminal::writeAtOnce(stream, text); };
 }
 
 }  // namespace

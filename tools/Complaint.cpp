@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <string>
 
+#include "general/terminal/Terminal.h"
+
 namespace bundletool {
 
 namespace {
@@ -20,10 +22,7 @@ void complainOf(const std::vector<Problem>& problems, std::string_view kind) {
 
 }  // namespace
 
-void complain(std::string_view text) {
-  const std::string line = "installer-tool: " + std::string(text) + "\n";
-  std::fwrite(line.data(), 1, line.size(), stderr);
-}
+void complain(std::string_view text) { terminal::writeAtOnce(stderr, "installer-tool: " + std::string(text) + "\n"); }
 
 void complainOf(const Problems& problems) {
   complainOf(problems.warnings(), "warning: ");

@@ -26,6 +26,11 @@ std::size_t columnsOf(int descriptor) {
   return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : kDefaultColumns;
 }
 
+void writeAtOnce(std::FILE* stream, std::string_view text) {
+  (void)std::fwrite(text.data(), 1, text.size(), stream);
+  (void)std::fflush(stream);
+}
+
 std::string bar(double done, std::size_t length) {
   const auto filled = static_cast<std::size_t>(std::clamp(done, 0.0, 1.0) * static_cast<double>(length));
   return "[" + std::string(filled, '#') + std::string(length - filled, '.') + "]";

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,10 @@ inline constexpr std::string_view kEraseLine = "\r\x1b[K";
 [[nodiscard]] bool canRedraw(int descriptor);
 /// How many characters fit into a line; 80 when the terminal does not know.
 [[nodiscard]] std::size_t columnsOf(int descriptor);
+
+/// Writes text that is complete for the moment and passes it on at once. What nobody takes any more is lost: who
+/// watches may leave, and the work goes on.
+void writeAtOnce(std::FILE* stream, std::string_view text);
 
 /// `[###...]`, `length` characters between the brackets.
 /// @param done what part is filled, from 0 to 1; beyond that as at the nearer end.

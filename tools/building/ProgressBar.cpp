@@ -72,10 +72,7 @@ ProgressBar::Output terminalOutput() {
   if (!terminal::canRedraw(STDERR_FILENO)) {
     return {};
   }
-  return [](std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stderr);
-    std::fflush(stderr);
-  };
+  return [](std::string_view text) { terminal::writeAtOnce(stderr, text); };
 }
 
 std::size_t terminalColumns() { return terminal::columnsOf(STDERR_FILENO); }

@@ -1,7 +1,9 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <string>
@@ -53,6 +55,20 @@ TEST(Terminal, CanRedrawALineUnlessItIsDumbOrNoTerminal) {
   EXPECT_FALSE(terminal::canRedraw(ends[1]));
   close(ends[0]);
   close(ends[1]);
+}
+
+TEST(Terminal, PassesTextOnAtOnce) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  ASSERT_EQ(fcntl(ends[0], F_SETFL, O_NONBLOCK), 0);
+  std::FILE* const stream = fdopen(ends[1], "w");
+  ASSERT_NE(stream, nullptr);
+  terminal::writeAtOnce(stream, "drawn");
+  std::array<char, 8> read{};
+  EXPECT_EQ(::read(ends[0], read.data(), read.size()), 5) << "before the stream is closed";
+  EXPECT_STREQ(read.data(), "drawn");
+  (void)std::fclose(stream);
+  close(ends[0]);
 }
 
 }  // namespace

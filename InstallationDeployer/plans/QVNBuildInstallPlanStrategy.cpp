@@ -5,10 +5,8 @@
 
 #include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/ManifestKeys.h"
-#include "InstallationDeployer/receipt/QVNReceiptClient.h"
-#include "InstallationDeployer/receipt/ReceiptContext.h"
+#include "InstallationDeployer/receipt/ReceiptConversation.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/Thread.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/logging/SystemLog.h"
 
@@ -79,14 +77,12 @@ bool QVNBuildInstallPlanStrategy::canPlanUpgrade() {
 }
 
 bool QVNBuildInstallPlanStrategy::planUpgrade() {
-  QVNReceiptClient* client = receipts_.getReceiptClientForStrategy(*this);
-  if (client == nullptr || client->receiptProxy() == nullptr || client->receiptStatusProxy() == nullptr) {
-    setInstallerState(QVNInstallerStateFailed);
-    logging::error("Failed to connect with receipt");
+  auto receipt = ReceiptConversation::begin(*this, receipts_);
+  if (!receipt) {
     return false;
   }
   PropertyList records;
-  if (!askForInstalledComponents(*client, records)) {
+  if (!askForInstalledComponents(*receipt, records)) {
     return false;
   }
   UpgradePlan combined;
@@ -94,7 +90,7 @@ bool QVNBuildInstallPlanStrategy::planUpgrade() {
     combined.add(component);
   }
   Plan fixPlan;
-  if (!askForFixPlan(*client, fixPlan)) {
+  if (!askForFixPlan(*receipt, fixPlan)) {
     return false;
   }
   for (const std::string& component : fixPlan) {
@@ -106,40 +102,23 @@ bool QVNBuildInstallPlanStrategy::planUpgrade() {
   return true;
 }
 
-bool QVNBuildInstallPlanStrategy::askForInstalledComponents(QVNReceiptClient& client, PropertyList& records) {
-  records = client.receiptProxy()->componentsAndVersions();
-  if (!client.lastReceiptProxyMessageSuccess()) {
-    return failWith();
+bool QVNBuildInstallPlanStrategy::askForInstalledComponents(ReceiptConversation& receipt, PropertyList& records) {
+  auto told = receipt.componentsAndVersions();
+  if (!told) {
+    return false;
   }
-  return !records.isNil() || receiptHasNothingToTell(client, "Unable to acquire upgrade plan");
+  records = std::move(*told);
+  return !records.isNil() || receipt.takeOverState("Unable to acquire upgrade plan");
 }
 
-bool QVNBuildInstallPlanStrategy::askForFixPlan(QVNReceiptClient& client, Plan& fixPlan) {
-  client.startUpdatingCurrentStepStatusFromReceipt();
-  const auto found = client.receiptProxy()->fixPlanForValidation();
-  client.stopUpdatingCurrentStepStatusFromReceipt();
-  if (!client.lastReceiptProxyMessageSuccess()) {
-    return failWith();
+bool QVNBuildInstallPlanStrategy::askForFixPlan(ReceiptConversation& receipt, Plan& fixPlan) {
+  auto told = receipt.fixPlanForValidation();
+  if (!told) {
+    return false;
   }
-  fixPlan = found.value_or(Plan{});
-  return found || receiptHasNothingToTell(client, "Unable to acquire fix plan, or fix plan is invalid");
-}
-
-bool QVNBuildInstallPlanStrategy::receiptHasNothingToTell(QVNReceiptClient& client, std::string_view message) {
-  QVNInstallationStatusProtocol* statusProxy = client.receiptStatusProxy();
-  logging::debug("----- <%@>%s\n\tstatusProxy = %@\n\t[statusProxy getCurrentState]", foundation::currentThreadName(),
-                 "execute:", statusProxy->description());
-  setInstallerState(static_cast<QVNInstallerState>(statusProxy->getCurrentState()));
-  const bool answered = client.lastReceiptStatusProxyMessageSuccess();
-  if (answered && installerState() == QVNInstallerStateSuccess) {
-    return true;
-  }
-  if (!answered) {
-    // The state is none that the receipt gave, and must not pass for success.
-    setInstallerState(QVNInstallerStateFailed);
-  }
-  logging::error(message);
-  return false;
+  const bool isTold = told->has_value();
+  fixPlan = std::move(*told).value_or(Plan{});
+  return isTold || receipt.takeOverState("Unable to acquire fix plan, or fix plan is invalid");
 }
 
 std::uint64_t QVNBuildInstallPlanStrategy::getProgress() { return kHalfWay; }

@@ -7,8 +7,8 @@
 
 namespace deployer {
 
-class QVNReceiptClient;
 class ReceiptContext;
+class ReceiptConversation;
 
 /// Fills the plan of an install: every component on a fresh machine; over an installed product what is new, changed, no
 /// longer part of the product or has other external files, and what the installed product's own check wants repaired.
@@ -36,10 +36,8 @@ class QVNBuildInstallPlanStrategy : public QVNInstallStepStrategy {
   bool planUpgrade();
   [[nodiscard]] bool canPlanUpgrade();
   /// Both say no, with the step's state set, when the receipt could not be asked or could not tell.
-  bool askForInstalledComponents(QVNReceiptClient& client, PropertyList& records);
-  bool askForFixPlan(QVNReceiptClient& client, Plan& fixPlan);
-  /// The receipt gave nothing: takes its state over, and logs the message unless that state is success.
-  bool receiptHasNothingToTell(QVNReceiptClient& client, std::string_view message);
+  bool askForInstalledComponents(ReceiptConversation& receipt, PropertyList& records);
+  bool askForFixPlan(ReceiptConversation& receipt, Plan& fixPlan);
   [[nodiscard]] bool addInstalledComponents(const PropertyList& records, const Plan& productComponents,
                                             UpgradePlan& upgrade);
   [[nodiscard]] bool addNewComponents(const Plan& productComponents, UpgradePlan& upgrade);

@@ -1,7 +1,6 @@
 #include "InstallationDeployer/receipt/QVNReceiptRemoveStrategy.h"
 
-#include "InstallationDeployer/receipt/QVNReceiptClient.h"
-#include "general/foundation/Thread.h"
+#include "InstallationDeployer/receipt/ReceiptConversation.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
@@ -15,36 +14,16 @@ bool QVNReceiptRemoveStrategy::work() {
     logging::error("Failed to find receipt");
     return false;
   }
-  QVNReceiptClient* client = receipts_.getReceiptClientForStrategy(*this);
-  if (client == nullptr || client->receiptProxy() == nullptr || client->receiptStatusProxy() == nullptr) {
-    setInstallerState(QVNInstallerStateFailed);
-    logging::error("Failed to connect with receipt");
+  auto receipt = ReceiptConversation::begin(*this, receipts_);
+  if (!receipt) {
     return false;
   }
-  client->startUpdatingCurrentStepStatusFromReceipt();
-  const bool removed = client->receiptProxy()->removeComponents(plannedComponents());
-  client->stopUpdatingCurrentStepStatusFromReceipt();
-  if (!client->lastReceiptProxyMessageSuccess()) {
-    return failWith();
+  const auto removed = receipt->removeComponents(plannedComponents());
+  if (removed && !*removed) {
+    // Without success either way; only what is said about it differs.
+    [[maybe_unused]] const bool isQuiet = receipt->takeOverState("Unable to remove components");
   }
-  return removed || failWithReceiptState(*client);
-}
-
-bool QVNReceiptRemoveStrategy::failWithReceiptState(QVNReceiptClient& client) {
-  QVNInstallationStatusProtocol& statusProxy = *client.receiptStatusProxy();
-  logging::debug("----- <%@>%s\n\tstatusProxy = %@\n\t[statusProxy getCurrentState]", foundation::currentThreadName(),
-                 "execute:", statusProxy.description());
-  setInstallerState(static_cast<QVNInstallerState>(statusProxy.getCurrentState()));
-  const bool answered = client.lastReceiptStatusProxyMessageSuccess();
-  if (answered && installerState() == QVNInstallerStateSuccess) {
-    return false;
-  }
-  if (!answered) {
-    // The state is none that the receipt gave, and must not pass for success.
-    setInstallerState(QVNInstallerStateFailed);
-  }
-  logging::error("Unable to remove components");
-  return false;
+  return removed.value_or(false);
 }
 
 }  // namespace deployer

@@ -24,8 +24,6 @@ class QVNReceiptRemoveStrategy : public QVNInstallStepStrategy {
 
  private:
   [[nodiscard]] bool work() override;
-  /// Takes the receipt's state over after a removal that went wrong there.
-  bool failWithReceiptState(QVNReceiptClient& client);
 
   ReceiptContext& receipts_;
 };

@@ -1,34 +1,23 @@
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 
-#include <chrono>
+#include <utility>
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Thread.h"
-#include "general/foundation/execution/TaskExitSource.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
 
-using foundation::RunLoop;
-using foundation::Task;
 using ipc::Notification;
 namespace paths = foundation::paths;
 
 namespace {
 
 constexpr std::string_view kClassName = "QVNReceiptClient";
-constexpr const char* kReceiptArgument = "--receipt";
-constexpr std::chrono::milliseconds kTurn(500);
-/// How long a process whose services are gone may take to end, before it counts as one that lives without them.
-constexpr std::chrono::seconds kTimeToEnd(2);
-
-/// Hears the receipt's states on the thread that serves watchers. It must end on that thread, so that thread owns it:
-/// when the thread ends first, the observer ends with it.
-thread_local std::unique_ptr<ipc::NotificationObserver> statusUpdateObserver;
 
 template <class Proxy>
 std::string describe(const Proxy& proxy) {
@@ -37,17 +26,15 @@ std::string describe(const Proxy& proxy) {
 
 }  // namespace
 
-QVNReceiptClient::~QVNReceiptClient() { QVNReceiptClient::stopUpdatingCurrentStepStatusFromReceipt(); }
-
 QVNInstallationReceiptProtocol* QVNReceiptClient::receiptProxy() {
-  if (!receiptProxy_ && !receiptTask_) {
+  if (!receiptProxy_ && !process_.isStarted()) {
     launchReceiptExecutable();
   }
   return receiptProxy_.get();
 }
 
 QVNInstallationStatusProtocol* QVNReceiptClient::receiptStatusProxy() {
-  if (!receiptStatusProxy_ && !receiptTask_) {
+  if (!receiptStatusProxy_ && !process_.isStarted()) {
     launchReceiptExecutable();
   }
   return receiptStatusProxy_.get();
@@ -75,10 +62,11 @@ bool QVNReceiptClient::launchReceiptExecutable() {
     logging::error("Receipt path is invalid");
     return false;
   }
-  if (!startTask()) {
+  if (!process_.start(executablePath())) {
     return failLaunch();
   }
-  waitForServices();
+  runLoopShouldKeepRunning_ = true;
+  process_.awaitServices(runLoopShouldKeepRunning_);
   logging::debug("Initialized receipt proxy. self.receiptProxy = %@", describe(receiptProxy_));
   return hasServices() || failLaunch();
 }
@@ -108,40 +96,10 @@ void QVNReceiptClient::observeService(ipc::NotificationObserver& observer, std::
                                       ServiceNameOfProcess serviceName, ServiceStarted handler) {
   observer.add(std::string(notification), senderIdentifier(), [this, serviceName, handler](const Notification& heard) {
     // Another installer may have launched this receipt too; its process serves that one alone.
-    const int ours = receiptTask_ ? receiptTask_->processIdentifier() : 0;
-    if (announcedService(heard) == serviceName(ours)) {
+    if (announcedService(heard) == serviceName(process_.processIdentifier())) {
       (this->*handler)(heard);
     }
   });
-}
-
-bool QVNReceiptClient::startTask() {
-  Task task(executablePath(), {kReceiptArgument});
-  task.setEndsWithParent(true);
-  try {
-    task.launch();
-  } catch (const foundation::TaskLaunchException& exception) {
-    logging::error("Failed to launch receipt  at %@. %@", executablePath(), exception.what());
-    return false;
-  }
-  receiptTask_.emplace(std::move(task));
-  isToldToEnd_ = false;
-  isEndReported_ = false;
-  return true;
-}
-
-void QVNReceiptClient::waitForServices() {
-  runLoopShouldKeepRunning_ = true;
-  const auto loop = RunLoop::current();
-  const auto timer = loop->addTimer(kTurn, true, {});
-  const foundation::TaskExitSource exit(*loop, *receiptTask_);
-  while (runLoopShouldKeepRunning_ && loop->runUntil(RunLoop::Clock::now() + kTurn)) {
-    if (runLoopShouldKeepRunning_ && !receiptTask_->isRunning()) {
-      reportEnd("The receipt process %@ ended before its services could be reached (%@).");
-      break;
-    }
-  }
-  loop->removeSource(timer);
 }
 
 void QVNReceiptClient::handleReceiptStartNotification(const Notification& notification) {
@@ -179,7 +137,7 @@ bool QVNReceiptClient::lastReceiptStatusProxyMessageSuccess() {
 template <class Proxy>
 bool QVNReceiptClient::lastMessageSuccess(std::unique_ptr<Proxy>& proxy, std::string_view messageForException) {
   if (!proxy) {
-    return !receiptHasVanished(false);
+    return !process_.hasVanished(false);
   }
   if (const auto& exception = proxy->remote().recentException()) {
     logging::error(messageForException, foundation::format("%@: %@", exception->name(), exception->what()));
@@ -187,7 +145,7 @@ bool QVNReceiptClient::lastMessageSuccess(std::unique_ptr<Proxy>& proxy, std::st
     return false;
   }
   const bool isConnected = proxy->remote().isConnected();
-  const bool hasVanished = receiptHasVanished(isConnected);
+  const bool hasVanished = process_.hasVanished(isConnected);
   if (isConnected && !hasVanished) {
     return true;
   }
@@ -199,32 +157,12 @@ bool QVNReceiptClient::lastMessageSuccess(std::unique_ptr<Proxy>& proxy, std::st
   return false;
 }
 
-bool QVNReceiptClient::receiptHasVanished(bool isConnected) {
-  if (!receiptTask_ || (isConnected && isToldToEnd_)) {
-    return false;
-  }
-  // A process closes its connections shortly before its exit can be seen.
-  const auto deadline = RunLoop::Clock::now() + (isConnected ? std::chrono::seconds(0) : kTimeToEnd);
-  if (!receiptTask_->waitUntilExit(deadline)) {
-    return false;
-  }
-  reportEnd("The receipt process %@ ended unexpectedly (%@).");
-  return true;
-}
-
-void QVNReceiptClient::reportEnd(std::string_view message) {
-  if (!isEndReported_) {
-    logging::error(message, executablePath(), receiptTask_->endDescription());
-    isEndReported_ = true;
-  }
-}
-
 bool QVNReceiptClient::shutdownReceiptService() {
-  if (!receiptTask_) {
+  if (!process_.isStarted()) {
     return true;
   }
   logging::debug("Sending shutdownService to receipt service: <QVNInstallationReceiptProtocol>%@", receiptServiceName_);
-  isToldToEnd_ = true;
+  process_.expectEnd();
   if (receiptProxy_) {
     receiptProxy_->shutdownService();
   }
@@ -235,50 +173,19 @@ bool QVNReceiptClient::shutdownReceiptService() {
     // It lives but cannot be told, so waiting would never end. It ends with this process.
     return false;
   }
-  while (!receiptTask_->waitUntilExit(RunLoop::Clock::now() + kTurn)) {
-  }
-  receiptTask_.reset();
+  process_.awaitEnd();
   return true;
 }
 
 void QVNReceiptClient::startUpdatingCurrentStepStatusFromReceipt() {
-  const auto registered = [this, sender = senderIdentifier()] { registerReceiptStatusUpdateNotifications(sender); };
-  if (statusServerThread_ && statusServerThread_->perform(registered, true)) {
-    mirroringThread_ = statusServerThread_;
+  mirror_.reset();
+  if (statusServerThread_) {
+    // The proxy is not asked for through its getter: the thread that will use it may launch no receipt.
+    mirror_ = ReceiptStateMirror::start(statusServerThread_, senderIdentifier(), receiptStatusProxy_.get(),
+                                        *currentStrategy_);
   }
 }
 
-void QVNReceiptClient::stopUpdatingCurrentStepStatusFromReceipt() {
-  if (mirroringThread_) {
-    mirroringThread_->perform([sender = senderIdentifier()] { deregisterReceiptStatusUpdateNotifications(sender); },
-                              true);
-    mirroringThread_.reset();
-  }
-}
-
-void QVNReceiptClient::registerReceiptStatusUpdateNotifications(const std::string& sender) {
-  statusUpdateObserver = std::make_unique<ipc::NotificationObserver>();
-  statusUpdateObserver->add(
-      std::string(kQVNInstallationStatusUpdatedNotification), sender,
-      [this](const Notification& notification) { handleReceiptStatusUpdateNotification(notification); });
-  logging::debug("----- <%@>added observer for %@ notifications on object: %@", foundation::currentThreadName(),
-                 kQVNInstallationStatusUpdatedNotification, sender);
-}
-
-void QVNReceiptClient::deregisterReceiptStatusUpdateNotifications(const std::string& sender) {
-  statusUpdateObserver.reset();
-  logging::debug("----- <%@>removed observer for %@ notifications on object: %@", foundation::currentThreadName(),
-                 kQVNInstallationStatusUpdatedNotification, sender);
-}
-
-void QVNReceiptClient::handleReceiptStatusUpdateNotification(const Notification& notification) {
-  logging::debug(
-      "----- <%@>[QVNReceiptClient handleReceiptStatusUpdateNotification:aNotification\n\t aNotification = "
-      "%@\n\t[self.receiptStatusProxy getCurrentState]",
-      foundation::currentThreadName(), notification.description());
-  // The proxy is not asked for through its getter: this is not the thread that may launch a receipt.
-  const std::int32_t state = receiptStatusProxy_ ? receiptStatusProxy_->getCurrentState() : 0;
-  currentStrategy_->setInstallerState(static_cast<QVNInstallerState>(state));
-}
+void QVNReceiptClient::stopUpdatingCurrentStepStatusFromReceipt() { mirror_.reset(); }
 
 }  // namespace deployer

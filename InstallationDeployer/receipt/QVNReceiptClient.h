@@ -8,9 +8,10 @@
 
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "InstallationDeployer/receipt/ReceiptProcess.h"
+#include "InstallationDeployer/receipt/ReceiptStateMirror.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/execution/RunLoop.h"
-#include "general/foundation/execution/Task.h"
 #include "general/ipc/DistributedNotifications.h"
 
 namespace deployer {
@@ -18,27 +19,29 @@ namespace deployer {
 /// An installer's end of its conversation with the installed product's receipt process.
 ///
 /// The process is started when a proxy is first asked for, and ended by shutdownReceiptService(); it does not outlive
-/// the run in any case. One client serves a whole run, for one step at a time. Belongs to the main thread, but for the
-/// mirroring of states, which happens on the thread that serves the run's watchers.
+/// the run in any case. One client serves a whole run, for one step at a time. Belongs to the main thread; the
+/// mirroring of states is the one thing that happens on the thread that serves the run's watchers.
 ///
 /// A message to a process that has gone gives nothing and raises nothing. So that nobody takes that for an answer, the
-/// last message counts as failed once the process has ended without having been told to.
+/// last message counts as failed once the process has ended without having been told to. Steps ask by way of
+/// ReceiptConversation, which sees to it.
 class QVNReceiptClient {
  public:
   /// @param statusServerThread the run loop of the thread that serves the run's watchers; null where nobody watches.
   explicit QVNReceiptClient(std::shared_ptr<foundation::RunLoop> statusServerThread = nullptr)
       : statusServerThread_(std::move(statusServerThread)) {}
-  virtual ~QVNReceiptClient();
+  virtual ~QVNReceiptClient() = default;
   QVNReceiptClient(const QVNReceiptClient&) = delete;
   QVNReceiptClient& operator=(const QVNReceiptClient&) = delete;
 
   /// The step on whose behalf the client works from now on.
   void setStrategy(QVNInstallStepStrategy* strategy) { currentStrategy_ = strategy; }
 
-  /// The two services of the receipt process, launched now if there is none yet; null when they cannot be had.
+  /// The two services of the receipt process; null when they cannot be had. Both LAUNCH the process when there is none
+  /// yet, and then take as long as launchReceiptExecutable().
   [[nodiscard]] virtual QVNInstallationReceiptProtocol* receiptProxy();
   [[nodiscard]] virtual QVNInstallationStatusProtocol* receiptStatusProxy();
-  /// Whether the last message through the proxy went without an exception; otherwise the proxy is dropped.
+  /// Whether the last message through the proxy was answered; otherwise the proxy is dropped. These launch nothing.
   [[nodiscard]] virtual bool lastReceiptProxyMessageSuccess();
   [[nodiscard]] virtual bool lastReceiptStatusProxyMessageSuccess();
   /// Ends the receipt process and waits for its exit. False when it could not be told.
@@ -62,40 +65,27 @@ class QVNReceiptClient {
   using ServiceStarted = void (QVNReceiptClient::*)(const ipc::Notification&);
 
   [[nodiscard]] std::string receiptPath() const;
+  [[nodiscard]] std::string executablePath() const;
   /// The object of everything that this receipt's process announces.
   [[nodiscard]] std::string senderIdentifier() const;
   [[nodiscard]] bool observeServices(ipc::NotificationObserver& observer);
   void observeService(ipc::NotificationObserver& observer, std::string_view notification,
                       ServiceNameOfProcess serviceName, ServiceStarted handler);
-  [[nodiscard]] bool startTask();
-  void waitForServices();
   [[nodiscard]] bool hasServices() const { return receiptProxy_ && receiptStatusProxy_; }
   void exitRunLoopOnProxyInitialized();
   bool failLaunch();
-  /// Logs, once, how the process ended.
-  void reportEnd(std::string_view message);
-
   template <class Proxy>
   [[nodiscard]] bool lastMessageSuccess(std::unique_ptr<Proxy>& proxy, std::string_view messageForException);
-  /// Whether the process has ended though nobody told it to. Waits a moment for the end of one that answers no more.
-  [[nodiscard]] bool receiptHasVanished(bool isConnected);
-  [[nodiscard]] std::string executablePath() const;
-
-  void registerReceiptStatusUpdateNotifications(const std::string& sender);
-  static void deregisterReceiptStatusUpdateNotifications(const std::string& sender);
-  void handleReceiptStatusUpdateNotification(const ipc::Notification& notification);
 
   const std::shared_ptr<foundation::RunLoop> statusServerThread_;
   QVNInstallStepStrategy* currentStrategy_ = nullptr;
   std::unique_ptr<QVNInstallationReceiptProxy> receiptProxy_;
   std::unique_ptr<QVNInstallationStatusProxy> receiptStatusProxy_;
   std::optional<std::string> receiptServiceName_;
-  std::optional<foundation::Task> receiptTask_;
+  ReceiptProcess process_;
   bool runLoopShouldKeepRunning_ = false;
-  bool isToldToEnd_ = false;
-  bool isEndReported_ = false;
-  /// Where states are being mirrored; null while they are not.
-  std::shared_ptr<foundation::RunLoop> mirroringThread_;
+  /// Null while nothing is mirrored. It uses the status proxy, so it ends before that.
+  std::unique_ptr<ReceiptStateMirror> mirror_;
 };
 
 }  // namespace deployer

@@ -1,0 +1,79 @@
+#include "InstallationDeployer/receipt/ReceiptProcess.h"
+
+#include <chrono>
+#include <utility>
+
+#include "general/foundation/execution/RunLoop.h"
+#include "general/foundation/execution/TaskExitSource.h"
+#include "general/logging/SystemLog.h"
+
+namespace deployer {
+
+using foundation::RunLoop;
+using foundation::Task;
+
+namespace {
+
+constexpr const char* kReceiptArgument = "--receipt";
+constexpr std::chrono::milliseconds kTurn(500);
+/// How long a process whose services are gone may take to end, before it counts as one that lives without them.
+constexpr std::chrono::seconds kTimeToEnd(2);
+
+}  // namespace
+
+bool ReceiptProcess::start(const std::string& executable) {
+  Task task(executable, {kReceiptArgument});
+  task.setEndsWithParent(true);
+  try {
+    task.launch();
+  } catch (const foundation::TaskLaunchException& exception) {
+    logging::error("Failed to launch receipt  at %@. %@", executable, exception.what());
+    return false;
+  }
+  executable_ = executable;
+  task_.emplace(std::move(task));
+  isEndExpected_ = false;
+  isEndReported_ = false;
+  return true;
+}
+
+void ReceiptProcess::awaitServices(const bool& areAwaited) {
+  const auto loop = RunLoop::current();
+  const auto timer = loop->addTimer(kTurn, true, {});
+  const foundation::TaskExitSource exit(*loop, *task_);
+  while (areAwaited && loop->runUntil(RunLoop::Clock::now() + kTurn)) {
+    if (areAwaited && !task_->isRunning()) {
+      reportEnd("The receipt process %@ ended before its services could be reached (%@).");
+      break;
+    }
+  }
+  loop->removeSource(timer);
+}
+
+bool ReceiptProcess::hasVanished(bool isConnected) {
+  if (!task_ || (isConnected && isEndExpected_)) {
+    return false;
+  }
+  // A process closes its connections shortly before its exit can be seen.
+  const auto deadline = RunLoop::Clock::now() + (isConnected ? std::chrono::seconds(0) : kTimeToEnd);
+  if (!task_->waitUntilExit(deadline)) {
+    return false;
+  }
+  reportEnd("The receipt process %@ ended unexpectedly (%@).");
+  return true;
+}
+
+void ReceiptProcess::awaitEnd() {
+  while (!task_->waitUntilExit(RunLoop::Clock::now() + kTurn)) {
+  }
+  task_.reset();
+}
+
+void ReceiptProcess::reportEnd(std::string_view message) {
+  if (!isEndReported_) {
+    logging::error(message, executable_, task_->endDescription());
+    isEndReported_ = true;
+  }
+}
+
+}  // namespace deployer

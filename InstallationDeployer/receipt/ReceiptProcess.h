@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "general/foundation/execution/Task.h"
+
+namespace deployer {
+
+/// The process of an installed product's receipt, as the installer that starts it has it: at most one, which ends with
+/// this process however that ends.
+///
+/// Waits have no time limit, but none outlasts the process. How a process ended that nobody told to end is logged,
+/// once. Belongs to the thread that starts the process; that thread must live as long as the process is needed.
+class ReceiptProcess {
+ public:
+  /// Starts the receipt's engine; none may be started yet. False when it cannot be started; why has been logged.
+  [[nodiscard]] bool start(const std::string& executable);
+  /// From its start until awaitEnd(), also when it has ended meanwhile.
+  [[nodiscard]] bool isStarted() const { return task_.has_value(); }
+  /// 0 when none is started.
+  [[nodiscard]] int processIdentifier() const { return task_ ? task_->processIdentifier() : 0; }
+
+  /// Turns the run loop of the thread until one of its sources clears the flag, or the process has ended.
+  void awaitServices(const bool& areAwaited);
+
+  /// From now on the end of the process is no surprise.
+  void expectEnd() { isEndExpected_ = true; }
+  /// Whether the process has ended though nobody told it to.
+  /// @param isConnected whether the last message found a connection. Without one, the end is waited for for a moment,
+  /// and being told is no excuse.
+  [[nodiscard]] bool hasVanished(bool isConnected);
+  /// Waits for the end of a process that was told to end. Afterwards another one can be started.
+  void awaitEnd();
+
+ private:
+  void reportEnd(std::string_view message);
+
+  std::string executable_;
+  std::optional<foundation::Task> task_;
+  bool isEndExpected_ = false;
+  bool isEndReported_ = false;
+};
+
+}  // namespace deployer

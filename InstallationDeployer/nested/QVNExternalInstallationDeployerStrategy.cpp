@@ -1,7 +1,6 @@
 #include "InstallationDeployer/nested/QVNExternalInstallationDeployerStrategy.h"
 
 #include <algorithm>
-#include <chrono>
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ManifestKeys.h"
@@ -22,7 +21,6 @@ namespace paths = foundation::paths;
 
 namespace {
 
-constexpr std::chrono::milliseconds kTurn(500);
 constexpr std::int64_t kCompleteProgress = 100;
 
 std::optional<std::string> textIn(const foundation::PropertyList& dictionary, std::string_view key) {
@@ -101,26 +99,22 @@ void QVNExternalInstallationDeployerStrategy::waitForFinalState(const std::strin
   runLoopShouldKeepRunning_ = true;
   lastNews_ = RunLoop::Clock::now();
   const auto loop = RunLoop::current();
-  const auto timer = loop->addTimer(kTurn, true, {});
   std::optional<foundation::TaskExitSource> exit;
   if (engine_) {
     exit.emplace(*loop, *engine_);
   }
-  while (runLoopShouldKeepRunning_) {
-    if (!loop->runUntil(RunLoop::Clock::now() + kTurn)) {
-      break;
-    }
-    if (runLoopShouldKeepRunning_ && engine_ && !engine_->isRunning()) {
-      logging::error("The external deployer %@ ended before its final state was known (%@).", executable,
-                     engine_->endDescription());
-      setInstallerState(QVNInstallerStateFailed);
-      runLoopShouldKeepRunning_ = false;
-    }
-    if (runLoopShouldKeepRunning_ && RunLoop::Clock::now() - lastNews_ >= kTurn) {
-      askUnheard();
-    }
+  loop->runWhile([this] { return runLoopShouldKeepRunning_; }, [&] { lookAfterEngine(executable); });
+}
+
+void QVNExternalInstallationDeployerStrategy::lookAfterEngine(const std::string& executable) {
+  if (engine_ && !engine_->isRunning()) {
+    logging::error("The external deployer %@ ended before its final state was known (%@).", executable,
+                   engine_->endDescription());
+    setInstallerState(QVNInstallerStateFailed);
+    runLoopShouldKeepRunning_ = false;
+  } else if (RunLoop::Clock::now() - lastNews_ >= RunLoop::kTurn) {
+    askUnheard();
   }
-  loop->removeSource(timer);
 }
 
 void QVNExternalInstallationDeployerStrategy::askUnheard() {
@@ -145,7 +139,7 @@ void QVNExternalInstallationDeployerStrategy::waitForExit() {
   if (!installationDeployer_ || !engine_) {
     return;
   }
-  while (!engine_->waitUntilExit(RunLoop::Clock::now() + kTurn)) {
+  while (!engine_->waitUntilExit(RunLoop::Clock::now() + RunLoop::kTurn)) {
     // In case it did not get through.
     installationDeployer_->shutdownService();
   }

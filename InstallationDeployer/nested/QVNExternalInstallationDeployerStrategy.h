@@ -48,6 +48,8 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] bool observe(const std::optional<std::string>& bundlePath);
   void launch(const std::string& executable, const std::string& productName);
   void waitForFinalState(const std::string& executable);
+  /// Between two turns of the wait: ends it with an engine that has ended, and asks one that was not heard of.
+  void lookAfterEngine(const std::string& executable);
   /// Asks the engine although nothing was heard of it.
   void askUnheard();
   void waitForExit();

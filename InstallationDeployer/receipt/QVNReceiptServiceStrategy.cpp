@@ -1,6 +1,5 @@
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 
-#include <chrono>
 #include <utility>
 
 #include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
@@ -17,12 +16,10 @@
 namespace deployer {
 
 using foundation::PropertyList;
-using foundation::RunLoop;
 
 namespace {
 
 constexpr std::string_view kReceiptNotificationSuffix = ".receipt";
-constexpr std::chrono::milliseconds kTurn(500);
 constexpr bool kRunLocally = true;
 
 }  // namespace
@@ -40,11 +37,7 @@ bool QVNReceiptServiceStrategy::startReceiptService() {
   const std::string serviceName = setupReceiptService();
   receiptRunLoopShouldKeepRunning_ = true;
   logging::debug("<%@>startReceiptService >> receiptServiceName = %@", foundation::currentThreadName(), serviceName);
-  const auto loop = RunLoop::current();
-  const auto timer = loop->addTimer(kTurn, true, {});
-  while (receiptRunLoopShouldKeepRunning_ && loop->runUntil(RunLoop::Clock::now() + kTurn)) {
-  }
-  loop->removeSource(timer);
+  foundation::RunLoop::current()->runWhile([this] { return receiptRunLoopShouldKeepRunning_; });
   logging::debug("Shutting down service: %@", serviceName);
   logging::debug("exiting main run loop.");
   return true;

@@ -15,7 +15,6 @@ using foundation::Task;
 namespace {
 
 constexpr const char* kReceiptArgument = "--receipt";
-constexpr std::chrono::milliseconds kTurn(500);
 /// How long a process whose services are gone may take to end, before it counts as one that lives without them.
 constexpr std::chrono::seconds kTimeToEnd(2);
 
@@ -39,15 +38,15 @@ bool ReceiptProcess::start(const std::string& executable) {
 
 void ReceiptProcess::awaitServices(const bool& areAwaited) {
   const auto loop = RunLoop::current();
-  const auto timer = loop->addTimer(kTurn, true, {});
   const foundation::TaskExitSource exit(*loop, *task_);
-  while (areAwaited && loop->runUntil(RunLoop::Clock::now() + kTurn)) {
-    if (areAwaited && !task_->isRunning()) {
-      reportEnd("The receipt process %@ ended before its services could be reached (%@).");
-      break;
-    }
-  }
-  loop->removeSource(timer);
+  bool hasEnded = false;
+  loop->runWhile([&] { return areAwaited && !hasEnded; },
+                 [&] {
+                   hasEnded = !task_->isRunning();
+                   if (hasEnded) {
+                     reportEnd("The receipt process %@ ended before its services could be reached (%@).");
+                   }
+                 });
 }
 
 bool ReceiptProcess::hasVanished(bool isConnected) {
@@ -64,8 +63,7 @@ bool ReceiptProcess::hasVanished(bool isConnected) {
 }
 
 void ReceiptProcess::awaitEnd() {
-  while (!task_->waitUntilExit(RunLoop::Clock::now() + kTurn)) {
-  }
+  task_->waitUntilExit();
   task_.reset();
 }
 

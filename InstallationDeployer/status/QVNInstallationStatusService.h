@@ -43,12 +43,13 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
 
   [[nodiscard]] const std::string& serviceName() const { return serviceName_; }
   [[nodiscard]] bool serviceStarted() const { return serviceStarted_; }
+  /// True until the service is told to end, also when it could not be set up.
   [[nodiscard]] bool runLoopShouldKeepRunning();
   /// The run loop of the status server thread, also after the service has ended; null before startServer() and when the
   /// service could not be set up.
   [[nodiscard]] std::shared_ptr<foundation::RunLoop> statusServerThread();
 
-  // What watchers ask.
+  // What watchers ask; see QVNInstallationStatusProtocol.
   /// A state that is still active although the work is over is an error, and the run then counts as failed.
   [[nodiscard]] std::int32_t getCurrentState() override;
   [[nodiscard]] std::int64_t getProgress() override;
@@ -56,13 +57,20 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   void shutdownService() override;
 
  private:
-  /// The body of the status server thread.
+  // On the status server thread.
+  /// The body of the thread.
   void startStatusService();
+  /// Vends and announces the service. False, with the error in the log, when it cannot be vended.
   [[nodiscard]] bool setupStatusService();
   [[nodiscard]] bool vend();
   void serveUntilShutdown(foundation::RunLoop& runLoop);
   void endServerThread();
+  /// Lets startServer() return.
+  /// @param runLoop null when nothing is served.
   void finishStart(std::shared_ptr<foundation::RunLoop> runLoop);
+
+  // On any thread.
+  /// Clears the flag and wakes whoever waits for that, the status server thread included.
   void stopKeepingRunning();
 
   const std::string serviceName_;

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "InstallationDeployer/FolderContents.h"
 #include "InstallationDeployer/RestrictedPaths.h"
 #include "general/foundation/files/GuardedRemoval.h"
 #include "general/logging/SystemLog.h"
@@ -12,13 +13,6 @@ using foundation::FileType;
 using foundation::GuardedRemoval;
 
 namespace {
-
-// The Finder leaves this file in folders that somebody has looked at.
-constexpr std::string_view kFinderFile = ".DS_Store";
-
-bool holdsNothingOfOthers(const std::vector<std::string>& names) {
-  return names.empty() || (names.size() == 1 && names.front() == kFinderFile);
-}
 
 bool stays(const std::string& directory) {
   logging::debug("Did not remove directory, not empty. Directory: %@", directory);
@@ -67,7 +61,7 @@ bool QVNRemoveComponentsStrategy::removeUnlessInUse(const std::string& path, Gua
   if (!names) {
     return names.error().isNoSuchFile() || fail("Unable to read directory contents. %@", names.error());
   }
-  if (!holdsNothingOfOthers(*names)) {
+  if (!isAsGoodAsEmpty(*names)) {
     return stays(path);
   }
   const auto removed = removal.removeDirectory(path, *names);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/FolderContents.h"
 #include "InstallationDeployer/receipt/ReceiptLock.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/TemporaryNames.h"
@@ -16,9 +17,6 @@ namespace temporary_names = foundation::temporary_names;
 
 namespace {
 
-/// What file browsers leave in the folders they show.
-constexpr std::string_view kBrowserFileName = ".DS_Store";
-
 bool holdsOtherReceipts(const std::string& receiptLocation) {
   auto listing = files::contentsOfDirectory(receiptLocation);
   if (!listing) {
@@ -27,7 +25,7 @@ bool holdsOtherReceipts(const std::string& receiptLocation) {
   // What is put aside is on its way out.
   std::vector<std::string> names = std::move(listing).value();
   std::erase_if(names, temporary_names::isTemporary);
-  return names.size() > 1 || (names.size() == 1 && names.front() != kBrowserFileName);
+  return !isAsGoodAsEmpty(names);
 }
 
 }  // namespace

@@ -5,10 +5,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "general/foundation/Thread.h"
+#include "general/ipc/RemoteException.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeStepContext.h"
 #include "tests/support/LoopThread.h"
@@ -47,12 +49,14 @@ class ReceiptMirroring : public ::testing::Test {
     client_ = std::make_unique<QVNReceiptClient>(watchers_->loop);
     client_->setStrategy(&step_);
   }
-  /// Vends a status service that always answers with this state, and announces it to the client.
-  void vendStatus(QVNInstallerState state) {
-    service_.emplace(kStatusService, kQVNInstallationStatusProtocol,
-                     [state](std::string_view, auto) { return PropertyList(static_cast<std::int64_t>(state)); });
+  /// Vends a status service that always answers with this, and announces it to the client.
+  void vendStatus(ipc::Target target) {
+    service_.emplace(kStatusService, kQVNInstallationStatusProtocol, std::move(target));
     const tests::CapturedLog log;
     client_->handleReceiptStatusStartNotification(serviceAnnouncement("started", "object", kStatusService));
+  }
+  void vendStatus(QVNInstallerState state) {
+    vendStatus([state](std::string_view, auto) { return PropertyList(static_cast<std::int64_t>(state)); });
   }
   void postUpdate(const std::string& object) {
     ipc::postDistributedNotification({std::string(kQVNInstallationStatusUpdatedNotification), object, {}});
@@ -100,7 +104,23 @@ TEST_F(ReceiptMirroring, NothingIsMirroredBeforeAfterOrForOthers) {
   EXPECT_TRUE(run_.states.empty());
 }
 
-TEST_F(ReceiptMirroring, AThreadThatEndsMeanwhileTakesTheObserverWithIt) {
+TEST_F(ReceiptMirroring, AStateThatCannotBeHadChangesNothing) {
+  std::promise<void> asked;
+  vendStatus([&asked](std::string_view, auto) -> PropertyList {
+    asked.set_value();
+    throw ipc::RemoteException(ipc::kGenericException, "broken");
+  });
+  step_.setInstallerState(QVNInstallerStateFailed);
+  const tests::CapturedLog log;
+  client_->startUpdatingCurrentStepStatusFromReceipt();
+  postUpdate(sender());
+  asked.get_future().wait();
+  client_->stopUpdatingCurrentStepStatusFromReceipt();
+  EXPECT_EQ(step_.installerState(), QVNInstallerStateFailed);
+  EXPECT_TRUE(run_.states.empty());
+}
+
+TEST_F(ReceiptMirroring, OnAThreadThatHasEndedMeanwhileNothingIsMirroredAnyMore) {
   vendStatus(QVNInstallerStateRemoving);
   const tests::CapturedLog log;
   client_->startUpdatingCurrentStepStatusFromReceipt();

@@ -3,65 +3,12 @@
 #include <algorithm>
 
 #include "InstallationDeployer/plans/QVNBuildInstallPlanStrategy.h"
-#include "InstallationDeployer/receipt/QVNReceiptRemoveStrategy.h"
-#include "general/foundation/Thread.h"
-#include "tests/support/CapturedLog.h"
-#include "tests/support/FakeReceiptClient.h"
-#include "tests/support/FakeReceiptContext.h"
-#include "tests/support/FakeStepContext.h"
-#include "tests/unit/InstallationDeployer/BundleFixture.h"
+#include "tests/unit/InstallationDeployer/ReceiptAskingTest.h"
 
 namespace deployer {
 namespace {
 
-using Texts = std::vector<std::string>;
-
-/// The steps of an installer that talk to the installed product's receipt.
-class ReceiptSteps : public ::testing::Test, protected tests::BundleFixture {
- protected:
-  void SetUp() override {
-    run_.configuration().setProductName("P");
-    run_.configuration().setHasInstallerReceipt(true);
-    receipts_.receiptClient = &client_;
-    writeProduct({"A", "B", "C"});
-    writeVersion("A", "1.0");
-    writeVersion("B", "1.1");
-    writeVersion("C", "1.0");
-    client_.records = records({{"A", "1.0"}, {"B", "1.0"}});
-  }
-
-  void writeProduct(const Texts& components) const {
-    writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload(components)})}})}}));
-  }
-  void writeVersion(const std::string& component, const std::string& version) const {
-    writeManifest(component, dictionary({{"ComponentVersion", version}}));
-  }
-  [[nodiscard]] static PropertyList records(const std::vector<std::pair<std::string, std::string>>& installed) {
-    PropertyList::Array list;
-    for (const auto& [name, version] : installed) {
-      list.push_back(dictionary({{"ComponentName", name}, {"ComponentVersion", version}}));
-    }
-    return array(std::move(list));
-  }
-  static std::string statusLine() {
-    return "----- <" + foundation::currentThreadName() +
-           ">execute:\n\tstatusProxy = the status proxy\n\t[statusProxy getCurrentState]";
-  }
-  template <class Step>
-  void expectFailure(Step& step, QVNInstallerState state, const Texts& errors) {
-    const tests::CapturedLog log;
-    EXPECT_FALSE(step.execute(true));
-    EXPECT_EQ(step.installerState(), state);
-    EXPECT_EQ(log.texts("Error"), errors);
-  }
-
-  tests::FakeReceiptClient client_;
-  tests::FakeStepContext run_{path()};
-  tests::FakeReceiptContext receipts_{path()};
-  SharedPlan plan_ = std::make_shared<Plan>();
-};
-
-class PlanUpgrade : public ReceiptSteps {
+class PlanUpgrade : public ReceiptAskingTest {
  protected:
   QVNBuildInstallPlanStrategy step_{{}, "localPayload.buildPlan", nullptr, run_, plan_, receipts_};
 };
@@ -186,79 +133,6 @@ TEST_F(PlanUpgrade, OddRecordsOfAnotherVersionsReceiptAreNotTakenForComponents) 
   client_.records = dictionary({{"A", "1.0"}});
   EXPECT_TRUE(step_.execute(true));
   EXPECT_EQ(plan_->size(), 3U);
-}
-
-class RemoteRemove : public ReceiptSteps {
- protected:
-  void SetUp() override {
-    ReceiptSteps::SetUp();
-    *plan_ = {"A", "B"};
-  }
-  QVNReceiptRemoveStrategy step_{{}, "localPayload.remoteRemove", nullptr, run_, plan_, receipts_};
-};
-
-TEST_F(RemoteRemove, HasTheReceiptRemoveThePlanWithStatesMirroredMeanwhile) {
-  EXPECT_TRUE(step_.execute(true));
-  EXPECT_EQ(client_.componentsToRemove, (Texts{"A", "B"}));
-  EXPECT_EQ(client_.calls, (Texts{"start updating", "removeComponents:", "stop updating"}));
-}
-
-TEST_F(RemoteRemove, AnInstallWithoutAReceiptSucceedsAndAsksForNoClient) {
-  run_.configuration().setHasInstallerReceipt(false);
-  EXPECT_TRUE(step_.execute(true));
-  EXPECT_TRUE(receipts_.askedForReceiptClient.empty());
-}
-
-TEST_F(RemoteRemove, ARemovalWithoutAReceiptFails) {
-  run_.configuration().setHasInstallerReceipt(false);
-  run_.configuration().setInstall(false);
-  run_.configuration().setRemove(true);
-  expectFailure(step_, QVNInstallerStateFailed, {"Failed to find receipt"});
-  EXPECT_TRUE(receipts_.askedForReceiptClient.empty());
-}
-
-TEST_F(RemoteRemove, AfterAnEarlierFailureItAsksNothing) {
-  EXPECT_FALSE(step_.execute(false));
-  EXPECT_TRUE(receipts_.askedForReceiptClient.empty());
-  EXPECT_EQ(step_.installerState(), QVNInstallerStateSuccess);
-}
-
-TEST_F(RemoteRemove, FailsWithoutAProxyAndAsksNothing) {
-  client_.hasStatusProxy = false;
-  expectFailure(step_, QVNInstallerStateFailed, {"Failed to connect with receipt"});
-  client_.hasStatusProxy = true;
-  client_.hasReceiptProxy = false;
-  expectFailure(step_, QVNInstallerStateFailed, {"Failed to connect with receipt"});
-  EXPECT_EQ(client_.calls, Texts{});
-  receipts_.receiptClient = nullptr;
-  expectFailure(step_, QVNInstallerStateFailed, {"Failed to connect with receipt"});
-}
-
-TEST_F(RemoteRemove, FailsSilentlyWhenTheMessageFailedEvenIfItsResultIsYes) {
-  client_.failingMessage = "removeComponents:";
-  expectFailure(step_, QVNInstallerStateFailed, {});
-  EXPECT_EQ(client_.calls.back(), "stop updating");
-}
-
-TEST_F(RemoteRemove, ARemovalThatWentWrongGivesItsStateToTheStep) {
-  client_.removes = false;
-  client_.state = QVNInstallerStateCancelled;
-  const tests::CapturedLog log;
-  EXPECT_FALSE(step_.execute(true));
-  EXPECT_EQ(step_.installerState(), QVNInstallerStateCancelled);
-  EXPECT_EQ(log.texts("Error"), Texts{"Unable to remove components"});
-  EXPECT_TRUE(log.contains("Debug", statusLine()));
-}
-
-TEST_F(RemoteRemove, ANoFromAReceiptInSuccessIsReturnedQuietly) {
-  client_.removes = false;
-  expectFailure(step_, QVNInstallerStateSuccess, {});
-}
-
-TEST_F(RemoteRemove, ANoWhoseStateCannotBeHadIsAFailureAndNeverSuccess) {
-  client_.removes = false;
-  client_.failingMessage = "getCurrentState";
-  expectFailure(step_, QVNInstallerStateFailed, {"Unable to remove components"});
 }
 
 }  // namespace

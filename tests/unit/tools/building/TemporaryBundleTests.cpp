@@ -17,15 +17,21 @@ class TemporaryBundle : public ::testing::Test {
   /// How many items the output folder holds.
   [[nodiscard]] std::ptrdiff_t items() const { return std::distance(fs::directory_iterator(folder_.path()), {}); }
 
+  /// A bundle in the making that holds a folder.
+  [[nodiscard]] bundletool::TemporaryBundle makeWith(const std::string& name) const {
+    auto made = bundletool::TemporaryBundle::make(folder_.path());
+    EXPECT_TRUE(made.ok());
+    fs::create_directories(made->path() + "/" + name);
+    return std::move(made).value();
+  }
+
   tests::TemporaryDirectory folder_;
   const std::string destination_ = folder_.path("Installer.app");
 };
 
 TEST_F(TemporaryBundle, IsRemovedWithEverythingInItUnlessPublished) {
   {
-    auto made = bundletool::TemporaryBundle::make(folder_.path());
-    ASSERT_TRUE(made.ok());
-    fs::create_directories(made->path() + "/a/b");
+    const auto bundle = makeWith("a/b");
     EXPECT_EQ(items(), 1);
   }
   EXPECT_EQ(items(), 0);
@@ -33,10 +39,8 @@ TEST_F(TemporaryBundle, IsRemovedWithEverythingInItUnlessPublished) {
 
 TEST_F(TemporaryBundle, GetsItsNameWhenPublishedAndStays) {
   {
-    auto made = bundletool::TemporaryBundle::make(folder_.path());
-    ASSERT_TRUE(made.ok());
-    fs::create_directories(made->path() + "/a");
-    ASSERT_TRUE(made->publish(destination_, false).ok());
+    auto bundle = makeWith("a");
+    ASSERT_TRUE(bundle.publish(destination_, false).ok());
   }
   EXPECT_TRUE(fs::is_directory(destination_ + "/a"));
   EXPECT_EQ(items(), 1);
@@ -44,10 +48,8 @@ TEST_F(TemporaryBundle, GetsItsNameWhenPublishedAndStays) {
 
 TEST_F(TemporaryBundle, ReplacesWhatHasTheNameAsAWhole) {
   folder_.write("Installer.app/old", "old");
-  auto made = bundletool::TemporaryBundle::make(folder_.path());
-  ASSERT_TRUE(made.ok());
-  fs::create_directories(made->path() + "/new");
-  ASSERT_TRUE(made->publish(destination_, true).ok());
+  auto bundle = makeWith("new");
+  ASSERT_TRUE(bundle.publish(destination_, true).ok());
   EXPECT_TRUE(fs::is_directory(destination_ + "/new"));
   EXPECT_FALSE(fs::exists(destination_ + "/old"));
   EXPECT_EQ(items(), 1);
@@ -56,10 +58,8 @@ TEST_F(TemporaryBundle, ReplacesWhatHasTheNameAsAWhole) {
 TEST_F(TemporaryBundle, LeavesWhatHasTheNameUnlessItMayReplaceIt) {
   folder_.write("Installer.app/old", "old");
   {
-    auto made = bundletool::TemporaryBundle::make(folder_.path());
-    ASSERT_TRUE(made.ok());
-    fs::create_directories(made->path() + "/new");
-    EXPECT_FALSE(made->publish(destination_, false).ok());
+    auto bundle = makeWith("new");
+    EXPECT_FALSE(bundle.publish(destination_, false).ok());
   }
   EXPECT_TRUE(fs::exists(destination_ + "/old"));
   EXPECT_EQ(items(), 1);
@@ -67,10 +67,9 @@ TEST_F(TemporaryBundle, LeavesWhatHasTheNameUnlessItMayReplaceIt) {
 
 TEST_F(TemporaryBundle, PutsTheOldOneBackWhenItCannotBePublished) {
   folder_.write("Installer.app/old", "old");
-  auto made = bundletool::TemporaryBundle::make(folder_.path());
-  ASSERT_TRUE(made.ok());
-  fs::remove_all(made->path());
-  EXPECT_FALSE(made->publish(destination_, true).ok());
+  auto bundle = makeWith("new");
+  fs::remove_all(bundle.path());
+  EXPECT_FALSE(bundle.publish(destination_, true).ok());
   EXPECT_TRUE(fs::exists(destination_ + "/old"));
 }
 

@@ -3,14 +3,12 @@
 
 #include <limits>
 
-#include "InstallationDeployer/DiskSpace.h"
 #include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
 #include "tests/unit/InstallationDeployer/install/InstallComponentsTest.h"
 
 namespace {
 
-using deployer::DiskSpace;
 using tests::CapturedLog;
 using tests::mentions;
 
@@ -110,28 +108,6 @@ TEST_F(InstallComponents, AStepWithoutRoomInstallsNothing) {
 
 // --- Disk space
 // ----------------------------------------------------------------------------------------------------------
-
-TEST(DiskSpaceNeeded, FreeSpaceExactlyEqualToTheRequiredSizePasses) {
-  DiskSpace space;
-  space.add(1000);
-  EXPECT_TRUE(space.fitsInto(1000));
-  EXPECT_FALSE(space.fitsInto(999));
-}
-
-TEST(DiskSpaceNeeded, SumsStopAtTheEndsOfTheRange) {
-  DiskSpace space;
-  space.add(kMostBytes);
-  space.add(kMostBytes);
-  EXPECT_EQ(space.required(), kMostBytes);
-  DiskSpace negative;
-  negative.add(std::numeric_limits<std::int64_t>::min());
-  negative.add(-1);
-  EXPECT_EQ(negative.required(), std::numeric_limits<std::int64_t>::min());
-}
-
-TEST(DiskSpaceNeeded, FreeSpaceBeyondTheSignedRangeIsTheLargestNumber) {
-  EXPECT_EQ(DiskSpace::signedSize(std::numeric_limits<std::uint64_t>::max()), kMostBytes);
-}
 
 TEST_F(InstallComponentsDiskSpace, AReceiptWithoutPayloadContentsLogsThePayloadSizeButDoesNotCountIt) {
   writeSizes({{"PayloadSize", kMostBytes}, {"ReceiptSize", 100}, {"ReceiptHasPayloadContents", false}});

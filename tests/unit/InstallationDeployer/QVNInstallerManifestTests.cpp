@@ -9,7 +9,6 @@
 
 #include "InstallationDeployer/InternalInconsistency.h"
 #include "InstallationDeployer/ManifestKeys.h"
-#include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/CapturedLog.h"
@@ -291,17 +290,6 @@ TEST_F(ManifestQueries, WalkStopsAtAManifestThatCannotBeRead) {
   directory_.write("Contents/Install", "a file where a folder should be");
   EXPECT_FALSE(manifest_.walkManifestFileListForComponents(
       Names{"A"}, false, false, [](const std::string&, const PropertyList&, const FileEntry&) { return true; }));
-}
-
-TEST(Checksum, OfNothingIsTheDigestOfNothing) {
-  EXPECT_EQ(QVNInstallerChecksum::generateSHA256({}),
-            "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-}
-
-TEST(Checksum, OfAbcIsTheKnownDigestInLowerCase) {
-  const std::string_view text = "abc";
-  EXPECT_EQ(QVNInstallerChecksum::generateSHA256(std::as_bytes(std::span(text))),
-            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
 }  // namespace

@@ -1,0 +1,36 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+
+#include "InstallationDeployer/DiskSpace.h"
+
+namespace deployer {
+namespace {
+
+constexpr auto kMostBytes = std::numeric_limits<std::int64_t>::max();
+
+TEST(DiskSpaceNeeded, FreeSpaceExactlyEqualToTheRequiredSizePasses) {
+  DiskSpace space;
+  space.add(1000);
+  EXPECT_TRUE(space.fitsInto(1000));
+  EXPECT_FALSE(space.fitsInto(999));
+}
+
+TEST(DiskSpaceNeeded, SumsStopAtTheEndsOfTheRange) {
+  DiskSpace space;
+  space.add(kMostBytes);
+  space.add(kMostBytes);
+  EXPECT_EQ(space.required(), kMostBytes);
+  DiskSpace negative;
+  negative.add(std::numeric_limits<std::int64_t>::min());
+  negative.add(-1);
+  EXPECT_EQ(negative.required(), std::numeric_limits<std::int64_t>::min());
+}
+
+TEST(DiskSpaceNeeded, FreeSpaceBeyondTheSignedRangeIsTheLargestNumber) {
+  EXPECT_EQ(DiskSpace::signedSize(std::numeric_limits<std::uint64_t>::max()), kMostBytes);
+}
+
+}  // namespace
+}  // namespace deployer

@@ -14,6 +14,7 @@
 #include "tests/architecture/PlacesOnPages.h"
 #include "tests/architecture/RulesPage.h"
 #include "tests/architecture/SourceWalls.h"
+#include "tests/architecture/TestFiles.h"
 
 namespace {
 
@@ -89,6 +90,8 @@ TEST(House, EveryTargetHandsOnWhatItsHeadersNeedAndNothingElse) {
 
 TEST(House, EverySourceIsBuilt) { EXPECT_EQ(listed(architecture::unbuiltSources(house())), ""); }
 
+TEST(House, NoFileIsLongerThanFourHundredLines) { EXPECT_EQ(listed(architecture::filesLongerThan(house(), 400)), ""); }
+
 TEST(House, NoFunctionIsLongerThanAScreen) { EXPECT_EQ(listed(architecture::functionsLongerThan(house(), 60)), ""); }
 
 TEST(House, OneClassOfTheEngineReadsTheKeysOfAnEntry) {
@@ -104,6 +107,18 @@ TEST(House, OneClassOfTheEngineReadsTheKeysOfAnEntry) {
 
 TEST(House, NobodyCallsWhatIsBanned) {
   EXPECT_EQ(listed(architecture::callsOf(house(), architecture::bannedCalls())), "");
+}
+
+TEST(House, EveryUnitTestIsFoundByTheNameOfItsSubject) {
+  auto files = architecture::unitTestFilesOf(CORVANE_PROJECT);
+  // The first one's subject is a page; the others still have the names of what they test together.
+  for (const char* other :
+       {"general/ipc/ProtocolPageTests.cpp", "InstallationDeployer/plans/BuildPlanTests.cpp",
+        "InstallationDeployer/processes/ProcessStartTests.cpp", "InstallationDeployer/run/InstallControllerTests.cpp",
+        "InstallationDeployer/steps/StepFrameworkTests.cpp"}) {
+    std::erase(files, other);
+  }
+  EXPECT_EQ(listed(architecture::testFilesWithoutSubject(house(), files)), "");
 }
 
 TEST(House, EveryBuildFileIsLaidOutAlike) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/EngineOptions.h"
 #include "frontend/EngineLogFile.h"
 #include "frontend/JsonPresenter.h"
 #include "frontend/LivePresenter.h"
@@ -94,9 +95,10 @@ void InstallerRun::obey(int signal) {
 }
 
 std::vector<std::string> InstallerRun::engineArguments() const {
-  std::vector<std::string> arguments{"--ui", options_.remove ? "--remove" : "--install"};
+  std::vector<std::string> arguments{deployer::kUserInterfaceOption,
+                                     options_.remove ? deployer::kRemoveOption : deployer::kInstallOption};
   if (options_.product) {
-    arguments.insert(arguments.end(), {"--product_name", *options_.product});
+    arguments.insert(arguments.end(), {deployer::kProductNameOption, *options_.product});
   }
   return arguments;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/EngineOptions.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "general/foundation/Paths.h"
@@ -87,7 +88,7 @@ void QVNExternalInstallationDeployerStrategy::launch(const std::string& executab
 
 bool QVNExternalInstallationDeployerStrategy::launchExternalExecutable(const std::string& executable,
                                                                        const std::string& productName) {
-  Task task(executable, {"--install", "--ui", "--product_name", productName});
+  Task task(executable, {kInstallOption, kUserInterfaceOption, kProductNameOption, productName});
   // Without its parent nobody would follow it or let it end.
   task.setEndsWithParent(true);
   task.launch();

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <utility>
 
+#include "InstallationDeployer/EngineOptions.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/execution/TaskExitSource.h"
 #include "general/logging/SystemLog.h"
@@ -14,14 +15,13 @@ using foundation::Task;
 
 namespace {
 
-constexpr const char* kReceiptArgument = "--receipt";
 /// How long a process whose services are gone may take to end, before it counts as one that lives without them.
 constexpr std::chrono::seconds kTimeToEnd(2);
 
 }  // namespace
 
 bool ReceiptProcess::start(const std::string& executable) {
-  Task task(executable, {kReceiptArgument});
+  Task task(executable, {kReceiptOption});
   task.setEndsWithParent(true);
   try {
     task.launch();

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "InstallationDeployer/EngineOptions.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/logging/SystemLog.h"
@@ -9,11 +10,6 @@
 namespace deployer {
 namespace {
 
-constexpr std::string_view kProductNameOption = "--product_name";
-constexpr std::string_view kUserInterfaceOption = "--ui";
-constexpr std::string_view kInstallOption = "--install";
-constexpr std::string_view kReceiptOption = "--receipt";
-constexpr std::string_view kRemoveOption = "--remove";
 constexpr std::string_view kHelpOption = "-?";
 
 constexpr int kInvalidArguments = 1;

@@ -1,0 +1,15 @@
+#pragma once
+
+namespace deployer {
+
+/// The options of the engine's command line, for the engine that reads them and for whoever starts one.
+inline constexpr const char* kInstallOption = "--install";
+inline constexpr const char* kRemoveOption = "--remove";
+/// Serves installers as the installed product's receipt.
+inline constexpr const char* kReceiptOption = "--receipt";
+/// The run can be watched, and waits at its end until somebody has seen it.
+inline constexpr const char* kUserInterfaceOption = "--ui";
+/// Followed by the name.
+inline constexpr const char* kProductNameOption = "--product_name";
+
+}  // namespace deployer

@@ -1,6 +1,6 @@
 #include "frontend/RunOutcome.h"
 
-#include "InstallationDeployer/EngineLog.h"
+#include "InstallationDeployer/EngineNames.h"
 #include "frontend/ExitCodes.h"
 #include "general/foundation/propertylist/TextFormat.h"
 

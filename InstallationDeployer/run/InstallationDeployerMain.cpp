@@ -3,8 +3,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "InstallationDeployer/EngineLog.h"
-#include "InstallationDeployer/EngineThreads.h"
+#include "InstallationDeployer/EngineNames.h"
 #include "InstallationDeployer/run/CommandLine.h"
 #include "InstallationDeployer/run/QVNInstallController.h"
 #include "InstallationDeployer/run/Usage.h"

@@ -3,7 +3,7 @@
 #include <exception>
 #include <utility>
 
-#include "InstallationDeployer/EngineLog.h"
+#include "InstallationDeployer/EngineNames.h"
 #include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "InstallationDeployer/BundleLayout.h"
-#include "InstallationDeployer/EngineThreads.h"
+#include "InstallationDeployer/EngineNames.h"
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/propertylist/TextFormat.h"

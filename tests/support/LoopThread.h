@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "InstallationDeployer/EngineLog.h"
+#include "InstallationDeployer/EngineNames.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
 

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "InstallationDeployer/BundleLayout.h"
-#include "InstallationDeployer/EngineLog.h"
+#include "InstallationDeployer/EngineNames.h"
 #include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
 #include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
 #include "InstallationDeployer/run/QVNInstallController.h"

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "InstallationDeployer/EngineLog.h"
+#include "InstallationDeployer/EngineNames.h"
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"

@@ -5,7 +5,7 @@
 #include <csignal>
 #include <filesystem>
 
-#include "InstallationDeployer/EngineThreads.h"
+#include "InstallationDeployer/EngineNames.h"
 #include "frontend/watch/EngineProcesses.h"
 #include "general/foundation/Thread.h"
 #include "tests/support/TemporaryDirectory.h"

@@ -2,8 +2,14 @@
 
 #include "general/logging/SystemLog.h"
 
+/// The names under which a running engine shows.
 namespace deployer {
 
+/// The name that the engine's first thread gives itself. Systems that name a process by its first thread list the
+/// running engine under it.
+inline constexpr const char* kMainThreadName = "main thread";
+
+/// Under these the log service knows the engine's messages.
 inline constexpr const char* kEngineLogSender = "Corvane Installer";
 inline constexpr const char* kEngineLogFacility = "install";
 

@@ -1,10 +1,7 @@
 #include "frontend/watch/EngineProcesses.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <memory>
-#include <span>
 #include <system_error>
 #include <utility>
 
@@ -15,7 +12,7 @@
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/ServiceSocket.h"
 #include "general/system/ExecutableLocation.h"
-#include "general/system/TQProcessInfo.h"
+#include "general/system/ProcessList.h"
 
 namespace frontend {
 
@@ -43,13 +40,11 @@ std::optional<std::string> engineIn(const std::string& folder) {
 }  // namespace
 
 EngineProcess lookForEngine(int processIdentifier) {
-  platform::ProcessRecord* list = nullptr;
-  std::size_t count = 0;
-  if (platform::GetBSDProcessList(&list, &count) != 0) {
+  const auto list = platform::ProcessList::take();
+  if (!list) {
     return EngineProcess::None;
   }
-  const std::unique_ptr<platform::ProcessRecord, decltype(&std::free)> owner(list, std::free);
-  const std::span<const platform::ProcessRecord> all(list, count);
+  const auto all = list->records();
   const auto found = std::ranges::find(all, processIdentifier, &platform::ProcessRecord::processId);
   if (found == all.end()) {
     return EngineProcess::None;

@@ -1,10 +1,9 @@
 #include "general/system/LoginWindow.h"
 
-#include <cstdlib>
-#include <memory>
 #include <string_view>
 
 #include "general/system/ConsoleSessionPrimitives.h"
+#include "general/system/ProcessList.h"
 
 namespace platform {
 
@@ -12,18 +11,9 @@ namespace {
 
 constexpr std::string_view kLoginWindowCommand = "loginwindow";
 
-struct FreeRecords {
-  void operator()(ProcessRecord* records) const { std::free(records); }
-};
-
 LoginWindow currentLoginWindow() {
-  ProcessRecord* list = nullptr;
-  std::size_t count = 0;
-  if (GetBSDProcessList(&list, &count) != 0) {
-    return {};
-  }
-  const std::unique_ptr<ProcessRecord, FreeRecords> records(list);
-  return chooseLoginWindow({records.get(), count}, consoleSessionUserId());
+  const auto list = ProcessList::take();
+  return list ? chooseLoginWindow(list->records(), consoleSessionUserId()) : LoginWindow();
 }
 
 }  // namespace

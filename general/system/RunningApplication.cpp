@@ -1,15 +1,12 @@
 #include "general/system/RunningApplication.h"
 
-#include <cstdlib>
-#include <memory>
 #include <optional>
-#include <span>
 
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "general/system/ProcessHandlePrimitives.h"
-#include "general/system/TQProcessInfo.h"
+#include "general/system/ProcessList.h"
 
 namespace platform {
 
@@ -57,29 +54,17 @@ std::string nameOf(const PropertyList& information, const std::string& bundle) {
   return paths::deleteExtension(paths::lastComponent(bundle));
 }
 
-std::vector<int> processIdentifiers() {
-  ProcessRecord* records = nullptr;
-  std::size_t count = 0;
-  if (GetBSDProcessList(&records, &count) != 0) {
-    return {};
-  }
-  const std::unique_ptr<ProcessRecord, decltype(&std::free)> owner(records, &std::free);
-  std::vector<int> identifiers;
-  for (const ProcessRecord& record : std::span(records, count)) {
-    identifiers.push_back(record.processId);
-  }
-  return identifiers;
-}
-
 }  // namespace
 
 std::vector<RunningApplication> RunningApplication::runningApplicationsWithBundleIdentifier(
     std::string_view bundleIdentifier) {
   std::vector<RunningApplication> applications;
-  if (bundleIdentifier.empty()) {
+  const auto list = bundleIdentifier.empty() ? std::nullopt : ProcessList::take();
+  if (!list) {
     return applications;
   }
-  for (const int identifier : processIdentifiers()) {
+  for (const ProcessRecord& record : list->records()) {
+    const int identifier = record.processId;
     // Before its executable is looked at: should the number change hands, what is opened is not what was looked at.
     foundation::Descriptor process = processes::openProcess(identifier);
     const auto executable = processes::executableOf(identifier);

@@ -1,21 +1,33 @@
 #include "InstallationDeployer/QVNInstallerState.h"
 
+#include <algorithm>
+#include <array>
+
 namespace deployer {
 namespace {
 
-constexpr std::uint32_t kHighestState = 21;
-constexpr std::uint32_t kFailureStates = 0x2007FE;
-constexpr std::uint32_t kCompletionStates = 0x2007FF;
-
-bool isMember(QVNInstallerState state, std::uint32_t mask) {
-  return state <= kHighestState && ((mask >> state) & 1U) != 0;
-}
+// Those that are given by number have no name of their own.
+constexpr std::array<std::uint32_t, 11> kFailureStates = {
+    QVNInstallerStateFailed,
+    2,
+    QVNInstallerStateIncompatibleProduct,
+    QVNInstallerStateInsufficientDiskSpace,
+    5,
+    6,
+    7,
+    8,
+    9,
+    10,
+    QVNInstallerStateCancelled,
+};
 
 }  // namespace
 
-bool isFailureState(QVNInstallerState state) { return isMember(state, kFailureStates); }
+bool isFailureState(QVNInstallerState state) {
+  return std::ranges::find(kFailureStates, static_cast<std::uint32_t>(state)) != kFailureStates.end();
+}
 
-bool isCompletionState(QVNInstallerState state) { return isMember(state, kCompletionStates); }
+bool isCompletionState(QVNInstallerState state) { return state == QVNInstallerStateSuccess || isFailureState(state); }
 
 const char* getNameForState(QVNInstallerState state) {
   switch (static_cast<std::uint32_t>(state)) {

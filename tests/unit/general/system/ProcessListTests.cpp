@@ -1,10 +1,10 @@
-#include "general/system/ProcessList.h"
-
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <utility>
+
+#include "general/system/ProcessList.h"
 
 namespace platform {
 namespace {

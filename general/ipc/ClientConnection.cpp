@@ -17,6 +17,7 @@
 #include "general/ipc/Message.h"
 #include "general/ipc/RemoteException.h"
 #include "general/ipc/ServiceSocket.h"
+#include "general/ipc/SocketErrors.h"
 #include "general/ipc/SocketPrimitives.h"
 
 namespace ipc {
@@ -234,7 +235,7 @@ class ClientConnection::Implementation {
   bool receiveSome() {
     std::array<char, kReadAtOnce> bytes;
     const ssize_t count = recv(socket_.number(), bytes.data(), bytes.size(), MSG_DONTWAIT);
-    if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
+    if (count < 0 && isMomentary(errno)) {
       return false;
     }
     if (count <= 0) {

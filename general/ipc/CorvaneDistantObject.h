@@ -10,7 +10,7 @@
 #include "general/foundation/propertylist/PropertyList.h"
 #include "general/ipc/ClientConnection.h"
 #include "general/ipc/ClientIdentity.h"
-#include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/NotificationObserver.h"
 #include "general/ipc/Protocol.h"
 #include "general/ipc/RemoteException.h"
 

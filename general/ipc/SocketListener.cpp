@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "general/ipc/SocketErrors.h"
 #include "general/ipc/SocketPrimitives.h"
 
 namespace ipc {
@@ -19,15 +20,6 @@ namespace {
 // A crowd at the door leaves the loop's other sources their turns.
 constexpr std::size_t kAcceptedAtOnce = 32;
 constexpr std::size_t kReadAtOnce = std::size_t{64} * 1024;
-// When the system has no descriptor left for one more connection, asking again at once would only burn time.
-constexpr std::chrono::milliseconds kPauseWithoutDescriptors{500};
-
-// What an attempt to accept a connection says of that connection alone.
-bool concernsOneConnection(int errorNumber) { return errorNumber == ECONNABORTED || errorNumber == EINTR; }
-
-bool isMomentary(int errorNumber) {
-  return errorNumber == EAGAIN || errorNumber == EWOULDBLOCK || errorNumber == EINTR;
-}
 
 }  // namespace
 

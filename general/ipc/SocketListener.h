@@ -19,8 +19,8 @@ namespace ipc {
 
 /// Serves those who connect to a listening socket, on the run loop of the thread that made the object, where all of it
 /// belongs. It never waits for a peer: what a peer sends is read as it comes and handed on frame by frame; what a peer
-/// does not read is kept up to a limit. A peer that goes beyond a limit loses its connection, and nobody else anything.
-/// When the process has no descriptor left, who connects waits a moment for one.
+/// does not read is kept up to a limit (back-pressure). A peer that goes beyond a limit loses its connection, and
+/// nobody else anything. When the process has no descriptor left, who connects waits a moment for one.
 class SocketListener {
  public:
   enum class Peers { Everybody, RootOnly };

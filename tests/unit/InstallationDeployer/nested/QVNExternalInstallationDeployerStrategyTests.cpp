@@ -21,6 +21,7 @@
 #include "general/foundation/execution/Task.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/CorvaneDistantObject.h"
+#include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/ServiceFolder.h"
 #include "tests/support/PrivateRunFolder.h"
 #include "tests/support/StepTest.h"

@@ -10,6 +10,7 @@
 #include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "general/foundation/Thread.h"
+#include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/RemoteException.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeStepContext.h"

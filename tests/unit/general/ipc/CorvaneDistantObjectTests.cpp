@@ -19,6 +19,7 @@
 #include "general/foundation/Descriptor.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/CorvaneDistantObject.h"
+#include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/ServerConnection.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
 #include "general/logging/SystemLog.h"

@@ -139,7 +139,7 @@ bool PayloadPrefetch::hasRoomFor(std::size_t index) const { return index < taken
 void PayloadPrefetch::process(std::size_t index, PayloadFileReader& reader, PreparedFile::WaitingPlace& place) {
   std::optional<Turn> turn;
   try {
-    turn.emplace(decide_(index), std::nullopt);
+    turn = Turn{decide_(index), std::nullopt};
     turn->prepared = prepare(turn->action, reader, place);
   } catch (const std::exception&) {
     // Out of memory: the owner tries again when the file's turn comes.

@@ -1,21 +1,15 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "InstallationDeployer/nested/QVNExternalInstallationDeployerStrategy.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
-#include "general/foundation/Descriptor.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/execution/Task.h"
@@ -23,75 +17,12 @@
 #include "general/ipc/CorvaneDistantObject.h"
 #include "general/ipc/DistributedNotifications.h"
 #include "general/ipc/ServiceFolder.h"
-#include "tests/support/PrivateRunFolder.h"
-#include "tests/support/StepTest.h"
+#include "tests/unit/InstallationDeployer/nested/ExternalDeployerTest.h"
 
 namespace deployer {
 namespace {
 
 namespace fs = std::filesystem;
-using foundation::PropertyList;
-using States = std::vector<QVNInstallerState>;
-using tests::CapturedLog;
-
-/// The step with a stand-in for the other engine, whose product's name tells it what to do.
-class ExternalDeployer : public tests::StepTest {
- protected:
-  void SetUp() override {
-    if (const auto reason = tests::enterPrivateRunFolder()) {
-      GTEST_SKIP() << *reason;
-    }
-    fs::create_directories(external() + "/Contents/MacOS");
-    fs::create_symlink(CORVANE_NESTED_ENGINE_STAND_IN, engine());
-    ASSERT_EQ(mkfifo(gate().c_str(), 0600), 0);
-  }
-
-  [[nodiscard]] std::string external() const { return path("External.app"); }
-  [[nodiscard]] std::string engine() const { return external() + "/Contents/MacOS/InstallationDeployer"; }
-  [[nodiscard]] std::string gate() const { return external() + "/gate"; }
-  /// Lets the engine go on that waits at its gate, or gets there; not one that has ended.
-  void openGate() const {
-    waitUntil([&] {
-      const foundation::Descriptor opened(open(gate().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-      return ::write(opened.number(), "g", 1) == 1 ||
-             (fs::exists(external() + "/process") && kill(engineProcess(), 0) != 0);
-    });
-  }
-  /// Of the engine that was started; only after it has said something.
-  [[nodiscard]] int engineProcess() const { return std::stoi(contentOf(external() + "/process")); }
-  [[nodiscard]] std::string serviceName() const { return "com.corvane.installer." + std::to_string(engineProcess()); }
-
-  QVNExternalInstallationDeployerStrategy& makeStep(const PropertyList& phase) {
-    step_ = std::make_unique<QVNExternalInstallationDeployerStrategy>(phase, "externalDeployer", nullptr, run(),
-                                                                      std::make_shared<Plan>());
-    return *step_;
-  }
-  QVNExternalInstallationDeployerStrategy& makeStepFor(const std::string& script) {
-    return makeStep(PropertyList::dictionary({{"BundlePath", external()}, {"ProductName", script}}));
-  }
-  bool execute(const std::string& script) { return makeStepFor(script).execute(true); }
-  QVNExternalInstallationDeployerStrategy& step() { return *step_; }
-  void post(std::string_view name, const PropertyList& userInfo = {}) const {
-    ipc::postDistributedNotification({std::string(name), external(), userInfo});
-  }
-  void postUpdate() const { post(kQVNInstallationStatusUpdatedNotification); }
-  void postStart(const std::string& service) const {
-    post(kQVNInstallationStatusServiceStartedNotification, PropertyList::dictionary({{"serviceName", service}}));
-  }
-  static void waitUntil(const std::function<bool()>& condition) {
-    while (!condition()) {
-      std::this_thread::yield();
-    }
-  }
-  static void waitForLog(const CapturedLog& log, std::string_view part) {
-    // A step that ends too early must not hang its test.
-    waitUntil([&] { return mentions(log, part) || mentions(log, "exited run loop"); });
-    EXPECT_TRUE(mentions(log, part)) << log.text();
-  }
-
- private:
-  std::unique_ptr<QVNExternalInstallationDeployerStrategy> step_;
-};
 
 TEST_F(ExternalDeployer, HandedAFailureDoesNothing) {
   EXPECT_FALSE(makeStepFor("start,0,await-end").execute(false));
@@ -349,72 +280,6 @@ TEST_F(ExternalDeployer, IsNotReachedByACancellation) {
   run().cancelled = true;
   EXPECT_TRUE(execute("start,15,0,await-end"));
   EXPECT_FALSE(fs::exists(external() + "/cancelled"));
-}
-
-TEST_F(ExternalDeployer, ProgressIsTheEnginesOnceItCanBeReached) {
-  auto& step = makeStepFor("progress-40,gate,start,gate,progress-250,gate,0,await-end");
-  EXPECT_EQ(step.getProgress(), 0U);
-  const CapturedLog log;
-  std::thread watcher([&] {
-    EXPECT_EQ(step.getProgress(), 0U);
-    openGate();
-    waitForLog(log, "[externalDeployer setInstallerState:11]");
-    EXPECT_EQ(step.getProgress(), 40U);
-    EXPECT_EQ(step.getProgress(), 40U);
-    openGate();
-    // Nothing is believed that is no percentage.
-    waitUntil([&] { return step.getProgress() == 100; });
-    openGate();
-  });
-  EXPECT_TRUE(step.execute(true));
-  watcher.join();
-  EXPECT_EQ(step.getProgress(), 100U);
-}
-
-TEST_F(ExternalDeployer, ThatHasFallenSilentHoldsUpAWatcherOnlyOnce) {
-  const double usual = ipc::gTimeoutInterval;
-  constexpr double kForEver = 1000;
-  auto& step = makeStepFor("progress-40,start,gate,stop,0,await-end");
-  const CapturedLog log;
-  std::thread watcher([&] {
-    waitForLog(log, "[externalDeployer setInstallerState:11]");
-    EXPECT_EQ(step.getProgress(), 40U);
-    openGate();
-    waitUntil([&] {
-      return contentOf("/proc/" + std::to_string(engineProcess()) + "/stat").find(") T ") != std::string::npos;
-    });
-    ipc::gTimeoutInterval = 0.1;
-    EXPECT_EQ(step.getProgress(), 40U);
-    // From here on, a watcher who asks the engine waits for ever.
-    ipc::gTimeoutInterval = kForEver;
-    EXPECT_EQ(step.getProgress(), 40U);
-    EXPECT_EQ(step.getProgress(), 40U);
-    kill(engineProcess(), SIGCONT);
-  });
-  EXPECT_TRUE(step.execute(true));
-  watcher.join();
-  ipc::gTimeoutInterval = usual;
-}
-
-TEST_F(ExternalDeployer, ProgressCanBeAskedForAtAnyTime) {
-  std::string script = "start";
-  for (int i = 0; i < 50; ++i) {
-    script += i % 2 == 0 ? ",15" : ",16";
-    script += ",progress-" + std::to_string(i);
-  }
-  auto& step = makeStepFor(script + ",0,await-end");
-  std::atomic<bool> isOver = false;
-  std::thread watcher([&] {
-    std::uint64_t last = 0;
-    while (!isOver) {
-      const std::uint64_t now = step.getProgress();
-      EXPECT_GE(now, last);
-      last = now;
-    }
-  });
-  EXPECT_TRUE(step.execute(true));
-  isOver = true;
-  watcher.join();
 }
 
 TEST_F(ExternalDeployer, WhatIsHeardAfterTheEndConcernsNobody) {

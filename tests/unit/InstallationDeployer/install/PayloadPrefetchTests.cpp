@@ -64,7 +64,7 @@ TEST_F(PayloadPrefetchTest, GivesTheEntriesOfTheListInItsOrderAndNothingShowsBef
   EXPECT_FALSE(std::filesystem::exists(scratch_.path("missing")));
 }
 
-TEST_F(PayloadPrefetchTest, FilesLargerThanWhatAHelperKeepsGoThroughTheAllowance) {
+TEST_F(PayloadPrefetchTest, FilesLargerThanWhatAHelperKeepsGoThroughTheBudget) {
   constexpr std::size_t kCount = 40;
   for (const std::size_t size : {9000U, 20000U}) {
     PayloadPrefetch prefetch(kCount, files(size), 3, reader_, budget_, 4096);

@@ -36,8 +36,6 @@ class RunLoop::Implementation {
     return {sources_, sources_->addDescriptor(descriptor, events, std::move(handler))};
   }
 
-  void remove(std::uint64_t source) { sources_->remove(source); }
-
   bool runUntil(TimePoint deadline) {
     if (sources_->isEmpty() && inbox_.size() == 0) {
       return false;
@@ -162,8 +160,6 @@ RunLoop::Source RunLoop::addTimer(milliseconds interval, bool repeats, Handler h
 RunLoop::Source RunLoop::addDescriptor(int descriptor, Interest interest, Handler handler) {
   return implementation_->addDescriptor(descriptor, interest, std::move(handler));
 }
-
-void RunLoop::removeSource(const Source& source) { implementation_->remove(source.number_); }
 
 bool RunLoop::runUntil(Clock::time_point deadline) { return implementation_->runUntil(deadline); }
 

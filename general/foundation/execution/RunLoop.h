@@ -63,8 +63,6 @@ class RunLoop {
   /// The descriptor must stay open until the source is removed. The handler runs in every turn in which the descriptor
   /// is ready, at its end or broken; it should not count on a read that cannot block.
   [[nodiscard]] Source addDescriptor(int descriptor, Interest interest, Handler handler);
-  /// The same as source.reset(), or as its end.
-  void removeSource(const Source& source);
 
   /// Runs one turn: waits until at least one source was served, wakeUp() was called or the deadline passed. Serves what
   /// is ready even when the deadline has passed already. False at once when there is no source at all and no work

@@ -61,11 +61,7 @@ class OneOfManyComponents : public EngineInRoot {
 
   [[nodiscard]] bool needsProc() const override { return true; }
 
-  void SetUp() override {
-    EngineInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
     root().makeDirectory("/opt");
     root().makeDirectory("/var/run");
     makeProduct(bundle(), "1.0");

@@ -8,11 +8,7 @@ namespace {
 
 class CommandLineRun : public EngineInRoot {
  protected:
-  void SetUp() override {
-    EngineInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
     deliverBundle();
   }
   static bool showsUsage(const support::Outcome& outcome) {

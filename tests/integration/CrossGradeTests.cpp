@@ -18,11 +18,7 @@ class CrossGrade : public EngineInRoot {
   static constexpr const char* kOwnRule = "/Library/Guard/rules/mine.rule";
   static constexpr const char* kCache = "/Library/Caches/com.corvane.installer/tmp";
 
-  void SetUp() override {
-    EngineInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
     bundle().stageFile("Guard", "/Library/Guard/guard", "guard", 0755);
     bundle().stageFile("Guard", kConfiguration, "default");
     bundle().stageFile("Guard", kDefaultRule, "default rule");

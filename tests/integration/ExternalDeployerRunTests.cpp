@@ -276,14 +276,12 @@ TEST_F(ExternalDeployerRun, OfABundleThatIsNotThereWaitsForSomebodyWhoRunsIt) {
 
 class KilledExternalDeployerRun : public ExternalDeployerRun, public ::testing::WithParamInterface<KillMoment::When> {
  protected:
-  void SetUp() override {
-    ExternalDeployerRun::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
-    if (const auto reason = KilledRun::whyImpossible()) {
-      GTEST_SKIP() << *reason;
-    }
+  [[nodiscard]] std::optional<std::string> whyImpossible() override {
+    const auto reason = ExternalDeployerRun::whyImpossible();
+    return reason ? reason : KilledRun::whyImpossible();
+  }
+  void prepare() override {
+    ExternalDeployerRun::prepare();
     makeProduct();
     makeExternalProduct();
   }

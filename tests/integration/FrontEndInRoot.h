@@ -19,11 +19,8 @@ class FrontEndInRoot : public WatchedEngineInRoot {
 
   [[nodiscard]] bool needsProc() const override { return true; }
 
-  void SetUp() override {
-    WatchedEngineInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
+    WatchedEngineInRoot::prepare();
     std::filesystem::copy_file(CORVANE_FRONT_END, bundle().path("Contents/MacOS/Installer"),
                                std::filesystem::copy_options::overwrite_existing);
   }

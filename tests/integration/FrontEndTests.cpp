@@ -392,14 +392,12 @@ TEST_F(FrontEnd, SaysThatTheEngineEndedBeforeItCouldBeWatched) {
 
 class FrontEndFromThePage : public FrontEnd {
  protected:
-  void SetUp() override {
-    FrontEnd::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
-    if (!root().exists(kPython)) {
-      GTEST_SKIP() << "there is no " << kPython;
-    }
+  [[nodiscard]] std::optional<std::string> whyImpossible() override {
+    const auto reason = FrontEnd::whyImpossible();
+    return reason || root().exists(kPython) ? reason : "there is no " + std::string(kPython);
+  }
+  void prepare() override {
+    FrontEnd::prepare();
     root().copyIn(CORVANE_PYTHON_FRONT_END, kScript);
     makeProductThatWaits();
   }

@@ -22,11 +22,7 @@ class HostileBundle : public EngineInRoot {
  protected:
   using Damage = std::function<void(const std::string&)>;
 
-  void SetUp() override {
-    EngineInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
     bundle().stageFile("Core", "/opt/guard/file", "content");
     bundle().addComponent("Core", "1", kProduct);
     deliverBundle();

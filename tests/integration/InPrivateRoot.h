@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -22,21 +23,33 @@ class InPrivateRoot : public ::testing::Test {
   static constexpr const char* kBundle = "/Volumes/Disk Image/Installer.app";
   static constexpr const char* kProduct = "Guard";
 
-  void SetUp() override {
+  void SetUp() final {
     if (const auto reason = support::PrivateRoot::whyImpossible()) {
       GTEST_SKIP() << *reason;
     }
     makeRoot();
-    if (!root_->hasProcesses() && std::string_view(CORVANE_SANITIZERS) != "") {
-      GTEST_SKIP() << "a program with sanitizers needs a /proc: " << root_->whyNoMounts();
+    if (const auto reason = whyImpossible()) {
+      GTEST_SKIP() << *reason;
     }
-    if (needsProc() && !root_->hasProcesses()) {
-      GTEST_SKIP() << root_->whyNoMounts();
-    }
+    prepare();
   }
 
+  /// Puts into the root, and makes beside it, what every test of the class begins with. Called for a root that will do.
+  virtual void prepare() {}
+  /// Why the test cannot be had in the root that there is; nothing when it can.
+  [[nodiscard]] virtual std::optional<std::string> whyImpossible() {
+    if (!root_->hasProcesses() && std::string_view(CORVANE_SANITIZERS) != "") {
+      return "a program with sanitizers needs a /proc: " + root_->whyNoMounts();
+    }
+    if ((needsProc() && !root_->hasProcesses()) || (needsMounts() && !root_->hasPrivateMounts())) {
+      return root_->whyNoMounts();
+    }
+    return std::nullopt;
+  }
   /// Whether the test is of programs that look for other processes.
   [[nodiscard]] virtual bool needsProc() const { return false; }
+  /// Whether the test mounts file systems.
+  [[nodiscard]] virtual bool needsMounts() const { return false; }
 
   /// Begins again with an empty root.
   void makeRoot(const support::PrivateRoot::Options& options = {}) {

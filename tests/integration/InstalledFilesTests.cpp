@@ -180,12 +180,8 @@ TEST_F(InstalledFiles, AnImmutableFileEndsTheRemoval) {
 /// Removal where something is mounted.
 class InstalledFilesOnMounts : public InstalledFiles {
  protected:
-  void SetUp() override {
-    InstalledFiles::SetUp();
-    if (!IsSkipped() && !root().hasPrivateMounts()) {
-      GTEST_SKIP() << root().whyNoMounts();
-    }
-  }
+  [[nodiscard]] bool needsMounts() const override { return true; }
+
   void mountBelow(const std::string& folder) {
     root().makeDirectory(folder);
     ASSERT_TRUE(prepares("mount -t tmpfs none " + folder + " && echo kept > " + folder + "/file"));

@@ -16,11 +16,7 @@ class InstalledProduct : public tests::EngineInRoot {
  protected:
   static constexpr const char* kDriver = "/run/step-driver";
 
-  void SetUp() override {
-    EngineInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
     root().copyIn(CORVANE_STEP_DRIVER, kDriver);
     bundle().stageDirectory("Core", kFolder, 0751, 501, 20);
     bundle().stageFile("Core", kFolder + "/bin/guardd", "#!/bin/sh\nexit 0\n", 0755);

@@ -17,14 +17,11 @@ using support::SnapshotEntry;
 /// Kills the engine at every moment at which it changes what names show or what attributes they have, and looks.
 class KilledInstall : public EngineInRoot, public ::testing::WithParamInterface<KillMoment::When> {
  protected:
-  void SetUp() override {
-    EngineInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
-    if (const auto reason = KilledRun::whyImpossible()) {
-      GTEST_SKIP() << *reason;
-    }
+  [[nodiscard]] std::optional<std::string> whyImpossible() override {
+    const auto reason = EngineInRoot::whyImpossible();
+    return reason ? reason : KilledRun::whyImpossible();
+  }
+  void prepare() override {
     bundle().stageDirectory("Core", "/Library/Guard", 0750, 501, 20);
     bundle().stageDirectory("Core", "/Library/Guard/private", 0700, 501, 20);
     bundle().stageFile("Core", "/Library/Guard/private/secret", "secret", 0600, 501, 20);

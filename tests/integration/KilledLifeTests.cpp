@@ -12,14 +12,9 @@ using support::SnapshotEntry;
 /// what attributes they have; looks; and lets the next run finish.
 class KilledLife : public ProductLife, public ::testing::WithParamInterface<KillMoment::When> {
  protected:
-  void SetUp() override {
-    ProductLife::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
-    if (const auto reason = KilledRun::whyImpossible()) {
-      GTEST_SKIP() << *reason;
-    }
+  [[nodiscard]] std::optional<std::string> whyImpossible() override {
+    const auto reason = ProductLife::whyImpossible();
+    return reason ? reason : KilledRun::whyImpossible();
   }
 
   static bool isTemporary(const std::string& path) {

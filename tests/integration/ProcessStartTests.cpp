@@ -154,12 +154,7 @@ TEST_F(ProcessStart, WithNobodyLoggedInAgentsAreSkippedAndTheStateBecomesSuccess
 
 class LoggedIn : public ProcessStart {
  protected:
-  void SetUp() override {
-    ProcessStart::SetUp();
-    if (!IsSkipped() && !root().hasProcesses()) {
-      GTEST_SKIP() << "no login window can be shown: " << root().whyNoMounts();
-    }
-  }
+  [[nodiscard]] bool needsProc() const override { return true; }
 };
 
 TEST_F(LoggedIn, AgentsAreLoadedInsideTheSessionOfTheConsolesUser) {

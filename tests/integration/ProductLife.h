@@ -25,11 +25,7 @@ class ProductLife : public EngineInRoot {
 
   [[nodiscard]] bool needsProc() const override { return true; }
 
-  void SetUp() override {
-    EngineInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
     makeCore(bundle(), "1.0", "core 1");
     makeTools(bundle());
     bundle().stageFile("Legacy", "/opt/legacy/old", "old");

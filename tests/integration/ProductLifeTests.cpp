@@ -217,11 +217,8 @@ TEST_F(ProductLife, ADamagedReceiptIsMendedFromTheBundleThatInstalledTheProduct)
 /// What a receipt that misbehaves does to a run: a program of the tests stands in for its engine.
 class OddReceipt : public ProductLife {
  protected:
-  void SetUp() override {
-    ProductLife::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
+    ProductLife::prepare();
     installFirstVersion();
     root().copyIn(CORVANE_RECEIPT_STAND_IN, kReceiptEngine);
   }

@@ -25,11 +25,8 @@ const std::string kFailed = "success=0 state=1 published=\n";
 
 class Receipt : public tests::StepInRoot {
  protected:
-  void SetUp() override {
-    StepInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
+    StepInRoot::prepare();
     makeBundle({});
   }
 
@@ -349,11 +346,9 @@ TEST_F(Receipt, WhatCannotBePutOnDiskIsNotPublished) {
 
 class KilledReceipt : public Receipt {
  protected:
-  void SetUp() override {
-    Receipt::SetUp();
-    if (const auto reason = KilledRun::whyImpossible(); reason && !IsSkipped()) {
-      GTEST_SKIP() << *reason;
-    }
+  [[nodiscard]] std::optional<std::string> whyImpossible() override {
+    const auto reason = Receipt::whyImpossible();
+    return reason ? reason : KilledRun::whyImpossible();
   }
   bool killedAt(const KillMoment& moment) { return KilledRun::run(root(), command("write-receipt"), moment).reached; }
   void forgetReceipts() { ASSERT_TRUE(root().shell("rm -rf '" + kLocation + "'").succeeded()); }

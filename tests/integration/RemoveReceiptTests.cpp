@@ -23,11 +23,9 @@ const std::string kFailed = "success=0 state=1 published=\n";
 
 class RemoveReceipt : public tests::StepInRoot {
  protected:
-  void SetUp() override {
-    StepInRoot::SetUp();
-    if (!IsSkipped()) {
-      makeReceipt();
-    }
+  void prepare() override {
+    StepInRoot::prepare();
+    makeReceipt();
   }
   void makeReceipt() {
     root().writeFile(kReceipt + "/Contents/MacOS/InstallationDeployer", "engine", 0755);

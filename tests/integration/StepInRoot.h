@@ -16,12 +16,7 @@ class StepInRoot : public InPrivateRoot {
  protected:
   static constexpr const char* kDriver = "/run/step-driver";
 
-  void SetUp() override {
-    InPrivateRoot::SetUp();
-    if (!IsSkipped()) {
-      root().copyIn(CORVANE_STEP_DRIVER, kDriver);
-    }
-  }
+  void prepare() override { root().copyIn(CORVANE_STEP_DRIVER, kDriver); }
 
   void writePropertyList(const std::string& path, const PropertyList& value) {
     const auto document = foundation::plist::serialize(value, foundation::plist::Format::Xml);

@@ -15,12 +15,7 @@ class WatchedEngineInRoot : public EngineInRoot {
  protected:
   static constexpr const char* kWatcher = "/run/status-watcher";
 
-  void SetUp() override {
-    EngineInRoot::SetUp();
-    if (!IsSkipped()) {
-      root().copyIn(CORVANE_STATUS_WATCHER, kWatcher);
-    }
-  }
+  void prepare() override { root().copyIn(CORVANE_STATUS_WATCHER, kWatcher); }
 
   /// A product whose installation waits in the state 17 (running executables) until letGoOn().
   void makeProductThatWaits() {

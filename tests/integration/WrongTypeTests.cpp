@@ -63,11 +63,7 @@ class WrongType : public EngineInRoot {
     return {std::move(manifest), std::move(path), std::move(obeyed), {wrongNumber(), wrongText(), wrongList()}};
   }
 
-  void SetUp() override {
-    EngineInRoot::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
+  void prepare() override {
     makeComponents();
     manifests_["Index"] = dictionary(
         {{"Products", dictionary({{kProduct, product({"Core"})}, {"Other", product({"Second"})}})},

@@ -16,6 +16,8 @@ class FrontEndInRoot : public WatchedEngineInRoot {
   static constexpr const char* kReceiptFrontEnd =
       "/Library/Application Support/Corvane/Guard/Installer.app/Contents/MacOS/Installer";
   static constexpr const char* kLog = "/var/log/com.corvane.installer.log";
+  static constexpr const char* kWaiting = "Running executables";
+  static constexpr const char* kCancelling = "Cancelling: the engine finishes the step that is running";
 
   [[nodiscard]] bool needsProc() const override { return true; }
 

@@ -8,43 +8,20 @@
 #include <fstream>
 #include <memory>
 
-#include "tests/support/KilledRun.h"
-#include "tests/support/PrivateRoot.h"
+#include "tests/integration/PrivateRootTest.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using support::CommandRule;
-using support::KilledOutcome;
-using support::KilledRun;
-using support::KillMoment;
 using support::Outcome;
 using support::PrivateRoot;
 using support::PrivateRootError;
 using support::RecordedCall;
 using support::RunningProgram;
 using support::RunOptions;
-
-std::string wayName(const ::testing::TestParamInfo<PrivateRoot::Way>& way) {
-  return way.param == PrivateRoot::Way::Mounts ? "Mounts" : "Copies";
-}
-
-/// Every test runs in both ways, so that the one the machine at hand does not need is tried as well.
-class PrivateRootTest : public ::testing::TestWithParam<PrivateRoot::Way> {
- protected:
-  void SetUp() override {
-    if (const auto reason = PrivateRoot::whyImpossible(GetParam())) {
-      GTEST_SKIP() << *reason;
-    }
-    PrivateRoot::Options options;
-    options.way = GetParam();
-    root_ = std::make_unique<PrivateRoot>(options);
-  }
-
-  PrivateRoot& root() { return *root_; }
-
-  std::unique_ptr<PrivateRoot> root_;
-};
+using tests::PrivateRootTest;
+using tests::wayName;
 
 INSTANTIATE_TEST_SUITE_P(BothWays, PrivateRootTest,
                          ::testing::Values(PrivateRoot::Way::Mounts, PrivateRoot::Way::Copies), wayName);
@@ -302,64 +279,6 @@ TEST_P(PrivateRootTest, RunsAProgramOfTheBuildWithItsLibraries) {
   const Outcome outcome = root().run({"/tmp/tests", "--gtest_list_tests"}, options);
   EXPECT_TRUE(outcome.succeeded()) << outcome.description();
   EXPECT_NE(outcome.standardOutput.find("RunsAProgramOfTheBuild"), std::string::npos);
-}
-
-class KilledRunTest : public PrivateRootTest {
- protected:
-  void SetUp() override {
-    PrivateRootTest::SetUp();
-    if (const auto reason = KilledRun::whyImpossible(); reason && !IsSkipped()) {
-      GTEST_SKIP() << *reason;
-    }
-  }
-
-  KilledOutcome makeFolders(unsigned long number, KillMoment::When when) {
-    KillMoment moment;
-    moment.calls = KilledRun::nameAndAttributeChanges();
-    moment.number = number;
-    moment.when = when;
-    return KilledRun::run(root(), {"/bin/mkdir", "/one", "/two", "/three"}, moment);
-  }
-};
-
-INSTANTIATE_TEST_SUITE_P(BothWays, KilledRunTest, ::testing::Values(PrivateRoot::Way::Mounts, PrivateRoot::Way::Copies),
-                         wayName);
-
-TEST_P(KilledRunTest, KillsBeforeTheCallHasItsEffect) {
-  const KilledOutcome killed = makeFolders(2, KillMoment::When::Before);
-  EXPECT_TRUE(killed.reached);
-  EXPECT_EQ(killed.outcome.signal, SIGKILL);
-  EXPECT_TRUE(root().exists("/one"));
-  EXPECT_FALSE(root().exists("/two"));
-}
-
-TEST_P(KilledRunTest, KillsAfterTheCallHasHadItsEffect) {
-  const KilledOutcome killed = makeFolders(2, KillMoment::When::After);
-  EXPECT_TRUE(killed.reached);
-  EXPECT_EQ(killed.outcome.signal, SIGKILL);
-  EXPECT_TRUE(root().exists("/two"));
-  EXPECT_FALSE(root().exists("/three"));
-}
-
-TEST_P(KilledRunTest, LetsTheProgramEndWhenTheMomentNeverComes) {
-  const KilledOutcome ended = makeFolders(4, KillMoment::When::Before);
-  EXPECT_FALSE(ended.reached);
-  EXPECT_EQ(ended.callsSeen, 3U);
-  EXPECT_EQ(ended.outcome.exitCode, 0);
-  EXPECT_TRUE(root().exists("/three"));
-}
-
-TEST_P(KilledRunTest, DoesNotFollowTheProgramsChildren) {
-  KillMoment moment;
-  moment.calls = KilledRun::nameAndAttributeChanges();
-  const KilledOutcome ended = KilledRun::run(root(), {"/bin/sh", "-c", "mkdir /by-a-child; exit 5"}, moment);
-  EXPECT_FALSE(ended.reached);
-  EXPECT_EQ(ended.outcome.exitCode, 5);
-  EXPECT_TRUE(root().exists("/by-a-child"));
-}
-
-TEST_P(KilledRunTest, SaysWhyAProgramCannotBeStarted) {
-  EXPECT_THROW((void)KilledRun::run(root(), {"/no/such/program"}, KillMoment{}), PrivateRootError);
 }
 
 TEST(PrivateRoot, IsAsBigAsAskedFor) {

@@ -1,77 +1,17 @@
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 
 #include <string>
 #include <vector>
 
-#include "tests/integration/StepInRoot.h"
-#include "tests/support/KilledRun.h"
+#include "tests/integration/ReceiptInRoot.h"
 
 namespace {
 
-using support::KilledRun;
-using support::KillMoment;
 using support::Outcome;
 using support::Snapshot;
 using support::SnapshotEntry;
 
-const std::string kLocation = "/Library/Application Support/Corvane";
-const std::string kFolder = kLocation + "/Guard";
-const std::string kReceipt = kFolder + "/Installer.app";
-const std::string kTemporary = kFolder + "/temp";
-const std::string kStaging = kTemporary + "/Installer.app";
-const std::string kSucceeded = "success=1 state=0 published=\n";
-const std::string kFailed = "success=0 state=1 published=\n";
-
-class Receipt : public tests::StepInRoot {
- protected:
-  void prepare() override {
-    StepInRoot::prepare();
-    makeBundle({});
-  }
-
-  void makeBundle(const PropertyList& hasPayload) {
-    writeIndex({"Core"}, hasPayload);
-    writeComponent("Core", PropertyList::dictionary());
-    root().writeFile(inBundle("Contents/Info.plist"), "info", 0600, 501, 20);
-    root().writeFile(inBundle("Contents/MacOS/Installer"), "front end", 0700, 501, 20);
-    root().writeFile(inBundle("Contents/MacOS/InstallationDeployer"), "engine", 04711);
-    root().writeFile(inBundle("Contents/Install/Root/Core/abc"), "payload", 0640);
-    root().makeDirectory(inBundle("Contents/Resources"), 0777, 501, 20);
-  }
-  void makeOldReceipt() {
-    root().writeFile(kReceipt + "/Contents/MacOS/InstallationDeployer", "old engine", 0755, 0, 80);
-    root().writeFile(kReceipt + "/Contents/Install/Manifests/Old.plist", "old", 0644, 0, 80);
-  }
-
-  Outcome writeReceipt(const std::vector<std::string>& more = {"Core"}) {
-    return root().run(command("write-receipt", more));
-  }
-  /// As a root that has to obey the permissions of folders, so that something can go wrong for it.
-  Outcome writeReceiptWithoutOverride(const std::vector<std::string>& more) {
-    const std::string setpriv = "/usr/bin/setpriv";
-    if (!root().exists(setpriv)) {
-      root().copyIn(setpriv, setpriv);
-    }
-    EXPECT_TRUE(root().shell("chmod -R a+rX '" + std::string(kBundle) + "'").succeeded());
-    std::vector<std::string> arguments{setpriv, "--bounding-set=-dac_override,-dac_read_search", "--"};
-    const auto driver = command("write-receipt", more);
-    arguments.insert(arguments.end(), driver.begin(), driver.end());
-    return root().run(arguments);
-  }
-  Outcome writeReceiptWithoutOverride(const std::string& beforePublishing = "true") {
-    return writeReceiptWithoutOverride(std::vector<std::string>{"--before-publishing", beforePublishing, "Core"});
-  }
-
-  Snapshot receipt() { return root().snapshot(kReceipt); }
-  std::vector<std::string> pathsInReceipt() {
-    std::vector<std::string> paths;
-    for (const SnapshotEntry& entry : receipt()) {
-      paths.push_back(entry.path.substr(kReceipt.size()));
-    }
-    return paths;
-  }
-};
+class Receipt : public tests::ReceiptInRoot {};
 
 TEST_F(Receipt, WithoutThePayloadNothingUnderItReachesTheReceipt) {
   const Outcome outcome = writeReceipt();
@@ -342,59 +282,6 @@ TEST_F(Receipt, WhatCannotBePutOnDiskIsNotPublished) {
       loggedBeginning(outcome, "Error", "Failed to put what was written on disk at " + kFolder + ". Error Domain="))
       << outcome.standardError;
   EXPECT_EQ(receipt(), before);
-}
-
-class KilledReceipt : public Receipt {
- protected:
-  [[nodiscard]] std::optional<std::string> whyImpossible() override {
-    const auto reason = Receipt::whyImpossible();
-    return reason ? reason : KilledRun::whyImpossible();
-  }
-  bool killedAt(const KillMoment& moment) { return KilledRun::run(root(), command("write-receipt"), moment).reached; }
-  void forgetReceipts() { ASSERT_TRUE(root().shell("rm -rf '" + kLocation + "'").succeeded()); }
-};
-
-TEST_F(KilledReceipt, TheReceiptIsTheOldOrTheNewOneWheneverTheRunIsKilledAndTheNextRunSucceeds) {
-  ASSERT_EQ(writeReceipt().standardOutput, kSucceeded);
-  const Snapshot complete = root().snapshot(kLocation);
-  const Snapshot newReceipt = receipt();
-  forgetReceipts();
-  makeOldReceipt();
-  const Snapshot oldReceipt = receipt();
-  KillMoment moment;
-  moment.calls = KilledRun::nameAndAttributeChanges();
-  bool sawOld = false;
-  bool sawNew = false;
-  for (moment.number = 1;; ++moment.number) {
-    forgetReceipts();
-    makeOldReceipt();
-    if (!killedAt(moment)) {
-      break;
-    }
-    const Snapshot left = receipt();
-    sawOld = sawOld || left == oldReceipt;
-    sawNew = sawNew || left == newReceipt;
-    ASSERT_TRUE(left == oldReceipt || left == newReceipt) << "killed at change " << moment.number << ":\n"
-                                                          << support::listing(left);
-    ASSERT_EQ(writeReceipt().standardOutput, kSucceeded);
-    ASSERT_EQ(receipt(), newReceipt);
-    ASSERT_FALSE(root().exists(kTemporary));
-  }
-  EXPECT_TRUE(sawOld);
-  EXPECT_TRUE(sawNew);
-}
-
-TEST_F(KilledReceipt, TheDataIsOnDiskBeforeTheReceiptShowsAndTheFolderBeforeTheStepSucceeds) {
-  KillMoment moment;
-  moment.calls = {SYS_syncfs};
-  moment.number = 1;
-  ASSERT_TRUE(killedAt(moment));
-  EXPECT_FALSE(root().exists(kReceipt));
-  EXPECT_TRUE(root().exists(kStaging + "/Contents/MacOS/Installer"));
-  moment.number = 2;
-  ASSERT_TRUE(killedAt(moment));
-  EXPECT_TRUE(root().exists(kReceipt + "/Contents/MacOS/Installer"));
-  EXPECT_FALSE(root().exists(kTemporary));
 }
 
 TEST_F(Receipt, ASecondEngineWaitsUntilTheFirstHasItsReceiptInPlace) {

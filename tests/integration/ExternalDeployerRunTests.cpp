@@ -212,9 +212,9 @@ TEST_F(ExternalDeployerRun, CancelledItselfLetsTheOtherEngineFinish) {
   deliver();
   auto engine = startWatchedInstall();
   waitForWaiter(engine);
-  EXPECT_EQ(watch(engine, {"cancel", "state"}), "cancel sent\nstate 17\n");
   auto watcher = startWatcher(engine, {"observe", "follow", "shutdown"});
   ASSERT_TRUE(watcher.waitForStandardOutput("state 17\n")) << watcher.standardOutputSoFar();
+  EXPECT_EQ(watch(engine, {"cancel", "state"}), "cancel sent\nstate 17\n");
   letGoOn();
   EXPECT_EQ(engine.wait().exitCode, 21);
   EXPECT_TRUE(root().exists(kExternalReceipt));

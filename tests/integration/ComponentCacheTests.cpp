@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "tests/integration/StepInRoot.h"
-#include "tests/support/FileEntries.h"
+#include "tests/support/PropertyLists.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ const std::string kSuccess = "success=1 state=0 published=\n";
 const std::string kFailure = "success=0 state=1 published=\n";
 
 /// Modifiable files that the manifest of the component Core lists.
-class ComponentCache : public tests::StepInRoot, protected tests::FileEntries {
+class ComponentCache : public tests::StepInRoot {
  protected:
   using PropertyList = foundation::PropertyList;
 

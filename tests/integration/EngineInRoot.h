@@ -3,7 +3,6 @@
 #include <chrono>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "tests/integration/InPrivateRoot.h"
@@ -50,11 +49,6 @@ class EngineInRoot : public InPrivateRoot {
     }
     return true;
   }
-
-  static PropertyList dictionary(std::vector<std::pair<std::string, PropertyList>> entries) {
-    return PropertyList::dictionary(std::move(entries));
-  }
-  static PropertyList array(PropertyList::Array elements) { return PropertyList(std::move(elements)); }
 
  private:
   BundleMaker bundle_{CORVANE_ENGINE};

@@ -8,18 +8,16 @@
 #include <string>
 #include <string_view>
 
-#include "general/foundation/propertylist/PropertyList.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/PrivateRoot.h"
+#include "tests/support/PropertyLists.h"
 
 namespace tests {
 
 /// A test that has a private root directory, and an installer bundle on a mounted volume in it. Skipped, with the
 /// reason, where no such root can be had or what it needs cannot run in it.
-class InPrivateRoot : public ::testing::Test {
+class InPrivateRoot : public ::testing::Test, protected PropertyLists {
  protected:
-  using PropertyList = foundation::PropertyList;
-
   static constexpr const char* kBundle = "/Volumes/Disk Image/Installer.app";
   static constexpr const char* kProduct = "Guard";
 

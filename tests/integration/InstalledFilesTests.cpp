@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "tests/integration/StepInRoot.h"
-#include "tests/support/FileEntries.h"
+#include "tests/support/PropertyLists.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ const std::string kRemoved = "success=1 state=20 published=20\n";
 const std::string kFailed = "success=0 state=1 published=20\n";
 
 /// Items on disk that the manifest of the component Core lists.
-class InstalledFiles : public tests::StepInRoot, protected tests::FileEntries {
+class InstalledFiles : public tests::StepInRoot {
  protected:
   using PropertyList = foundation::PropertyList;
 

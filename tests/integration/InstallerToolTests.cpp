@@ -14,20 +14,16 @@
 
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/PrivateRoot.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using foundation::PropertyList;
 using support::Outcome;
 
-PropertyList dictionary(std::vector<std::pair<std::string, PropertyList>> entries) {
-  return PropertyList::dictionary(std::move(entries));
-}
-
 /// The real command and the real engine, with a staged product of one component.
-class InstallerTool : public ::testing::Test {
+class InstallerTool : public ::testing::Test, protected tests::PropertyLists {
  protected:
   InstallerTool() {
     folder_.write("Staged/Library/LaunchDaemons/com.example.guard.plist", "<plist/>");

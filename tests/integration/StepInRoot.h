@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "InstallationDeployer/BundleLayout.h"
@@ -24,16 +23,9 @@ class StepInRoot : public InPrivateRoot {
     root().writeFile(path, *document);
   }
   void writeIndex(const std::vector<std::string>& components, const PropertyList& receiptHasPayload = {}) {
-    const auto phase =
-        PropertyList::dictionary({{std::string(deployer::kQVNInstallPhaseType), deployer::kQVNInstallPhaseLocalPayload},
-                                  {std::string(deployer::kManifestIndexListOfComponents), PropertyList(components)}});
-    const auto product = PropertyList::dictionary(
-        {{std::string(deployer::kManifestIndexListOfPhases), PropertyList(PropertyList::Array{phase})}});
     writePropertyList(inBundle("Contents/Install/Manifests/Index.plist"),
-                      PropertyList::dictionary(
-                          {{std::string(deployer::kManifestIndexDictionaryOfProducts),
-                            PropertyList::dictionary({{kProduct, product}})},
-                           {std::string(deployer::kManifestIndexReceiptHasPayloadContents), receiptHasPayload}}));
+                      indexOfComponents(kProduct, components)
+                          .with(deployer::kManifestIndexReceiptHasPayloadContents, receiptHasPayload));
   }
   void writeComponent(const std::string& name, const PropertyList& manifest) {
     writePropertyList(inBundle("Contents/Install/Manifests/" + name + ".plist"), manifest);

@@ -122,12 +122,10 @@ class WrongType : public EngineInRoot {
   }
 
  private:
-  static PropertyList product(PropertyList::Array components) {
+  static PropertyList product(const std::vector<std::string>& components) {
     const PropertyList crossGrade =
         dictionary({{"ProductName", kOldProduct}, {"AllowCrossGrades", true}, {"TreatAsUpdate", true}});
-    const PropertyList phase =
-        dictionary({{"InstallPhaseType", "LocalPayload"}, {"ListOfComponents", array(std::move(components))}});
-    return dictionary({{"ListOfInstallPhases", array({phase})}, {"CrossGrades", array({crossGrade})}});
+    return PropertyLists::product({localPayload(components)}, array({crossGrade}));
   }
   static PropertyList detected(const std::string& name, const std::string& path) {
     return dictionary({{"ProductName", name}, {"ProductDetectionPaths", array({PropertyList(path)})}});

@@ -17,6 +17,7 @@
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeStepContext.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tests {
@@ -27,7 +28,7 @@ inline bool mentions(const CapturedLog& log, std::string_view part) {
 }
 
 /// A test of a single step: a bundle in a scratch directory of the test's own, a run and the plan.
-class StepTest : public ::testing::Test {
+class StepTest : public ::testing::Test, protected PropertyLists {
  protected:
   StepTest() {
     std::filesystem::create_directories(bundle() + "/" + std::string(deployer::kQVNManifestDirectoryPath));
@@ -38,16 +39,9 @@ class StepTest : public ::testing::Test {
   [[nodiscard]] std::string bundle() const { return scratch_.path("Installer.app"); }
   [[nodiscard]] std::string path(std::string_view name) const { return scratch_.path(name); }
 
-  void writeIndex(const foundation::PropertyList& components) {
-    using foundation::PropertyList;
-    const auto phase =
-        PropertyList::dictionary({{std::string(deployer::kQVNInstallPhaseType), deployer::kQVNInstallPhaseLocalPayload},
-                                  {std::string(deployer::kManifestIndexListOfComponents), components}});
-    const auto product = PropertyList::dictionary(
-        {{std::string(deployer::kManifestIndexListOfPhases), PropertyList(PropertyList::Array{phase})}});
-    const auto index = PropertyList::dictionary(
-        {{std::string(deployer::kManifestIndexDictionaryOfProducts), PropertyList::dictionary({{product_, product}})}});
-    write(index, std::string(deployer::kQVNManifestIndexName));
+  void writeIndex(const PropertyList& components) {
+    const PropertyList phase = localPayload({}).with(deployer::kManifestIndexListOfComponents, components);
+    write(indexOf(product_, product({phase})), std::string(deployer::kQVNManifestIndexName));
   }
   void writeComponent(const std::string& name, const foundation::PropertyList& manifest) {
     write(manifest, name + ".plist");

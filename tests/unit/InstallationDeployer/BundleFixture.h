@@ -3,31 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "general/foundation/propertylist/PropertyList.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tests {
 
 /// A bundle in a folder of its own whose manifests a test writes key by key.
-class BundleFixture {
+class BundleFixture : public PropertyLists {
  public:
-  using PropertyList = foundation::PropertyList;
-
-  [[nodiscard]] static PropertyList dictionary(std::vector<std::pair<std::string, PropertyList>> entries) {
-    return PropertyList::dictionary(std::move(entries));
-  }
-  [[nodiscard]] static PropertyList array(PropertyList::Array elements) { return PropertyList(std::move(elements)); }
-  [[nodiscard]] static PropertyList localPayload(const std::vector<std::string>& components) {
-    return dictionary({{"InstallPhaseType", "LocalPayload"}, {"ListOfComponents", PropertyList(components)}});
-  }
-  [[nodiscard]] static PropertyList product(PropertyList::Array phases, PropertyList crossGrades = {}) {
-    return dictionary({{"ListOfInstallPhases", array(std::move(phases))}, {"CrossGrades", std::move(crossGrades)}});
-  }
-
   [[nodiscard]] std::string path() const { return directory_.path("Installer.app"); }
   [[nodiscard]] std::string path(const std::string& below) const { return path() + "/" + below; }
   void writeIndex(const PropertyList& index) const { writeManifest("Index", index); }

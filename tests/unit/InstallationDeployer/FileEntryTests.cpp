@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "InstallationDeployer/FileEntry.h"
-#include "tests/support/FileEntries.h"
+#include "tests/support/PropertyLists.h"
 
 using namespace deployer;
 using foundation::FileAttributes;
@@ -15,7 +15,7 @@ using foundation::PropertyList;
 
 namespace {
 
-using Keys = tests::FileEntries::Keys;
+using Keys = tests::PropertyLists::Keys;
 
 FileEntry entryWith(Keys keys) { return FileEntry(PropertyList::dictionary(std::move(keys))); }
 FileEntry entryAt(PropertyList path) { return entryWith({{"Path", std::move(path)}}); }
@@ -70,7 +70,8 @@ TEST(FileEntry, ReadsBooleansFromNumbersAndTexts) {
 TEST(FileEntry, WhatItAnswersOutlivesTheManifestItCameFrom) {
   std::optional<FileEntry> entry;
   {
-    const auto manifest = tests::FileEntries::manifestOf({PropertyList::dictionary({{"Path", "/a longer path/item"}})});
+    const auto manifest =
+        tests::PropertyLists::manifestOf({PropertyList::dictionary({{"Path", "/a longer path/item"}})});
     entry.emplace(manifest["ListOfFiles"].at(0));
   }
   EXPECT_EQ(entry->path(), "/a longer path/item");

@@ -11,6 +11,7 @@
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/CapturedLog.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/unit/InstallationDeployer/BundleFixture.h"
 
@@ -25,14 +26,9 @@ constexpr const char* kDigestOfNothing = "e3b0c44298fc1c149afbf4c8996fb92427ae41
 constexpr const char* kDigestOfAbc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
 
 /// A bundle without manifests and a staged tree beside it.
-class ManifestAuthoring : public ::testing::Test {
+class ManifestAuthoring : public ::testing::Test, protected tests::PropertyLists {
  protected:
   using Names = std::vector<std::string>;
-
-  static PropertyList dictionary(std::vector<std::pair<std::string, PropertyList>> entries) {
-    return PropertyList::dictionary(std::move(entries));
-  }
-  static PropertyList array(PropertyList::Array elements) { return {std::move(elements)}; }
 
   [[nodiscard]] std::string staged(const std::string& below = "") const {
     return directory_.path(below.empty() ? "staged" : "staged/" + below);

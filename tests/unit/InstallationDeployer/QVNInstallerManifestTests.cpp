@@ -12,6 +12,7 @@
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/CapturedLog.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace deployer {
@@ -20,13 +21,9 @@ namespace {
 using foundation::PropertyList;
 using Names = QVNInstallerManifest::Names;
 
-PropertyList dictionary(std::vector<std::pair<std::string, PropertyList>> entries) {
-  return PropertyList::dictionary(std::move(entries));
-}
-
 PropertyList names(const std::vector<std::string>& texts) { return PropertyList(texts); }
 
-class ManifestQueries : public ::testing::Test {
+class ManifestQueries : public ::testing::Test, protected tests::PropertyLists {
  protected:
   void writeIndex(const PropertyList& index) const { write("Index", index); }
   void write(const std::string& name, const PropertyList& content) const {
@@ -37,11 +34,10 @@ class ManifestQueries : public ::testing::Test {
     return directory_.path("Contents/Install/Manifests/" + name + ".plist");
   }
   void writeProduct(const std::string& product, const PropertyList& phases) const {
-    writeIndex(dictionary({{"Products", dictionary({{product, dictionary({{"ListOfInstallPhases", phases}})}})}}));
+    writeIndex(indexOf(product, dictionary({{"ListOfInstallPhases", phases}})));
   }
   void writeProduct(const std::string& product, const std::vector<std::string>& components) const {
-    writeProduct(product, PropertyList(PropertyList::Array{dictionary(
-                              {{"InstallPhaseType", "LocalPayload"}, {"ListOfComponents", names(components)}})}));
+    writeIndex(indexOfComponents(product, components));
   }
   void writeFiles(const std::string& component, const std::vector<std::string>& filePaths) const {
     PropertyList::Array entries;

@@ -33,18 +33,9 @@ class ReceiptAskingTest : public ::testing::Test, protected tests::BundleFixture
     client_.records = records({{"A", "1.0"}, {"B", "1.0"}});
   }
 
-  void writeProduct(const Texts& components) const {
-    writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload(components)})}})}}));
-  }
+  void writeProduct(const Texts& components) const { writeIndex(indexOfComponents("P", components)); }
   void writeVersion(const std::string& component, const std::string& version) const {
     writeManifest(component, dictionary({{"ComponentVersion", version}}));
-  }
-  [[nodiscard]] static PropertyList records(const std::vector<std::pair<std::string, std::string>>& installed) {
-    PropertyList::Array list;
-    for (const auto& [name, version] : installed) {
-      list.push_back(dictionary({{"ComponentName", name}, {"ComponentVersion", version}}));
-    }
-    return array(std::move(list));
   }
   static std::string statusLine() {
     return "----- <" + foundation::currentThreadName() +

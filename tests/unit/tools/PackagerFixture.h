@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "general/foundation/propertylist/PropertyListFile.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tools/building/BundleBuilder.h"
 #include "tools/building/BundleDescription.h"
@@ -23,10 +24,8 @@ namespace tests {
 
 /// A packager's folder with everything a bundle needs: a component "Core" of product "P" with one file, a front end and
 /// an engine. Tests change what they are about.
-class PackagerFixture : public ::testing::Test {
+class PackagerFixture : public ::testing::Test, protected PropertyLists {
  protected:
-  using PropertyList = foundation::PropertyList;
-
   PackagerFixture() {
     stage("opt/file", "abc");
     makeExecutable("FrontEnd");
@@ -34,10 +33,6 @@ class PackagerFixture : public ::testing::Test {
     folder_.makeDirectory("out");
   }
 
-  static PropertyList dictionary(std::vector<std::pair<std::string, PropertyList>> entries) {
-    return PropertyList::dictionary(std::move(entries));
-  }
-  static PropertyList array(PropertyList::Array elements) { return {std::move(elements)}; }
   static PropertyList component(const std::string& name = "Core", PropertyList products = array({"P"})) {
     return dictionary(
         {{"Name", name}, {"Version", "1"}, {"StagedFolder", "Staged/" + name}, {"Products", std::move(products)}});

@@ -5,7 +5,7 @@
 
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/install/InstallAction.h"
-#include "tests/support/FileEntries.h"
+#include "tests/support/PropertyLists.h"
 
 namespace deployer {
 namespace {
@@ -14,7 +14,7 @@ using Kind = InstallAction::Kind;
 using foundation::PropertyList;
 
 /// The rules of a component Core that is installed below /target.
-class InstallActionTest : public ::testing::Test, protected tests::FileEntries {
+class InstallActionTest : public ::testing::Test, protected tests::PropertyLists {
  protected:
   [[nodiscard]] InstallAction decide(const PropertyList& entry) const { return rules_.decide(FileEntry(entry)); }
   [[nodiscard]] static PropertyList file(std::string_view path, std::string_view checksum = "abc") {

@@ -14,14 +14,14 @@
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "InstallationDeployer/install/QVNInstallComponentsStrategy.h"
 #include "general/foundation/files/FileAttributes.h"
-#include "tests/support/FileEntries.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/StepTest.h"
 
 namespace tests {
 
 /// A test of the step that installs: a payload, manifests and a target folder that stands for the volume's root.
 /// Runs with a umask that would take everything away from group and others.
-class InstallComponentsTest : public StepTest, protected FileEntries {
+class InstallComponentsTest : public StepTest {
  protected:
   using PropertyList = foundation::PropertyList;
   using Step = deployer::QVNInstallComponentsStrategy;

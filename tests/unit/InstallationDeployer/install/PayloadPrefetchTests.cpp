@@ -11,13 +11,13 @@
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "InstallationDeployer/install/PayloadPrefetch.h"
-#include "tests/support/FileEntries.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace deployer {
 namespace {
 
-using tests::FileEntries;
+using tests::PropertyLists;
 using tests::TemporaryDirectory;
 
 std::string checksumOf(const std::string& content) {
@@ -29,7 +29,7 @@ class PayloadPrefetchTest : public ::testing::Test {
   static InstallAction fileAction(const std::string& source, const std::string& destination,
                                   const std::string& checksum) {
     return {.kind = InstallAction::Kind::PayloadFile,
-            .entry = FileEntry(FileEntries::entry(destination, {{std::string(kManifestSHAChecksum), checksum}})),
+            .entry = FileEntry(PropertyLists::entry(destination, {{std::string(kManifestSHAChecksum), checksum}})),
             .destination = destination,
             .source = source};
   }

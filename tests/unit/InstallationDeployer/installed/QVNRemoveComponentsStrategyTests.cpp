@@ -9,7 +9,7 @@
 
 #include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
 #include "general/foundation/propertylist/TextFormat.h"
-#include "tests/support/FileEntries.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/StepTest.h"
 
 namespace {
@@ -19,7 +19,7 @@ using deployer::QVNRemoveComponentsStrategy;
 using tests::CapturedLog;
 using namespace std::string_literals;
 
-class RemoveComponents : public tests::StepTest, protected tests::FileEntries {
+class RemoveComponents : public tests::StepTest {
  protected:
   static constexpr uid_t kSomebody = 501;
 

@@ -9,7 +9,7 @@
 #include "InstallationDeployer/installed/QVNValidateStrategy.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
 #include "general/foundation/propertylist/TextFormat.h"
-#include "tests/support/FileEntries.h"
+#include "tests/support/PropertyLists.h"
 #include "tests/support/StepTest.h"
 
 namespace {
@@ -19,7 +19,7 @@ using deployer::QVNValidateStrategy;
 using tests::CapturedLog;
 using namespace std::string_literals;
 
-class Validate : public tests::StepTest, protected tests::FileEntries {
+class Validate : public tests::StepTest {
  protected:
   static constexpr int kWrong = 4711;
 

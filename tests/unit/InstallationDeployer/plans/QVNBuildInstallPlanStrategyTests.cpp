@@ -20,17 +20,10 @@ class BuildPlan : public ::testing::Test, protected tests::BundleFixture {
   void SetUp() override { run_.configuration().setProductName("P"); }
 
   void writeProduct(const std::vector<std::string>& components) const {
-    writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload(components)})}})}}));
+    writeIndex(indexOfComponents("P", components));
   }
   void writeVersion(const std::string& component, const std::string& version, PropertyList::Array entries = {}) const {
     writeManifest(component, dictionary({{"ComponentVersion", version}, {"ListOfFiles", array(std::move(entries))}}));
-  }
-  [[nodiscard]] static PropertyList records(const std::vector<std::pair<std::string, std::string>>& installed) {
-    PropertyList::Array list;
-    for (const auto& [name, version] : installed) {
-      list.push_back(dictionary({{"ComponentName", name}, {"ComponentVersion", version}}));
-    }
-    return array(std::move(list));
   }
   [[nodiscard]] std::optional<Plan> upgrade(const PropertyList& installed) {
     auto found = installStep_.upgradePlanForComponents(installed);

@@ -23,7 +23,7 @@ class ReceiptService : public ::testing::Test, protected tests::BundleFixture {
     run_.configuration().setInstall(false);
     run_.configuration().setReceipt(true);
     run_.configuration().setBundlePathIsReceipt(true);
-    writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({"A", "B"})})}})}}));
+    writeIndex(indexOfComponents("P", {"A", "B"}));
     writeComponent("A", {});
     writeComponent("B", {});
   }

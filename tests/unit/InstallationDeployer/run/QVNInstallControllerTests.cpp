@@ -189,7 +189,7 @@ TEST_F(InstallController, RelativeDetectionPathLiesInThePayload) {
 }
 
 TEST_F(InstallController, RemovalOutsideTheReceiptIsRefused) {
-  writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({})})}})}}));
+  writeIndex(indexOfComponents("P", {}));
   QVNInstallConfiguration configuration;
   configuration.setBundlePath(path());
   configuration.setRemove(true);
@@ -234,7 +234,7 @@ TEST_F(InstallController, InstallerInsideTheInstalledProductIsRefused) {
 }
 
 TEST_F(InstallController, ProductNameThatIsNoFolderNameIsRefused) {
-  writeIndex(dictionary({{"Products", dictionary({{"../../tmp/evil", product({localPayload({})})}})}}));
+  writeIndex(indexOfComponents("../../tmp/evil", {}));
   QVNInstallController controller(installOf(std::nullopt));
   const tests::CapturedLog log;
   controller.startController();
@@ -246,7 +246,7 @@ TEST_F(InstallController, WatchedRunWaitsUntilItsServiceIsToldToEnd) {
   if (const auto reason = tests::enterPrivateRunFolder()) {
     GTEST_SKIP() << *reason;
   }
-  writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({})})}})}}));
+  writeIndex(indexOfComponents("P", {}));
   for (const char* product : {"Q", "../P"}) {
     QVNInstallConfiguration configuration = installOf(product);
     configuration.setStatusServer(true);
@@ -284,7 +284,7 @@ TEST_F(InstallController, UnwatchedRunHasNoService) {
 }
 
 TEST_F(InstallController, OneReceiptClientServesTheStepsOfARun) {
-  writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({})})}})}}));
+  writeIndex(indexOfComponents("P", {}));
   PlannedController controller(installOf("P"));
   const auto root = controller.buildStrategies();
   const auto& steps = dynamic_cast<const QVNAggregateInstallStrategy&>(*root).steps();
@@ -302,7 +302,7 @@ TEST_F(InstallController, ReceiptServiceIsShutDownAfterSuccessFailureAndExceptio
   for (const Case& tried :
        {Case{"Q", false, "The product Q does not exist in the manifest. InstallPhaseDictionaries = (null)"},
         Case{"P", true, "The run cannot go on. out of luck"}}) {
-    writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({})})}})}}));
+    writeIndex(indexOfComponents("P", {}));
     ControllerWithClient controller(installOf(tried.product));
     controller.throws = tried.throws;
     const tests::CapturedLog log;
@@ -365,7 +365,7 @@ TEST_F(InstallController, StateChangesAreLoggedAndFailureIsAnnounced) {
 }
 
 TEST_F(InstallController, FreshInstallTreeHasTheLocalStepsAndTheReceipt) {
-  writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({"A"})})}})}}));
+  writeIndex(indexOfComponents("P", {"A"}));
   PlannedController controller(installOf("P"));
   const tests::CapturedLog log;
   const auto root = controller.buildStrategies();
@@ -409,7 +409,7 @@ TEST_F(InstallController, ExternalPhaseGetsItsStepAfterTheLocalOnes) {
 }
 
 TEST_F(InstallController, UnknownProductFailsWithTheMissingPhases) {
-  writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({})})}})}}));
+  writeIndex(indexOfComponents("P", {}));
   QVNInstallController controller(installOf("Q"));
   const tests::CapturedLog log;
   controller.startController();
@@ -529,7 +529,7 @@ TEST_F(InstallController, FirstPhaseThatIsNoPayloadEndsTheRunWithItsMessage) {
 }
 
 TEST_F(InstallController, RemovalTreeWithoutCleanupHasFourSteps) {
-  writeIndex(dictionary({{"Products", dictionary({{"P", product({localPayload({"A"})})}})}}));
+  writeIndex(indexOfComponents("P", {"A"}));
   QVNInstallConfiguration configuration;
   configuration.setBundlePath(path());
   configuration.setRemove(true);

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/PropertyLists.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tools/rules/CheckedDictionary.h"
 
@@ -15,12 +16,11 @@ namespace {
 using foundation::PropertyList;
 using Need = CheckedDictionary::Need;
 
-class CheckedDictionaryTest : public ::testing::Test {
+class CheckedDictionaryTest : public ::testing::Test, protected tests::PropertyLists {
  protected:
   [[nodiscard]] CheckedDictionary made(std::vector<std::pair<std::string, PropertyList>> entries) {
     return {"f", "Top[1]", PropertyList::dictionary(std::move(entries)), problems_};
   }
-  static PropertyList array(PropertyList::Array elements) { return {std::move(elements)}; }
   /// The complaints since the last call.
   std::vector<std::string> complaints() {
     std::vector<std::string> all;

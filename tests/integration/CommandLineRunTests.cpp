@@ -8,9 +8,7 @@ namespace {
 
 class CommandLineRun : public EngineInRoot {
  protected:
-  void prepare() override {
-    deliverBundle();
-  }
+  void prepare() override { deliverBundle(); }
   static bool showsUsage(const support::Outcome& outcome) {
     return outcome.standardError.find(deployer::usageText()) != std::string::npos &&
            logged(outcome, "Error", "usage failure launching InstallationDeployer");

@@ -154,20 +154,29 @@ TEST_F(InstallRun, OtherProductThatMayNotBeCrossGradedEndsWithThree) {
 TEST_F(InstallRun, OtherProductWithItsReceiptThatMayBeCrossGradedIsLeftToItsReceipt) {
   bundle().stageFile("Core", "/opt/core", "x");
   bundle().addComponent("Core", "1", kProduct);
+  bundle().stageFile("OtherCore", "/opt/other", "x");
+  bundle().addComponent("OtherCore", "1", "Other");
   bundle().setOptions(
       {},
       dictionary(
-          {{"Products",
+          {{"ProductRemovals", array({dictionary({{"ProductName", "Other"},
+                                                  {"ProductDetectionPaths", array({"/opt/other"})},
+                                                  {"ListOfComponents", array({"OtherCore"})}})})},
+           {"Products",
             dictionary({{kProduct, dictionary({{"CrossGrades", array({dictionary({{"ProductName", "Other"},
                                                                                   {"AllowCrossGrades", true},
                                                                                   {"TreatAsUpdate", true}})})}})}})}}));
   deliverBundle();
+  root().writeFile("/opt/other", "x");
   root().makeDirectory("/Library/Application Support/Corvane/Other/Installer.app");
-  const auto outcome = install();
+  const auto outcome = runEngine({"--install", "--product_name", kProduct});
   EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
   EXPECT_TRUE(logged(outcome, "Notice",
                      "Installing the \"Guard\" product. Detected the \"Other\" product. The previous product will be "
                      "treated as an update."));
+  EXPECT_TRUE(root().exists("/opt/core"));
+  EXPECT_TRUE(root().exists("/opt/other")) << "its receipt is to remove it";
+  EXPECT_TRUE(root().exists("/Library/Application Support/Corvane/Other/Installer.app"));
 }
 
 TEST_F(InstallRun, FirstPhaseThatIsNoPayloadEndsTheRunWithItsMessage) {

@@ -273,6 +273,7 @@ TEST_F(WrongType, CountsAsAbsentInAComponent) {
       list("Core", "ListOfFiles", manifest("Core")["ListOfFiles"]),
       list("Core", "ListOfExecutables", manifest("Core")["ListOfExecutables"]),
       list("Core", "ListOfLaunchDaemons", array({"com.corvane.guard"})),
+      list("Core", "ListOfLaunchAgents", array({"com.corvane.agent"})),
       truth("Core", "RebuildKextCache"),
       text("Core", "ListOfExecutables/0/Path", "/opt/guard/run"),
       truth("Core", "ListOfExecutables/0/ExecuteOnInstall"),

@@ -9,8 +9,8 @@
 namespace support {
 
 /// The moment at which a run is killed: at the `number`-th (from 1) system call, of all its threads, that is one of
-/// `calls`. Counted from the start of the program; its child processes are
-/// not followed, unless one of them is to be killed instead.
+/// `calls`. Counted from the start of the program; its child processes are not followed, unless one of them is to be
+/// killed instead.
 struct KillMoment {
   enum class When { Before, After };
   std::vector<long> calls;  ///< numbers as in <sys/syscall.h>

@@ -524,6 +524,8 @@ TEST_F(InstallComponents, LinksAreMadeAfterAllFilesWithTheirTextAndOwner) {
   EXPECT_EQ(statusOf(target("/a/link")).st_uid, 501U);
   EXPECT_EQ(statusOf(target("/a/link")).st_gid, 20U);
   EXPECT_EQ(state(), deployer::QVNInstallerStateInstalling);
+  EXPECT_FALSE(install({link("/early", "tool"), fileWithChecksum("/late", checksumOf("absent"))}));
+  EXPECT_FALSE(exists(target("/early"))) << "made before a file that comes after it in the list";
 }
 
 TEST_F(InstallComponents, ALinkWithoutOwnerAndGroupBelongsToRoot) {

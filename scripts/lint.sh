@@ -5,7 +5,7 @@
 #   lint.sh [--changed [BASE]] [--minutes N]
 #
 # --changed: what differs from the commit BASE, uncommitted and new files included. Without BASE that is where this branch left
-#            origin/main; on origin/main itself, the commit ten before the last.
+#            origin/main; on origin/main itself, and where there is none, the commit ten before the last.
 # --minutes: begins with no further file after so many minutes and says which ones were left out. What was changed last is
 #            looked at first.
 set -eu
@@ -22,6 +22,10 @@ while [ $# -gt 0 ]; do
   esac
   shift
 done
+
+if [ -n "$base" ] && ! git rev-parse -q --verify "$base^{commit}" >/dev/null; then
+  fail "there is no commit $base"
+fi
 
 # Where to begin when nobody says: nothing in a folder that is no checkout.
 usual_base() {
@@ -54,6 +58,7 @@ sources_for() {
 
 scripts/setup.sh --with-lint
 failed=
+looked_at="layout, locks and lint"
 find InstallationDeployer frontend general tools tests benchmarks fuzz \( -name '*.cpp' -o -name '*.h' \) -print0 |
   xargs -0 clang-format --dry-run -Werror || failed="$failed layout"
 
@@ -74,6 +79,7 @@ else
     say "linting $(wc -l <build/lint/sources) sources changed since $(git rev-parse --short "$base")"
   else
     : >build/lint/sources
+    looked_at="layout and locks"
     say "this is no checkout: nothing is linted"
   fi
 fi
@@ -96,5 +102,5 @@ if [ -e build/lint/left-out ]; then
   say "layout and locks are clean, and so is what there was time to lint; left out:"
   cat build/lint/left-out
 else
-  say "layout, locks and lint are clean"
+  say "$looked_at are clean"
 fi

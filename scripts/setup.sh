@@ -6,7 +6,8 @@ usage() {
   echo "usage: setup.sh [--with-lint] [--with-benchmarks] [--with-fuzz]"
 }
 
-packages="g++ cmake ninja-build libpugixml-dev libcli11-dev libgtest-dev libbenchmark-dev libssl-dev"
+# Python is for the front end that a test writes from docs/protocol.md alone.
+packages="g++ cmake ninja-build libpugixml-dev libcli11-dev libgtest-dev libbenchmark-dev libssl-dev python3"
 for option in "$@"; do
   case "$option" in
     --with-lint) packages="$packages clang clang-format clang-tidy" ;;

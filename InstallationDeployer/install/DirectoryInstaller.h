@@ -13,7 +13,8 @@ namespace deployer {
 /// thread that runs the steps; logs what fails.
 class DirectoryInstaller {
  public:
-  /// @param rules, resources, prefetch outlive this.
+  /// @param rules, resources, prefetch outlive this. The prefetch is given up when an entry runs short of what it
+  /// holds.
   DirectoryInstaller(const InstallRules& rules, InstallResources& resources, std::optional<PayloadPrefetch>& prefetch)
       : rules_(rules), resources_(resources), prefetch_(prefetch) {}
 

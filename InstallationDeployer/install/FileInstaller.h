@@ -14,7 +14,8 @@ namespace deployer {
 /// the thread that runs the steps.
 class FileInstaller {
  public:
-  /// @param rules, resources, prefetch outlive this.
+  /// @param rules, resources, prefetch outlive this. The prefetch is given up when an entry runs short of what it
+  /// holds.
   FileInstaller(const InstallRules& rules, InstallResources& resources, std::optional<PayloadPrefetch>& prefetch)
       : rules_(rules), resources_(resources), prefetch_(prefetch) {}
 

@@ -1,6 +1,5 @@
 #include "InstallationDeployer/install/InstallAction.h"
 
-#include <optional>
 #include <string_view>
 #include <utility>
 

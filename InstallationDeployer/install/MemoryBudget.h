@@ -6,8 +6,8 @@
 
 namespace deployer {
 
-/// Bounds the memory that the buffers of several threads take together: whoever wants more than is left waits, which
-/// is the back-pressure that keeps helpers from reading faster than files are published. Used by any thread.
+/// Bounds the memory that the buffers of several threads take together: whoever wants more than is left waits until
+/// others are done with theirs. Used by any thread.
 class MemoryBudget {
  public:
   /// Bytes that somebody may use until it is destroyed. The budget outlives it.

@@ -1,8 +1,8 @@
 #include "InstallationDeployer/install/PayloadPrefetch.h"
 
-#include <algorithm>
 #include <exception>
 #include <limits>
+#include <string>
 #include <system_error>
 #include <utility>
 

@@ -21,9 +21,9 @@ namespace deployer {
 /// before.
 ///
 /// Preparing ahead is a chance, never a verdict: whatever fails here is done again by the owner when its turn comes, so
-/// that failures show in order and a folder that is missing yet is there by then. How far the helpers run ahead is
-/// bounded (back-pressure): by files, and by the memory budget. takeNext() and giveUp() belong to the owner's thread;
-/// destruction throws away what was not taken.
+/// that failures show in order and a folder that is missing yet is there by then. How many files the helpers run ahead
+/// of the owner is bounded (back-pressure), and so is what they hold in memory (the memory budget). takeNext() and
+/// giveUp() belong to the owner's thread; destruction throws away what was not taken.
 class PayloadPrefetch {
  public:
   /// Decides about the entry at an index of the list. Called on any thread.

@@ -1,7 +1,5 @@
 #include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
 
-#include <vector>
-
 #include "InstallationDeployer/FolderContents.h"
 #include "InstallationDeployer/RestrictedPaths.h"
 #include "general/foundation/files/GuardedRemoval.h"

@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "InstallationDeployer/FileEntry.h"
 #include "general/foundation/files/FileManager.h"

@@ -12,7 +12,7 @@
 #include "general/foundation/Mutex.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/execution/Task.h"
-#include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/NotificationObserver.h"
 
 namespace deployer {
 

@@ -11,7 +11,6 @@
 #include "general/foundation/execution/Task.h"
 #include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/logging/SystemLog.h"
-#include "general/system/LoginWindow.h"
 #include "general/system/NSProcessInfoExtensions.h"
 #include "general/system/ProcessSelf.h"
 

@@ -1,5 +1,8 @@
 #include "InstallationDeployer/processes/QVNProcessStopStrategy.h"
 
+#include <string>
+#include <vector>
+
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/ExecutableEntry.h"
 #include "InstallationDeployer/processes/LaunchdJob.h"

@@ -1,7 +1,5 @@
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 
-#include <utility>
-
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"

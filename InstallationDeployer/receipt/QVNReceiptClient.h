@@ -12,7 +12,7 @@
 #include "InstallationDeployer/receipt/ReceiptStateMirror.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/execution/RunLoop.h"
-#include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/NotificationObserver.h"
 
 namespace deployer {
 

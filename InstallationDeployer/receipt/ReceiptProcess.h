@@ -22,7 +22,8 @@ class ReceiptProcess {
   /// 0 when none is started.
   [[nodiscard]] int processIdentifier() const { return task_ ? task_->processIdentifier() : 0; }
 
-  /// Turns the run loop of the thread until one of its sources clears the flag, or the process has ended.
+  /// Turns the run loop of the thread until one of its sources clears the flag, or the process has ended. One must be
+  /// started.
   void awaitServices(const bool& areAwaited);
 
   /// From now on the end of the process is no surprise.
@@ -31,7 +32,7 @@ class ReceiptProcess {
   /// @param isConnected whether the last message found a connection. Without one, the end is waited for for a moment,
   /// and being told is no excuse.
   [[nodiscard]] bool hasVanished(bool isConnected);
-  /// Waits for the end of a process that was told to end. Afterwards another one can be started.
+  /// Waits for the end of a process that was started and told to end. Afterwards another one can be started.
   void awaitEnd();
 
  private:

@@ -6,7 +6,7 @@
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/execution/RunLoop.h"
-#include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/NotificationObserver.h"
 
 namespace deployer {
 

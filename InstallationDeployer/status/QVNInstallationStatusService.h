@@ -10,7 +10,6 @@
 #include "general/foundation/Mutex.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
-#include "general/ipc/Notification.h"
 #include "general/ipc/ServerConnection.h"
 
 namespace deployer {

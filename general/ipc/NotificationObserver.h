@@ -11,8 +11,8 @@
 namespace ipc {
 
 /// Hears the distributed notifications that root posts. Handlers run on the run loop of the thread that made the
-/// observer; everything here belongs to that thread, and the object must end there. Only root can observe this way;
-/// front ends are told over their connection instead (see ClientConnection).
+/// observer; everything here belongs to that thread, and the object must end there, or when that thread has ended. Only
+/// root can observe this way; front ends are told over their connection instead (see ClientConnection).
 class NotificationObserver {
  public:
   using Handler = std::function<void(const Notification&)>;

@@ -3,10 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "InstallationDeployer/QVNInstallerPlan.h"
 #include "InstallationDeployer/plans/QVNBuildInstallPlanStrategy.h"
-#include "InstallationDeployer/plans/QVNBuildRemovePlanStrategy.h"
-#include "InstallationDeployer/receipt/QVNReceiptRemoveStrategy.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeReceiptContext.h"
 #include "tests/support/FakeStepContext.h"
@@ -50,7 +47,6 @@ class BuildPlan : public ::testing::Test, protected tests::BundleFixture {
   tests::FakeReceiptContext receipts_{path()};
   SharedPlan plan_ = std::make_shared<Plan>();
   QVNBuildInstallPlanStrategy installStep_{{}, "localPayload.buildPlan", nullptr, run_, plan_, receipts_};
-  QVNBuildRemovePlanStrategy removeStep_{{}, "buildRemovePlan", nullptr, run_, plan_};
   const std::string dueToExternal_ = "Adding component A to upgrade plan due to external file change";
 };
 
@@ -69,7 +65,6 @@ TEST_F(BuildPlan, FreshInstallWithoutAListPlansNothingAndSucceeds) {
 TEST_F(BuildPlan, StepHandedAFailureDoesNothing) {
   writeProduct({"A"});
   EXPECT_FALSE(installStep_.execute(false));
-  EXPECT_FALSE(removeStep_.execute(false));
   EXPECT_TRUE(plan_->empty());
 }
 
@@ -236,53 +231,6 @@ TEST_F(BuildPlan, ExternalDirectoryThatCannotBeListedFails) {
   EXPECT_EQ(installStep_.installerState(), QVNInstallerStateFailed);
   ASSERT_EQ(log.texts("Error").size(), 1U);
   EXPECT_TRUE(log.texts("Error")[0].starts_with("Unable to read directory contents. Error Domain="));
-}
-
-TEST_F(BuildPlan, RemovalOutsideTheReceiptLocationFails) {
-  const tests::CapturedLog log;
-  EXPECT_FALSE(removeStep_.execute(true));
-  EXPECT_EQ(removeStep_.installerState(), QVNInstallerStateFailed);
-  EXPECT_TRUE(log.contains(
-      "Error", "QVNBuildRemovePlanStrategy must run from the receipt location.\n\tCurrently running from: " + path()));
-}
-
-TEST_F(BuildPlan, RemovalPlansEveryComponentInIndexOrder) {
-  run_.configuration().setBundlePathIsReceipt(true);
-  writeProduct({"B", "A"});
-  writeVersion("A", "1.0");
-  writeVersion("B", "1.0");
-  *plan_ = {"stale"};
-  EXPECT_TRUE(removeStep_.execute(true));
-  EXPECT_EQ(*plan_, (Plan{"B", "A"}));
-}
-
-TEST_F(BuildPlan, RemovalWithoutRecordsPlansNothingAndSucceeds) {
-  run_.configuration().setBundlePathIsReceipt(true);
-  *plan_ = {"stale"};
-  EXPECT_TRUE(removeStep_.execute(true));
-  EXPECT_TRUE(plan_->empty());
-  EXPECT_EQ(run_.manifest().installerState(), 1);
-}
-
-TEST_F(BuildPlan, RemoteRemovalHasNothingToDoOnAFreshMachine) {
-  QVNReceiptRemoveStrategy step({}, "localPayload.remoteRemove", nullptr, run_, plan_, receipts_);
-  EXPECT_TRUE(step.execute(true));
-  EXPECT_FALSE(step.execute(false));
-  run_.configuration().setInstall(false);
-  const tests::CapturedLog log;
-  EXPECT_FALSE(step.execute(true));
-  EXPECT_TRUE(log.contains("Error", "Failed to find receipt"));
-  EXPECT_EQ(step.installerState(), QVNInstallerStateFailed);
-}
-
-TEST(InstallerPlan, InitialisersLoadNothing) {
-  EXPECT_TRUE(QVNInstallerPlan::initInstallPlanWithPath("/a", "/b").components().empty());
-  EXPECT_TRUE(QVNInstallerPlan::initFixPlanWithPath("/a", "/b").components().empty());
-  QVNInstallerPlan plan = QVNInstallerPlan::initRemovalPlanWithPath("/a", "/b");
-  plan.setPlanComponents({"A"});
-  EXPECT_EQ(plan.components(), std::vector<std::string>{"A"});
-  plan.setType(QVNInstallerPlan::Fix);
-  EXPECT_EQ(plan.type(), 1);
 }
 
 }  // namespace

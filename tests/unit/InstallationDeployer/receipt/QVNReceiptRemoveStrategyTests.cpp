@@ -27,6 +27,17 @@ TEST_F(RemoteRemove, AnInstallWithoutAReceiptSucceedsAndAsksForNoClient) {
   EXPECT_TRUE(receipts_.askedForReceiptClient.empty());
 }
 
+TEST_F(RemoteRemove, HasNothingToDoOnAFreshMachine) {
+  run_.configuration().setHasInstallerReceipt(false);
+  EXPECT_TRUE(step_.execute(true));
+  EXPECT_FALSE(step_.execute(false));
+  run_.configuration().setInstall(false);
+  const tests::CapturedLog log;
+  EXPECT_FALSE(step_.execute(true));
+  EXPECT_TRUE(log.contains("Error", "Failed to find receipt"));
+  EXPECT_EQ(step_.installerState(), QVNInstallerStateFailed);
+}
+
 TEST_F(RemoteRemove, ARemovalWithoutAReceiptFails) {
   run_.configuration().setHasInstallerReceipt(false);
   run_.configuration().setInstall(false);

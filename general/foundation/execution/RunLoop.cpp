@@ -121,7 +121,8 @@ RunLoop::Source::Source(Source&& other) noexcept
 
 RunLoop::Source& RunLoop::Source::operator=(Source&& other) noexcept {
   if (this != &other) {
-    reset();
+    // Goes last: removing it destroys its handler, which may own this object.
+    const Source earlier(std::move(*this));
     sources_ = std::move(other.sources_);
     number_ = std::exchange(other.number_, 0);
   }

@@ -244,6 +244,16 @@ TEST(RunLoop, AnOwnerThatIsGivenAnotherSourceRemovesItsFirst) {
   EXPECT_FALSE(loop.runUntil(farAway()));
 }
 
+TEST(RunLoop, AnOwnerThatOnlyItsHandlerOwnsGoesWhenItIsGivenAnotherSource) {
+  RunLoop loop;
+  auto owned = std::make_shared<RunLoop::Source>();
+  RunLoop::Source& timer = *owned;
+  timer = loop.addTimer(milliseconds(0), true, [owned] { FAIL(); });
+  owned.reset();
+  timer = loop.addTimer(milliseconds(0), true, [] { FAIL(); });
+  EXPECT_FALSE(loop.runUntil(farAway()));
+}
+
 TEST(RunLoop, ASourceMayOutliveItsLoop) {
   const auto witness = std::make_shared<int>(0);
   auto loop = std::make_unique<RunLoop>();

@@ -36,6 +36,7 @@
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/CorvaneDistantObject.h"
 #include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/NotificationObserver.h"
 #include "general/ipc/ServerConnection.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
 #include "tests/support/PrivateRunFolder.h"

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "general/ipc/Notification.h"
-#include "general/ipc/NotificationObserver.h"
 
 namespace ipc {
 

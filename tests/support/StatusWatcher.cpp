@@ -35,7 +35,7 @@
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/ClientConnection.h"
-#include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/NotificationObserver.h"
 #include "general/ipc/ProtocolChecker.h"
 #include "general/ipc/RemoteException.h"
 #include "general/ipc/ServerConnection.h"

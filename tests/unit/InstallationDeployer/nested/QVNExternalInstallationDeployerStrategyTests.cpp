@@ -15,7 +15,7 @@
 #include "general/foundation/execution/Task.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/ipc/CorvaneDistantObject.h"
-#include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/NotificationObserver.h"
 #include "general/ipc/ServiceFolder.h"
 #include "tests/unit/InstallationDeployer/nested/ExternalDeployerTest.h"
 

@@ -14,7 +14,7 @@
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/ClientConnection.h"
-#include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/NotificationObserver.h"
 #include "general/ipc/RemoteException.h"
 #include "general/system/ProcessSelf.h"
 #include "general/system/SystemProfile.h"

@@ -22,6 +22,7 @@
 #include "general/foundation/Descriptor.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/NotificationObserver.h"
 #include "general/ipc/ServiceFolder.h"
 #include "general/ipc/ServiceSocket.h"
 #include "tests/support/CapturedLog.h"

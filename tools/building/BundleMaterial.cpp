@@ -20,7 +20,6 @@
 namespace bundletool {
 
 namespace fs = std::filesystem;
-using foundation::format;
 
 namespace {
 
@@ -85,11 +84,11 @@ class Examination {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
     if (!fs::exists(status)) {
-      refuse(key, format("the executable %@ is missing", path), "build it or correct the path");
+      refuse(key, foundation::format("the executable %@ is missing", path), "build it or correct the path");
     } else if (!fs::is_regular_file(status)) {
-      refuse(key, format("%@ is no regular file", path), "name the executable file itself");
+      refuse(key, foundation::format("%@ is no regular file", path), "name the executable file itself");
     } else if ((status.permissions() & kExecute) == perms::none) {
-      refuse(key, format("%@ is not executable", path), "make it executable (chmod +x)");
+      refuse(key, foundation::format("%@ is not executable", path), "make it executable (chmod +x)");
     }
   }
 
@@ -106,9 +105,10 @@ class Examination {
   std::vector<InstallItem> itemsOf(const ComponentDescription& component) {
     StagedFolder staged = examineStagedFolder(description_, component, problems_);
     if (liesBelow(settings_.output, component.stagedFolder)) {
-      problems_.error({settings_.output, "",
-                       format("the output folder lies in the staged folder of component %@", component.name),
-                       "choose a folder outside"});
+      problems_.error(
+          {settings_.output, "",
+           foundation::format("the output folder lies in the staged folder of component %@", component.name),
+           "choose a folder outside"});
     }
     material_.files += staged.files * component.products.size();
     material_.bytes += staged.bytes * component.products.size();

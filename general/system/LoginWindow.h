@@ -4,7 +4,7 @@
 #include <optional>
 #include <span>
 
-#include "general/system/TQProcessInfo.h"
+#include "general/system/ProcessRecord.h"
 
 namespace platform {
 

@@ -1,7 +1,6 @@
 #include "general/foundation/files/FileManager.h"
 
 #include <fcntl.h>
-#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -14,8 +14,10 @@
 #include <optional>
 #include <set>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "general/foundation/Descriptor.h"
 #include "general/foundation/Hexadecimal.h"
 #include "general/foundation/Mutex.h"
 #include "general/foundation/Paths.h"

@@ -4,8 +4,7 @@
 #include <time.h>
 
 #include <array>
-#include <cstddef>
-#include <span>
+#include <cstdint>
 
 #include "general/foundation/files/FileAttributes.h"
 

@@ -32,6 +32,7 @@ std::optional<std::string> textIn(const foundation::PropertyList& dictionary, st
 }  // namespace
 
 bool QVNExternalInstallationDeployerStrategy::work() {
+  stepRole_.assumeHere();
   const auto bundlePath = textIn(installPhaseDictionary(), kQVNInstallPhaseExternalBundlePath);
   const auto productName = textIn(installPhaseDictionary(), kQVNInstallPhaseExternalProductName);
   if (!observe(bundlePath)) {
@@ -62,12 +63,14 @@ bool QVNExternalInstallationDeployerStrategy::observe(const std::optional<std::s
   // The observer lives as long as the step does; what it hears after the wait concerns nobody.
   observer_->add(std::string(kQVNInstallationStatusServiceStartedNotification), bundlePath,
                  [this](const Notification& notification) {
+                   stepRole_.assumeHere();
                    if (runLoopShouldKeepRunning_) {
                      handleInstallationStatusServiceStartNotification(notification);
                    }
                  });
   observer_->add(std::string(kQVNInstallationStatusUpdatedNotification), bundlePath,
                  [this](const Notification& notification) {
+                   stepRole_.assumeHere();
                    if (runLoopShouldKeepRunning_) {
                      handleInstallationStatusUpdateNotification(notification);
                    }
@@ -88,6 +91,7 @@ void QVNExternalInstallationDeployerStrategy::launch(const std::string& executab
 
 bool QVNExternalInstallationDeployerStrategy::launchExternalExecutable(const std::string& executable,
                                                                        const std::string& productName) {
+  stepRole_.assumeHere();
   Task task(executable, {kInstallOption, kUserInterfaceOption, kProductNameOption, productName});
   // Without its parent nobody would follow it or let it end.
   task.setEndsWithParent(true);
@@ -104,7 +108,15 @@ void QVNExternalInstallationDeployerStrategy::waitForFinalState(const std::strin
   if (engine_) {
     exit.emplace(*loop, *engine_);
   }
-  loop->runWhile([this] { return runLoopShouldKeepRunning_; }, [&] { lookAfterEngine(executable); });
+  loop->runWhile(
+      [this] {
+        stepRole_.assumeHere();
+        return runLoopShouldKeepRunning_;
+      },
+      [&] {
+        stepRole_.assumeHere();
+        lookAfterEngine(executable);
+      });
 }
 
 void QVNExternalInstallationDeployerStrategy::lookAfterEngine(const std::string& executable) {
@@ -148,6 +160,7 @@ void QVNExternalInstallationDeployerStrategy::waitForExit() {
 
 void QVNExternalInstallationDeployerStrategy::handleInstallationStatusServiceStartNotification(
     const Notification& notification) {
+  stepRole_.assumeHere();
   logging::debug("----- <%@>[%@ handleInstallationStatusServiceStartNotification:%@]", foundation::currentThreadName(),
                  qualifiedName(), notification.description());
   const auto name = announcedService(notification);
@@ -166,6 +179,7 @@ void QVNExternalInstallationDeployerStrategy::handleInstallationStatusUpdateNoti
 }
 
 void QVNExternalInstallationDeployerStrategy::updateInstallerState() {
+  stepRole_.assumeHere();
   lastNews_ = RunLoop::Clock::now();
   logging::debug(
       "----- <%@>[QVNExternalInstallationDeployerStrategy updateInstallerState]\n\tself.installationDeployer = "

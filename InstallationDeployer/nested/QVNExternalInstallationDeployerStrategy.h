@@ -10,6 +10,7 @@
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/Mutex.h"
+#include "general/foundation/ThreadRole.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/execution/Task.h"
 #include "general/ipc/NotificationObserver.h"
@@ -45,30 +46,32 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
  private:
   /// True only when the other engine ended with success.
   [[nodiscard]] bool work() override;
-  [[nodiscard]] bool observe(const std::optional<std::string>& bundlePath);
+  [[nodiscard]] bool observe(const std::optional<std::string>& bundlePath) CORVANE_REQUIRES(stepRole_);
   void launch(const std::string& executable, const std::string& productName);
-  void waitForFinalState(const std::string& executable);
+  void waitForFinalState(const std::string& executable) CORVANE_REQUIRES(stepRole_);
   /// Between two turns of the wait: ends it with an engine that has ended, and asks one that was not heard of.
-  void lookAfterEngine(const std::string& executable);
+  void lookAfterEngine(const std::string& executable) CORVANE_REQUIRES(stepRole_);
   /// Asks the engine although nothing was heard of it.
-  void askUnheard();
-  void waitForExit();
+  void askUnheard() CORVANE_REQUIRES(stepRole_);
+  void waitForExit() CORVANE_REQUIRES(stepRole_);
 
-  [[nodiscard]] bool isAnotherEngine(const std::string& serviceName) const;
+  [[nodiscard]] bool isAnotherEngine(const std::string& serviceName) const CORVANE_REQUIRES(stepRole_);
   /// Follows the service from now on.
-  void reach(const std::string& serviceName);
+  void reach(const std::string& serviceName) CORVANE_REQUIRES(stepRole_);
   /// What the engine answers; nothing when it does not.
-  [[nodiscard]] std::optional<QVNInstallerState> stateFrom(QVNInstallationStatusProxy& proxy);
-  void takeState(QVNInstallerState state);
-  void shutdownExternalEngine();
+  [[nodiscard]] std::optional<QVNInstallerState> stateFrom(QVNInstallationStatusProxy& proxy)
+      CORVANE_REQUIRES(stepRole_);
+  void takeState(QVNInstallerState state) CORVANE_REQUIRES(stepRole_);
+  void shutdownExternalEngine() CORVANE_REQUIRES(stepRole_);
   [[nodiscard]] std::optional<std::string> serviceName() const;
 
-  std::unique_ptr<ipc::NotificationObserver> observer_;
-  std::optional<foundation::Task> engine_;
-  std::unique_ptr<QVNInstallationStatusProxy> installationDeployer_;
-  bool runLoopShouldKeepRunning_ = false;
+  foundation::ThreadRole stepRole_;  // of the thread that made the step
+  std::unique_ptr<ipc::NotificationObserver> observer_ CORVANE_GUARDED_BY(stepRole_);
+  std::optional<foundation::Task> engine_ CORVANE_GUARDED_BY(stepRole_);
+  std::unique_ptr<QVNInstallationStatusProxy> installationDeployer_ CORVANE_GUARDED_BY(stepRole_);
+  bool runLoopShouldKeepRunning_ CORVANE_GUARDED_BY(stepRole_) = false;
   /// When the engine was last heard of or asked.
-  foundation::RunLoop::Clock::time_point lastNews_;
+  foundation::RunLoop::Clock::time_point lastNews_ CORVANE_GUARDED_BY(stepRole_);
 
   std::atomic<bool> isAnswering_ = false;
   mutable foundation::Mutex lock_;

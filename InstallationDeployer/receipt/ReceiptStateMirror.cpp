@@ -18,8 +18,12 @@ std::unique_ptr<ReceiptStateMirror> ReceiptStateMirror::start(std::shared_ptr<Ru
   std::unique_ptr<ReceiptStateMirror> mirror(
       new ReceiptStateMirror(std::move(thread), std::move(sender), receiptStatus, step));
   // Waits, so that no change is missed.
-  const bool isRegistered =
-      mirror->thread_->perform([&mirror] { mirror->registerReceiptStatusUpdateNotifications(); }, true);
+  const bool isRegistered = mirror->thread_->perform(
+      [made = mirror.get()] {
+        made->mirrorRole_.assumeHere();
+        made->registerReceiptStatusUpdateNotifications();
+      },
+      true);
   return isRegistered ? std::move(mirror) : nullptr;
 }
 
@@ -28,7 +32,12 @@ ReceiptStateMirror::ReceiptStateMirror(std::shared_ptr<RunLoop> thread, std::str
     : thread_(std::move(thread)), sender_(std::move(sender)), receiptStatus_(receiptStatus), step_(step) {}
 
 ReceiptStateMirror::~ReceiptStateMirror() {
-  thread_->perform([this] { deregisterReceiptStatusUpdateNotifications(); }, true);
+  thread_->perform(
+      [this] {
+        mirrorRole_.assumeHere();
+        deregisterReceiptStatusUpdateNotifications();
+      },
+      true);
 }
 
 void ReceiptStateMirror::registerReceiptStatusUpdateNotifications() {

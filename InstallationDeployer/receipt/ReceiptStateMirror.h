@@ -5,6 +5,7 @@
 
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+#include "general/foundation/ThreadRole.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/NotificationObserver.h"
 
@@ -36,8 +37,8 @@ class ReceiptStateMirror {
                      QVNInstallationStatusProxy* receiptStatus, QVNInstallStepStrategy& step);
 
   // On the thread that serves watchers.
-  void registerReceiptStatusUpdateNotifications();
-  void deregisterReceiptStatusUpdateNotifications();
+  void registerReceiptStatusUpdateNotifications() CORVANE_REQUIRES(mirrorRole_);
+  void deregisterReceiptStatusUpdateNotifications() CORVANE_REQUIRES(mirrorRole_);
   void handleReceiptStatusUpdateNotification(const ipc::Notification& notification);
 
   const std::shared_ptr<foundation::RunLoop> thread_;
@@ -45,7 +46,8 @@ class ReceiptStateMirror {
   QVNInstallationStatusProxy* const receiptStatus_;
   QVNInstallStepStrategy& step_;
   /// Of the thread that serves watchers, as long as that lives.
-  std::unique_ptr<ipc::NotificationObserver> observer_;
+  foundation::ThreadRole mirrorRole_;
+  std::unique_ptr<ipc::NotificationObserver> observer_ CORVANE_GUARDED_BY(mirrorRole_);
 };
 
 }  // namespace deployer

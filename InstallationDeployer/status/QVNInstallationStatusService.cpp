@@ -30,7 +30,10 @@ void QVNInstallationStatusService::startServer() {
     return;
   }
   notificationObject_ = controller_.postingNotificationId();
-  statusServerThread_.emplace(kStatusServerThreadName, [this] { startStatusService(); });
+  statusServerThread_.emplace(kStatusServerThreadName, [this] {
+    serverRole_.assumeHere();
+    startStatusService();
+  });
   const foundation::MutexLock lock(lock_);
   while (!startFinished_) {
     runLoopCondition_.wait(lock_);
@@ -47,6 +50,7 @@ void QVNInstallationStatusService::stateUpdatedNotification() {
   // Those who are connected hear of it on the thread that their connections belong to.
   statusServerThread()->perform(
       [this, update] {
+        serverRole_.assumeHere();
         if (connection_) {
           connection_->sendNotification(update);
         }

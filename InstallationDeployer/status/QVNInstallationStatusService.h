@@ -9,6 +9,7 @@
 #include "InstallationDeployer/status/WatchedRun.h"
 #include "general/foundation/Mutex.h"
 #include "general/foundation/Thread.h"
+#include "general/foundation/ThreadRole.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/ServerConnection.h"
 
@@ -58,12 +59,12 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
  private:
   // On the status server thread.
   /// The body of the thread.
-  void startStatusService();
+  void startStatusService() CORVANE_REQUIRES(serverRole_);
   /// Vends and announces the service. False, with the error in the log, when it cannot be vended.
-  [[nodiscard]] bool setupStatusService();
-  [[nodiscard]] bool vend();
+  [[nodiscard]] bool setupStatusService() CORVANE_REQUIRES(serverRole_);
+  [[nodiscard]] bool vend() CORVANE_REQUIRES(serverRole_);
   void serveUntilShutdown(foundation::RunLoop& runLoop);
-  void endServerThread();
+  void endServerThread() CORVANE_REQUIRES(serverRole_);
   /// Lets startServer() return.
   /// @param runLoop null when nothing is served.
   void finishStart(std::shared_ptr<foundation::RunLoop> runLoop);
@@ -83,7 +84,8 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   bool startFinished_ CORVANE_GUARDED_BY(lock_) = false;
   std::shared_ptr<foundation::RunLoop> runLoop_ CORVANE_GUARDED_BY(lock_);
 
-  std::unique_ptr<ipc::ServerConnection> connection_;  // of the status server thread alone
+  foundation::ThreadRole serverRole_;  // of the status server thread
+  std::unique_ptr<ipc::ServerConnection> connection_ CORVANE_GUARDED_BY(serverRole_);
   std::optional<foundation::NamedThread> statusServerThread_;
 };
 

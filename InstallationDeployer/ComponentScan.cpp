@@ -104,7 +104,7 @@ bool ComponentScan::scanItem(const std::string& path) {
   }
   if (attributes->isDirectory()) {
     // A folder that fails has said so; what lies beside it is recorded all the same.
-    (void)scan(path);
+    static_cast<void>(scan(path));
     return true;
   }
   return addItem(path, *attributes);

@@ -140,7 +140,7 @@ bool QVNInstallerManifest::walkDirectory(const std::string& root, const std::str
     const bool excluded = excludedPath && !excludedPath->empty() && relative.starts_with(*excludedPath);
     if (attributes->isDirectory() && !excluded) {
       // A block that stops inside a folder stops that folder only.
-      (void)walkDirectory(root, relative, excludedPath, block);
+      static_cast<void>(walkDirectory(root, relative, excludedPath, block));
     }
   }
   return true;
@@ -149,10 +149,10 @@ bool QVNInstallerManifest::walkDirectory(const std::string& root, const std::str
 bool QVNInstallerManifest::writeComponentManifest(const std::string& component,
                                                   const PropertyList& componentManifestDictionary) {
   const std::string path = componentManifestPathForName(component);
-  (void)files::createDirectory(manifestDirectoryPath(), true, kManifestDirectoryAttributes);
+  static_cast<void>(files::createDirectory(manifestDirectoryPath(), true, kManifestDirectoryAttributes));
   // A name with a slash in it would remove and write something elsewhere.
   if (paths::isSingleComponent(component)) {
-    (void)files::removeItem(path);
+    static_cast<void>(files::removeItem(path));
     if (plist::writeFile(componentManifestDictionary, path, kComponentManifestFormat)) {
       return true;
     }
@@ -210,7 +210,7 @@ bool QVNInstallerManifest::updateManifestIndexForExternalTool(const std::string&
                                                               const std::string& forProduct) {
   logging::debug("updateManifestIndexForExternalTool: %@ withExternalProduct:%@ forProduct: %@", bundlePath,
                  withExternalProduct, forProduct);
-  (void)files::createDirectory(manifestDirectoryPath(), true, kManifestDirectoryAttributes);
+  static_cast<void>(files::createDirectory(manifestDirectoryPath(), true, kManifestDirectoryAttributes));
   const PropertyList index = manifestIndex();
   const PropertyList& product = index[kManifestIndexDictionaryOfProducts][forProduct];
   PropertyList phases = product[kManifestIndexListOfPhases];

@@ -38,8 +38,8 @@ bool isTooBig(const Descriptor& file, std::size_t mostBytes) {
 Descriptor openLogFile(const std::string& path, std::size_t mostBytes) {
   // A system that has no folder for logs yet gets one.
   const std::string folder = foundation::paths::deleteLastComponent(path);
-  (void)mkdir(foundation::paths::deleteLastComponent(folder).c_str(), kFolderMode);
-  (void)mkdir(folder.c_str(), kFolderMode);
+  static_cast<void>(mkdir(foundation::paths::deleteLastComponent(folder).c_str(), kFolderMode));
+  static_cast<void>(mkdir(folder.c_str(), kFolderMode));
   Descriptor file = openOwn(path);
   if (file.isOpen() && isTooBig(file, mostBytes) &&
       std::rename(path.c_str(), (path + std::string(kEarlierLogSuffix)).c_str()) == 0) {

@@ -83,7 +83,7 @@ bool QVNExternalInstallationDeployerStrategy::observe(const std::optional<std::s
 
 void QVNExternalInstallationDeployerStrategy::launch(const std::string& executable, const std::string& productName) {
   try {
-    [[maybe_unused]] const bool isLaunched = launchExternalExecutable(executable, productName);
+    static_cast<void>(launchExternalExecutable(executable, productName));
   } catch (const foundation::TaskLaunchException& exception) {
     logging::error("Failed to launch external deployer at %@. %@", executable, exception.what());
   }

@@ -21,7 +21,7 @@ bool QVNReceiptRemoveStrategy::work() {
   const auto removed = receipt->removeComponents(plannedComponents());
   if (removed && !*removed) {
     // Without success either way; only what is said about it differs.
-    [[maybe_unused]] const bool isQuiet = receipt->takeOverState("Unable to remove components");
+    static_cast<void>(receipt->takeOverState("Unable to remove components"));
   }
   return removed.value_or(false);
 }

@@ -159,7 +159,7 @@ void QVNInstallController::listPayload() {
     return;
   }
   // Mounts a payload that is mounted on first access; a bundle without payload may still be valid.
-  [[maybe_unused]] const auto listing = files::contentsOfDirectory(installerRootPath());
+  static_cast<void>(files::contentsOfDirectory(installerRootPath()));
 }
 
 void QVNInstallController::startStatusServiceForError(QVNInstallerState state) {

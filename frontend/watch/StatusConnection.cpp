@@ -49,7 +49,7 @@ void StatusConnection::shutdownService() { ask(selectors::kShutdownService); }
 
 void StatusConnection::observeChanges() { connection_->observeNotifications(); }
 
-void StatusConnection::takeChanges() { (void)connection_->takeNotifications(); }
+void StatusConnection::takeChanges() { static_cast<void>(connection_->takeNotifications()); }
 
 foundation::PropertyList StatusConnection::ask(std::string_view selector) {
   return connection_->invoke(*kQVNInstallationStatusProtocol.operation(selector), {});

@@ -27,8 +27,8 @@ std::size_t columnsOf(int descriptor) {
 }
 
 void writeAtOnce(std::FILE* stream, std::string_view text) {
-  (void)std::fwrite(text.data(), 1, text.size(), stream);
-  (void)std::fflush(stream);
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stream));
+  static_cast<void>(std::fflush(stream));
 }
 
 std::string bar(double done, std::size_t length) {

@@ -76,7 +76,7 @@ class OneOfManyComponents : public EngineInRoot {
     BundleMaker made(CORVANE_ENGINE);
     makeProduct(made, "1.1");
     changedPayload_ = inBundle(made.payloadPath(kChanged, folderOf(kChanged) + "/data").substr(made.path().size() + 1));
-    [[maybe_unused]] const auto removed = root().run({"/bin/rm", "-rf", kBundle});
+    static_cast<void>(root().run({"/bin/rm", "-rf", kBundle}));
     root().copyIn(made.path(), kBundle);
   }
   /// What the changed component's data is installed from.

@@ -40,7 +40,7 @@ class CrossGrade : public EngineInRoot {
     root().writeFile(kDefaultRule, "of the user too");
     root().writeFile(kOwnRule, "made by the user");
     root().writeFile("/Library/Guard/rules/notes", "no rule");
-    [[maybe_unused]] const auto owned = root().shell(std::string("chown 501:20 ") + kConfiguration);
+    static_cast<void>(root().shell(std::string("chown 501:20 ") + kConfiguration));
   }
   void deliverWith(const PropertyList& crossGrade) {
     bundle().setOptions(

@@ -20,7 +20,7 @@ class EngineInRoot : public InPrivateRoot {
 
   /// Brings the bundle as it is now to its place in the root.
   void deliverBundle() {
-    [[maybe_unused]] const auto removed = root().run({"/bin/rm", "-rf", kBundle});
+    static_cast<void>(root().run({"/bin/rm", "-rf", kBundle}));
     root().copyIn(bundle_.path(), kBundle);
   }
   support::Outcome runEngine(const std::vector<std::string>& options, const support::RunOptions& surroundings = {}) {

@@ -18,7 +18,7 @@ class FrontEnd : public FrontEndInRoot {
 
   void putScriptInPlaceOfEngine(const std::string& script) {
     root().copyIn(CORVANE_ENGINE, "/opt/real/InstallationDeployer");
-    [[maybe_unused]] const auto removed = root().run({"/bin/rm", "-f", kEngine});
+    static_cast<void>(root().run({"/bin/rm", "-f", kEngine}));
     root().writeFile(kEngine, "#!/bin/bash\n" + script + "\n", 0755);
   }
 };

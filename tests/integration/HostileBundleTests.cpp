@@ -262,7 +262,7 @@ TEST_F(HostileBundle, RandomlyDamagedManifestsAreSurvived) {
     root().writeFile(index(), round % 2 == 0 ? damaged(*indexDocument, random) : *indexDocument);
     root().writeFile(core(), damaged(*coreDocument, random));
     installHostile();
-    [[maybe_unused]] const auto cleared = root().run({"/bin/rm", "-rf", "/Library/Application Support"});
+    static_cast<void>(root().run({"/bin/rm", "-rf", "/Library/Application Support"}));
   }
 }
 

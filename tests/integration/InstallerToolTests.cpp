@@ -101,7 +101,7 @@ class OnTerminal {
   }
   /// Waits for the end of the command and answers its exit code.
   int end() {
-    (void)waitFor(std::string(1, '\0'));
+    static_cast<void>(waitFor(std::string(1, '\0')));
     int status = 0;
     waitpid(child_, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;

@@ -68,7 +68,7 @@ TEST_P(KilledRunTest, DoesNotFollowTheProgramsChildren) {
 }
 
 TEST_P(KilledRunTest, SaysWhyAProgramCannotBeStarted) {
-  EXPECT_THROW((void)KilledRun::run(root(), {"/no/such/program"}, KillMoment{}), PrivateRootError);
+  EXPECT_THROW(static_cast<void>(KilledRun::run(root(), {"/no/such/program"}, KillMoment{})), PrivateRootError);
 }
 
 }  // namespace

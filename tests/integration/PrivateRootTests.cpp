@@ -41,7 +41,7 @@ TEST_P(PrivateRootTest, ReportsTheSignalThatEndedAProgram) {
 }
 
 TEST_P(PrivateRootTest, SaysWhyAProgramCannotBeStarted) {
-  EXPECT_THROW((void)root().run({"/no/such/program"}), PrivateRootError);
+  EXPECT_THROW(static_cast<void>(root().run({"/no/such/program"})), PrivateRootError);
 }
 
 TEST_P(PrivateRootTest, KillsAProgramThatExceedsItsLimit) {

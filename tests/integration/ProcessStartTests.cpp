@@ -123,7 +123,7 @@ TEST_F(ProcessStart, OnAnOldSystemTheSystemsKextFolderIsTouched) {
   writePropertyList("/System/Library/CoreServices/SystemVersion.plist",
                     PropertyList::dictionary({{"ProductVersion", "10.8.5"}}));
   onlyComponent({.kext = true});
-  (void)start();
+  static_cast<void>(start());
   EXPECT_EQ(launched(), (Vectors{{"/usr/bin/touch", "/System/Library/Extensions"}}));
 }
 
@@ -159,7 +159,7 @@ class LoggedIn : public ProcessStart {
 
 TEST_F(LoggedIn, AgentsAreLoadedInsideTheSessionOfTheConsolesUser) {
   const int first = root().startProcess("loginwindow", 501);
-  (void)root().startProcess("loginwindow", 502);
+  static_cast<void>(root().startProcess("loginwindow", 502));
   root().setConsoleUser(501);
   onlyComponent({.agents = {"a1", "a2"}});
   const Outcome outcome = start();
@@ -171,7 +171,7 @@ TEST_F(LoggedIn, AgentsAreLoadedInsideTheSessionOfTheConsolesUser) {
 }
 
 TEST_F(LoggedIn, TheLoginScreenOfRootIsNobodyLoggedIn) {
-  (void)root().startProcess("loginwindow", 0);
+  static_cast<void>(root().startProcess("loginwindow", 0));
   onlyComponent({.agents = {"a1"}});
   const Outcome outcome = start();
   EXPECT_EQ(outcome.standardOutput, "success=1 state=0 published=\n") << outcome.standardError;
@@ -189,7 +189,7 @@ TEST_F(LoggedIn, AnAgentThatFailsToLoadIsLoggedAndTheNextOneIsLoaded) {
 }
 
 TEST_F(LoggedIn, AnAgentsLabelThatIsNoFileNameNeverReachesLaunchctl) {
-  (void)root().startProcess("loginwindow", 501);
+  static_cast<void>(root().startProcess("loginwindow", 501));
   onlyComponent({.agents = {"../../Users/evil"}});
   const Outcome outcome = start();
   EXPECT_EQ(outcome.standardOutput, "success=1 state=18 published=18\n") << outcome.standardError;

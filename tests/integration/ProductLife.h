@@ -47,7 +47,7 @@ class ProductLife : public EngineInRoot {
     root().makeDirectory("/Library/LaunchDaemons");
     root().makeDirectory("/opt");
     root().writeFile(kLicence, "licensed");
-    [[maybe_unused]] const auto before = root().shell("mkdir -p /var/run");
+    static_cast<void>(root().shell("mkdir -p /var/run"));
   }
   void beginAgain() {
     makeRoot();
@@ -57,7 +57,7 @@ class ProductLife : public EngineInRoot {
   BundleMaker& newBundle() { return newBundle_; }
   void deliverNewBundle() { deliver(newBundle_); }
   void deliver(const BundleMaker& made) {
-    [[maybe_unused]] const auto removed = root().run({"/bin/rm", "-rf", kBundle});
+    static_cast<void>(root().run({"/bin/rm", "-rf", kBundle}));
     root().copyIn(made.path(), kBundle);
   }
   void installFirstVersion() {

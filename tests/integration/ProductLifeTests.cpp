@@ -345,7 +345,7 @@ TEST_F(OddReceipt, AKilledEngineTakesItsReceiptWithIt) {
     auto engine = root().start({kEngine, "--install"}, with(std::string("RECEIPT_WAITS=") + message));
     ASSERT_TRUE(engine.waitForStandardError("the receipt waits")) << message << engine.standardErrorSoFar();
     engine.kill(SIGKILL);
-    [[maybe_unused]] const auto outcome = engine.wait();
+    static_cast<void>(engine.wait());
     EXPECT_TRUE(noEngineIsLeft()) << message << enginesRunning();
   }
 }

@@ -37,7 +37,7 @@ class AuthoringReader {
     using namespace deployer;
     top_.allowOnly({kManifestListOfFiles, kManifestListOfExecutables, kManifestListOfLaunchDaemons,
                     kManifestListOfLaunchAgents, kManifestListOfModifiableFiles, kManifestRebuildKextCache});
-    (void)top_.boolean(kManifestRebuildKextCache);
+    static_cast<void>(top_.boolean(kManifestRebuildKextCache));
     for (const CheckedDictionary& entry : top_.dictionaries(kManifestListOfFiles, Need::Optional)) {
       readFile(entry);
     }
@@ -76,7 +76,7 @@ class AuthoringReader {
     item.key = entry.keyPath();
     item.attributes = readAttributes(entry);
     item.removesContents = entry.boolean(kManifestRemoveDirectoryAndContents).value_or(false);
-    (void)entry.boolean(kManifestCheckForExternalFileChanges);
+    static_cast<void>(entry.boolean(kManifestCheckForExternalFileChanges));
     const bool isDirectory = entry.boolean(kManifestIsDirectory).value_or(false);
     const bool isLink = entry.boolean(kManifestIsSymbolicLink).value_or(false);
     if (isDirectory && isLink) {
@@ -153,12 +153,12 @@ class AuthoringReader {
     using namespace deployer;
     entry.allowOnly({kManifestFilePath, kManifestListOfArguments, kManifestRunOnce, kManifestExecuteOnInstall,
                      kManifestIsApplication, kManifestBundleIdentifier});
-    (void)installPath(entry);
-    (void)entry.arguments(kManifestListOfArguments);
-    (void)entry.boolean(kManifestRunOnce);
-    (void)entry.boolean(kManifestExecuteOnInstall);
-    (void)entry.boolean(kManifestIsApplication);
-    (void)entry.string(kManifestBundleIdentifier, Need::Optional);
+    static_cast<void>(installPath(entry));
+    static_cast<void>(entry.arguments(kManifestListOfArguments));
+    static_cast<void>(entry.boolean(kManifestRunOnce));
+    static_cast<void>(entry.boolean(kManifestExecuteOnInstall));
+    static_cast<void>(entry.boolean(kManifestIsApplication));
+    static_cast<void>(entry.string(kManifestBundleIdentifier, Need::Optional));
   }
 
   void readModifiableFiles() {

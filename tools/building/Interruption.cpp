@@ -22,14 +22,14 @@ Interruption::Interruption() {
     earlierHandlers[index] = std::signal(kSignals[index], note);
     // What is ignored from outside (a command started in the background) stays ignored.
     if (earlierHandlers[index] == SIG_IGN) {
-      (void)std::signal(kSignals[index], SIG_IGN);
+      static_cast<void>(std::signal(kSignals[index], SIG_IGN));
     }
   }
 }
 
 Interruption::~Interruption() {
   for (std::size_t index = 0; index < kSignals.size(); ++index) {
-    (void)std::signal(kSignals[index], earlierHandlers[index]);
+    static_cast<void>(std::signal(kSignals[index], earlierHandlers[index]));
   }
   noted = 0;
 }

@@ -60,14 +60,14 @@ void checkRemovals(const CheckedDictionary& top) {
     entry.allowOnly({kManifestIndexProductName, kManifestIndexProductDetectionPaths, kManifestIndexListOfComponents});
     checkProductName(entry);
     checkDetectionPaths(entry);
-    (void)entry.strings(kManifestIndexListOfComponents, Need::Required);
+    static_cast<void>(entry.strings(kManifestIndexListOfComponents, Need::Required));
   }
 }
 
 void checkCleanup(const CheckedDictionary& top) {
   if (const auto cleanup = top.dictionary(deployer::kManifestIndexProductCleanup, Need::Optional)) {
     cleanup->allowOnly({deployer::kManifestIndexListOfComponents});
-    (void)cleanup->strings(deployer::kManifestIndexListOfComponents, Need::Required);
+    static_cast<void>(cleanup->strings(deployer::kManifestIndexListOfComponents, Need::Required));
   }
 }
 
@@ -90,8 +90,8 @@ void checkCrossGrades(const CheckedDictionary& top, const std::set<std::string>&
     for (const CheckedDictionary& crossGrade : product->dictionaries(kManifestIndexCrossGrades, Need::Required)) {
       crossGrade.allowOnly({kManifestIndexProductName, kManifestIndexAllowCrossGrades, kManifestIndexTreatAsUpdate});
       checkProductName(crossGrade);
-      (void)crossGrade.boolean(kManifestIndexAllowCrossGrades);
-      (void)crossGrade.boolean(kManifestIndexTreatAsUpdate);
+      static_cast<void>(crossGrade.boolean(kManifestIndexAllowCrossGrades));
+      static_cast<void>(crossGrade.boolean(kManifestIndexTreatAsUpdate));
     }
   }
 }

@@ -25,7 +25,7 @@ TemporaryBundle::TemporaryBundle(TemporaryBundle&& other) noexcept : path_(std::
 
 TemporaryBundle::~TemporaryBundle() {
   if (!path_.empty()) {
-    (void)files::removeItem(path_);
+    static_cast<void>(files::removeItem(path_));
   }
 }
 
@@ -39,7 +39,7 @@ Status TemporaryBundle::publish(const std::string& destination, bool replace) {
   }
   if (auto moved = files::moveItem(path_, destination); !moved) {
     if (!aside.empty()) {
-      (void)files::moveItem(aside, destination);
+      static_cast<void>(files::moveItem(aside, destination));
     }
     return moved;
   }

@@ -164,7 +164,7 @@ RunLoop::Source RunLoop::addDescriptor(int descriptor, Interest interest, Handle
 
 bool RunLoop::runUntil(Clock::time_point deadline) { return implementation_->runUntil(deadline); }
 
-void RunLoop::runWhile(const Condition& condition, const Handler& afterTurn) {
+void RunLoop::runWhile(const Predicate& condition, const Handler& afterTurn) {
   // Ends every turn in time, and gives the loop something to wait for when it has nothing else.
   const Source look = addTimer(kTurn, true, {});
   while (condition()) {

@@ -18,7 +18,7 @@ class RunLoop {
  public:
   using Clock = std::chrono::steady_clock;
   using Handler = std::function<void()>;
-  using Condition = std::function<bool()>;
+  using Predicate = std::function<bool()>;
   enum class Interest { Readable, Writable };
 
   /// How long a wait goes on at most before it looks again at what it waits for.
@@ -71,7 +71,7 @@ class RunLoop {
   /// Runs turns as long as the condition holds, also when there is no source. It is looked at before every turn, and a
   /// turn lasts kTurn at most; whoever changes it on another thread calls wakeUp() if that is too long.
   /// @param afterTurn runs after each turn, unless the condition holds no more.
-  void runWhile(const Condition& condition, const Handler& afterTurn = {});
+  void runWhile(const Predicate& condition, const Handler& afterTurn = {});
 
   /// From any thread: runs the work on the loop's thread, in the order in which it was handed over; with `wait`,
   /// returns when it is done (called on the loop's own thread, it then runs at once). False when the loop's thread has

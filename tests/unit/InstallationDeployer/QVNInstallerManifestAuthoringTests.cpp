@@ -451,7 +451,7 @@ TEST_F(ManifestAuthoring, ThrowsWhenTheFirstPhaseInstallsNoPayload) {
   const PropertyList tool = dictionary({{"InstallPhaseType", "ExternalInstallationDeployer"}});
   writeIndex(dictionary({{"Products", dictionary({{"P", tests::BundleFixture::product({tool})}})}}));
   try {
-    (void)manifests_.updateManifestIndexForComponent("Core", "P");
+    static_cast<void>(manifests_.updateManifestIndexForComponent("Core", "P"));
     FAIL() << "nothing was thrown";
   } catch (const InternalInconsistency& thrown) {
     EXPECT_STREQ(thrown.what(), "Install Phase 0 of Product P is not LocalPayload");
@@ -564,7 +564,7 @@ TEST_F(ManifestAuthoring, ThrowsWhenTheSecondPhaseIsNoExternalTool) {
   const PropertyList local = tests::BundleFixture::localPayload({"A"});
   writeIndex(dictionary({{"Products", dictionary({{"P", tests::BundleFixture::product({local, local})}})}}));
   try {
-    (void)manifests_.updateManifestIndexForExternalTool("/x/T.app", "E", "P");
+    static_cast<void>(manifests_.updateManifestIndexForExternalTool("/x/T.app", "E", "P"));
     FAIL() << "nothing was thrown";
   } catch (const InternalInconsistency& thrown) {
     EXPECT_STREQ(thrown.what(), "Install Phase 1 of Product P is not ExternalInstallationDeployer");
@@ -669,7 +669,8 @@ TEST_F(ManifestAuthoring, ThrowsForAProductOfTheOptionsWithoutCrossGrades) {
   ASSERT_TRUE(add());
   const PropertyList before = index();
   const std::string plist = writePlist("o.plist", dictionary({{"Products", dictionary({{"P", dictionary({})}})}}));
-  EXPECT_THROW((void)manifests_.updateManifestIndexWithOptions(dictionary({}), plist), std::invalid_argument);
+  EXPECT_THROW(static_cast<void>(manifests_.updateManifestIndexWithOptions(dictionary({}), plist)),
+               std::invalid_argument);
   EXPECT_EQ(index(), before);
 }
 

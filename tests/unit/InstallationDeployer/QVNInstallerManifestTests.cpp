@@ -164,7 +164,7 @@ TEST_F(ManifestQueries, FirstPhaseThatInstallsNoPayloadIsAnInconsistency) {
   writeProduct("P",
                PropertyList(PropertyList::Array{dictionary({{"InstallPhaseType", "ExternalInstallationDeployer"}})}));
   try {
-    [[maybe_unused]] const auto components = manifest_.componentListForProduct("P");
+    static_cast<void>(manifest_.componentListForProduct("P"));
     FAIL() << "nothing was thrown";
   } catch (const InternalInconsistency& inconsistency) {
     EXPECT_STREQ(inconsistency.what(), "Install Phase 0 of Product P is not LocalPayload");

@@ -116,7 +116,7 @@ TEST(CommandLine, RepeatedOptionsAndTheLastProductNameCount) {
 
 TEST(CommandLine, VisitedArgumentsAreLoggedButNoProductName) {
   const tests::CapturedLog log;
-  [[maybe_unused]] const Parsed parsed = parse({"--install", "--product_name", "Secret", "word"});
+  static_cast<void>(parse({"--install", "--product_name", "Secret", "word"}));
   EXPECT_TRUE(log.contains("Debug", "argument = --install"));
   EXPECT_TRUE(log.contains("Debug", "argument = --product_name"));
   EXPECT_TRUE(log.contains("Debug", "argument = word"));

@@ -35,7 +35,7 @@ class ControllerWithClient : public QVNInstallController {
   void setInstallerState(QVNInstallerState state) override {
     QVNInstallController::setInstallerState(state);
     if (state == QVNInstallerStatePreparing) {
-      [[maybe_unused]] const auto* client = getReceiptClientForStrategy(step_);
+      static_cast<void>(getReceiptClientForStrategy(step_));
     }
   }
   bool installationCancelled() const override {

@@ -78,10 +78,10 @@ TEST_F(RunFollowerTest, LosesARunWhoseServiceGoesAwayWithoutAFinalState) {
 TEST_F(RunFollowerTest, CutsOffWhatIsNoPercentage) {
   {
     const StandInService service(process_, {.states = {11, 0}, .progress = INT64_MAX});
-    (void)follow();
+    static_cast<void>(follow());
   }
   const StandInService service(process_, {.states = {11, 0}, .progress = -5});
-  (void)follow();
+  static_cast<void>(follow());
   EXPECT_EQ(heard_, watching_ + "state 11\nprogress 100\nstate 0\n" + watching_ + "state 11\nprogress 0\nstate 0\n");
 }
 

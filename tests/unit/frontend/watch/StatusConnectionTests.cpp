@@ -45,7 +45,7 @@ TEST_F(StatusConnectionTest, AsksTheEngineToCancelWithoutWaiting) {
   const auto connection = StatusConnection::toEngine(process_);
   ASSERT_NE(connection, nullptr);
   connection->cancelInstallation();
-  (void)connection->state();  // answered after the request before it
+  static_cast<void>(connection->state());  // answered after the request before it
   EXPECT_TRUE(service.cancelled);
   EXPECT_FALSE(service.wasShutDown);
 }
@@ -59,14 +59,14 @@ TEST_F(StatusConnectionTest, LetsTheEngineLeaveAndIsOfNoMoreUseThen) {
   pollfd gone{connection->descriptor(), POLLIN, 0};
   ASSERT_EQ(poll(&gone, 1, -1), 1);
   EXPECT_TRUE(service.wasShutDown);
-  EXPECT_THROW((void)connection->state(), ipc::RemoteException);
+  EXPECT_THROW(static_cast<void>(connection->state()), ipc::RemoteException);
 }
 
 TEST_F(StatusConnectionTest, BelievesNoEngineThatCannotVouchForItself) {
   const StandInService service(process_, {.states = {0}, .isImpostor = true});
   const auto connection = StatusConnection::toEngine(process_);
   ASSERT_NE(connection, nullptr);
-  EXPECT_THROW((void)connection->state(), ipc::RemoteException);
+  EXPECT_THROW(static_cast<void>(connection->state()), ipc::RemoteException);
 }
 
 }  // namespace

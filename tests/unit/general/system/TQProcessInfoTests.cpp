@@ -42,9 +42,9 @@ TEST(GetBSDProcessListDeathTest, AbortsOnBrokenPreconditions) {
   ProcessRecord record{};
   ProcessRecord* occupied = &record;
   std::size_t count = 0;
-  EXPECT_DEATH((void)GetBSDProcessList(nullptr, &count), "procList != NULL");
-  EXPECT_DEATH((void)GetBSDProcessList(&occupied, &count), "\\*procList == NULL");
-  EXPECT_DEATH((void)GetBSDProcessList(&list, nullptr), "procCount != NULL");
+  EXPECT_DEATH(static_cast<void>(GetBSDProcessList(nullptr, &count)), "procList != NULL");
+  EXPECT_DEATH(static_cast<void>(GetBSDProcessList(&occupied, &count)), "\\*procList == NULL");
+  EXPECT_DEATH(static_cast<void>(GetBSDProcessList(&list, nullptr)), "procCount != NULL");
 }
 
 /// A table that grows by one each time it is read, until it has its full size.

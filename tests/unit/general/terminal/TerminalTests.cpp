@@ -67,7 +67,7 @@ TEST(Terminal, PassesTextOnAtOnce) {
   std::array<char, 8> read{};
   EXPECT_EQ(::read(ends[0], read.data(), read.size()), 5) << "before the stream is closed";
   EXPECT_STREQ(read.data(), "drawn");
-  (void)std::fclose(stream);
+  static_cast<void>(std::fclose(stream));
   close(ends[0]);
 }
 

@@ -189,7 +189,7 @@ TEST_F(BundleBuilder, LeavesNothingBehindWhenInterruptedAmidTheFiles) {
   bundletool::ProgressBar progress(
       [&drawn](std::string_view) {
         if (drawn++ == 0) {
-          (void)std::raise(SIGTERM);
+          static_cast<void>(std::raise(SIGTERM));
         }
       },
       80);

@@ -11,7 +11,7 @@ TEST_F(BundleDescription, IsAcceptedAsThePackagerWroteIt) { EXPECT_TRUE(build())
 
 TEST_F(BundleDescription, IsRefusedWhenItIsMissing) {
   bundletool::Problems problems;
-  (void)bundletool::readDescription(path("none.plist"), problems);
+  static_cast<void>(bundletool::readDescription(path("none.plist"), problems));
   ASSERT_EQ(problems.errors().size(), 1U);
   EXPECT_EQ(problems.errors()[0].text(),
             path("none.plist") + ": the description is missing; create it or correct the path");
@@ -20,7 +20,7 @@ TEST_F(BundleDescription, IsRefusedWhenItIsMissing) {
 TEST_F(BundleDescription, IsRefusedWhenItDoesNotParseOrIsNoDictionary) {
   for (const char* content : {"", "<plist><dict>", "<plist version=\"1.0\"><array/></plist>", "bplist00"}) {
     bundletool::Problems problems;
-    (void)bundletool::readDescription(folder_.write("bad.plist", content), problems);
+    static_cast<void>(bundletool::readDescription(folder_.write("bad.plist", content), problems));
     ASSERT_EQ(problems.errors().size(), 1U) << content;
     EXPECT_EQ(problems.errors()[0].file, path("bad.plist"));
   }

@@ -15,8 +15,8 @@ class BundleContents : public tests::ShownBundle {
   /// Whether reading complains about a key of a file.
   testing::AssertionResult complains(const std::string& file, const std::string& key) {
     const bundletool::BundleContents contents = read();
-    (void)bundletool::textOf(contents);
-    (void)bundletool::jsonOf(contents);
+    static_cast<void>(bundletool::textOf(contents));
+    static_cast<void>(bundletool::jsonOf(contents));
     std::string all;
     for (const bundletool::Problem& problem : problems_.errors()) {
       if (problem.file == path(file) && problem.key == key) {
@@ -119,7 +119,7 @@ TEST_F(BundleContents, SayWhichKeyOfAComponentIsWrong) {
 
 TEST_F(BundleContents, AreComplainedOfWithoutControlCharacters) {
   buildSomethingHostile();
-  (void)read();
+  static_cast<void>(read());
   std::string all;
   for (const bundletool::Problem& problem : problems_.errors()) {
     all += problem.text() + "\n";

@@ -46,7 +46,7 @@ TEST(SignalSource, GivesSignalsBackToThoseWhoHandledThemBefore) {
   EXPECT_FALSE(loop.runUntil(RunLoop::Clock::now())) << "nothing is left in the loop";
   raise(SIGUSR1);
   EXPECT_EQ(handled, 1);
-  (void)std::signal(SIGUSR1, earlier);
+  static_cast<void>(std::signal(SIGUSR1, earlier));
 }
 
 }  // namespace

@@ -8,7 +8,6 @@ namespace tests {
 namespace {
 
 using support::Outcome;
-using support::RunningProgram;
 
 class FrontEnd : public FrontEndInRoot {
  protected:

@@ -37,7 +37,7 @@ class ManifestAuthoring : public ::testing::Test, protected tests::PropertyLists
     directory_.write("staged/" + below, content);
   }
   std::string writePlist(const std::string& name, const PropertyList& content) {
-    const std::string path = directory_.path(name);
+    std::string path = directory_.path(name);
     EXPECT_TRUE(foundation::plist::writeFile(content, path).ok());
     return path;
   }

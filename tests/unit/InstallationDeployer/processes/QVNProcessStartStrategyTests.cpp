@@ -11,7 +11,6 @@
 
 namespace {
 
-using deployer::Plan;
 using deployer::QVNProcessStartStrategy;
 using foundation::PropertyList;
 using tests::CapturedLog;

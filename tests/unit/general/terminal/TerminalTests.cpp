@@ -51,7 +51,7 @@ TEST(Terminal, CanRedrawALineUnlessItIsDumbOrNoTerminal) {
   ASSERT_EQ(unsetenv("TERM"), 0);
   EXPECT_TRUE(terminal::canRedraw(person.programEnd()));
   std::array<int, 2> ends{};
-  ASSERT_EQ(pipe(ends.data()), 0);
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
   EXPECT_FALSE(terminal::canRedraw(ends[1]));
   close(ends[0]);
   close(ends[1]);
@@ -59,7 +59,7 @@ TEST(Terminal, CanRedrawALineUnlessItIsDumbOrNoTerminal) {
 
 TEST(Terminal, PassesTextOnAtOnce) {
   std::array<int, 2> ends{};
-  ASSERT_EQ(pipe(ends.data()), 0);
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
   ASSERT_EQ(fcntl(ends[0], F_SETFL, O_NONBLOCK), 0);
   std::FILE* const stream = fdopen(ends[1], "w");
   ASSERT_NE(stream, nullptr);

@@ -16,7 +16,6 @@
 
 namespace deployer {
 
-using foundation::PropertyList;
 using foundation::Task;
 using foundation::TaskLaunchException;
 using foundation::NSDictionaryExtensions::boolForKey;

@@ -24,8 +24,9 @@ using SharedPlan = std::shared_ptr<Plan>;
 /// execute() takes whether the steps before succeeded and returns its own success; what a step does stands in its
 /// work(). A step that fails sets a failure state first; nothing is thrown to report it.
 ///
-/// Belongs to the main thread, which runs execute(). Meanwhile the thread that serves watchers calls getProgress(), and,
-/// while a receipt's states are mirrored into the step, setInstallerState() and what that calls on the way to the run.
+/// Belongs to the main thread, which runs execute(). Meanwhile the thread that serves watchers calls getProgress(),
+/// and, while a receipt's states are mirrored into the step, setInstallerState() and what that calls on the way to the
+/// run.
 class QVNInstallStepStrategy {
  public:
   using PropertyList = foundation::PropertyList;

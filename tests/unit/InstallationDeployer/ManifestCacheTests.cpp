@@ -11,7 +11,6 @@
 namespace deployer {
 namespace {
 
-
 constexpr std::string_view kOne = "<plist version=\"1.0\"><dict><key>n</key><integer>1</integer></dict></plist>";
 constexpr std::string_view kTwo = "<plist version=\"1.0\"><dict><key>n</key><integer>2</integer></dict></plist>";
 

@@ -35,6 +35,9 @@ bool QVNRemoveReceiptStrategy::work() {
     return false;
   }
   const auto lock = lockReceipts();
+  if (!lock) {
+    return failWith();
+  }
   if (const Status removed = removeReceipts(); !removed) {
     return fail("Unable to remove receipt at %@\n\terror: %@", configuration().receiptDirectory(), removed.error());
   }

@@ -55,6 +55,9 @@ bool QVNWriteReceiptStrategy::work() {
     return true;
   }
   const auto lock = lockReceipts();
+  if (!lock) {
+    return failWith();
+  }
   if (!stageBundle(bundlePath)) {
     return false;
   }

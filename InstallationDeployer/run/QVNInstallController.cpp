@@ -54,11 +54,8 @@ std::unique_ptr<QVNInstallController> QVNInstallController::objectWithConfigurat
 }
 
 void QVNInstallController::startController() {
-  failOnException([this] {
-    selectProduct();
-    configuration_.setBundlePathIsReceipt(configuration_.bundlePath() == configuration_.receiptPath());
-    checkRemovalLocation();
-  });
+  productIsDetected_ = !configuration_.productName();
+  failOnException([this] { chooseProduct(); });
   if (!hasFailed() && !configuration_.install() && !configuration_.receipt() && !configuration_.remove()) {
     return;
   }
@@ -70,6 +67,8 @@ void QVNInstallController::startController() {
   }
   runSteps();
   shutdownReceiptProcess();
+  // A run that only waits for its watchers changes nothing any more.
+  productLocks_.release();
   completeMainThread();
   logging::debug("exiting %s", "startController");
   if (configuration_.install()) {
@@ -83,7 +82,11 @@ void QVNInstallController::runSteps() {
   if (installationStatusService_) {
     installationStatusService_->startServer();
   }
-  failOnException([this] { buildAndRunStrategies(); });
+  failOnException([this] {
+    if (haveProductToOneself()) {
+      buildAndRunStrategies();
+    }
+  });
 }
 
 void QVNInstallController::shutdownReceiptProcess() {
@@ -119,6 +122,12 @@ void QVNInstallController::failOnException(const std::function<void()>& work) {
     logging::error("The run cannot go on. %@", exception.what());
     setInstallerState(QVNInstallerStateFailed);
   }
+}
+
+void QVNInstallController::chooseProduct() {
+  selectProduct();
+  configuration_.setBundlePathIsReceipt(configuration_.bundlePath() == configuration_.receiptPath());
+  checkRemovalLocation();
 }
 
 void QVNInstallController::selectProduct() {

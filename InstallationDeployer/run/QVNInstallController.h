@@ -8,6 +8,7 @@
 
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "InstallationDeployer/receipt/ReceiptContext.h"
+#include "InstallationDeployer/run/ProductLocks.h"
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 #include "InstallationDeployer/status/WatchedRun.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
@@ -86,6 +87,12 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
  private:
   void startStatusServiceForError(QVNInstallerState state);
   void logStartupMessage();
+  /// Waits until no other run changes the product or those that go with it, and looks at the machine afresh. False when
+  /// there is nothing to do then; the state says why.
+  [[nodiscard]] bool haveProductToOneself();
+  [[nodiscard]] bool lockProducts(const ProductNames& products);
+  [[nodiscard]] ProductNames productsToLock();
+  void lookAgain();
   void runSteps();
   void shutdownReceiptProcess();
   /// Ends the work: from now on only watchers are waited for.
@@ -93,6 +100,7 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   /// Does the work; an exception that leaves it fails the run and is logged.
   void failOnException(const std::function<void()>& work);
   /// The checks before the steps, each skipped after a failure.
+  void chooseProduct();
   void selectProduct();
   void checkRemovalLocation();
   void checkInstallerLocation();
@@ -119,7 +127,9 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
               Arguments&&... arguments);
 
   QVNInstallConfiguration configuration_;
+  bool productIsDetected_ = false;  // and not named by the caller
   std::unique_ptr<QVNInstallerManifest> manifest_;
+  ProductLocks productLocks_;
   std::unique_ptr<QVNInstallStepStrategy> strategy_;
   // What a watcher's thread may read while the tree is being made.
   std::atomic<QVNInstallStepStrategy*> watchedStrategy_ = nullptr;

@@ -5,6 +5,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <optional>
+
+#include "general/system/ProcessHandlePrimitives.h"
 
 namespace platform::self {
 
@@ -42,6 +45,19 @@ std::uint32_t effectiveUserId() { return geteuid(); }
 bool setUserId(std::uint32_t userId) { return setuid(userId) == 0; }
 
 int processIdentifier() { return static_cast<int>(getpid()); }
+
+bool descendsFrom(int processIdentifier) {
+  // The first process of a system has none; the limit is for chains that change while one follows them.
+  constexpr int kMostGenerations = 1000;
+  std::optional<int> ancestor = static_cast<int>(getppid());
+  for (int generation = 0; ancestor && *ancestor > 0 && generation < kMostGenerations; ++generation) {
+    if (*ancestor == processIdentifier) {
+      return true;
+    }
+    ancestor = processes::parentOf(*ancestor);
+  }
+  return false;
+}
 
 void prepareForUnattendedRun() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

@@ -11,6 +11,8 @@ namespace platform::self {
 /// Sets real, effective and saved user id. False when the system refuses.
 [[nodiscard]] bool setUserId(std::uint32_t userId);
 [[nodiscard]] int processIdentifier();
+/// Whether the process is the parent of this one, or the parent's parent, and so on, as far as the system tells.
+[[nodiscard]] bool descendsFrom(int processIdentifier);
 
 /// Makes the process safe to run unattended: standard descriptors that are closed are connected to the null device (so
 /// that no file opened later is mistaken for one), and writing to a reader that went away or beyond the limit for the

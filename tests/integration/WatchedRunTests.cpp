@@ -307,7 +307,8 @@ TEST_F(WatchedRun, IsTheOnlyRunThatCanBeReached) {
   auto engine = startEngine({"--install"});
   waitForProgram(engine);
   EXPECT_EQ(watch(engine, {"state"}), "no service\n");
-  EXPECT_FALSE(root().exists("/run/com.corvane.installer"));
+  EXPECT_EQ(root().shell("ls /run/com.corvane.installer /run/com.corvane.installer/observers").standardOutput,
+            "/run/com.corvane.installer:\nobservers\n\n/run/com.corvane.installer/observers:\n");
   letGoOn();
   const Outcome outcome = engine.wait();
   EXPECT_EQ(outcome.exitCode, 0) << outcome.description();

@@ -17,6 +17,13 @@ std::optional<std::string> executableOf(int processIdentifier) {
   return length > 0 ? std::optional(std::string(path.data(), static_cast<std::size_t>(length))) : std::nullopt;
 }
 
+std::optional<int> parentOf(int processIdentifier) {
+  proc_bsdshortinfo info{};
+  const int size = static_cast<int>(sizeof info);
+  const int filled = proc_pidinfo(processIdentifier, PROC_PIDT_SHORTBSDINFO, 0, &info, size);
+  return filled == size ? std::optional(static_cast<int>(info.pbsi_ppid)) : std::nullopt;
+}
+
 bool kill(const Descriptor& /*process*/, int processIdentifier) { return ::kill(processIdentifier, SIGKILL) == 0; }
 
 }  // namespace platform::processes

@@ -77,6 +77,19 @@ std::optional<std::string_view> commandInStat(std::string_view stat) {
   return stat.substr(begin + 1, end - begin - 1);
 }
 
+std::optional<int> parentInStat(std::string_view stat) {
+  // After the name: ") ", one letter for the state, a blank, the number.
+  constexpr std::size_t kFromEndOfName = 4;
+  const std::size_t number = stat.rfind(')');
+  if (number == std::string_view::npos || number + kFromEndOfName >= stat.size()) {
+    return std::nullopt;
+  }
+  const std::string_view rest = stat.substr(number + kFromEndOfName);
+  int parent = 0;
+  const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), parent);
+  return error == std::errc{} && parent >= 0 ? std::optional(parent) : std::nullopt;
+}
+
 std::optional<std::uint32_t> effectiveUserIdInStatus(std::string_view status) {
   // The name stands before this line in the file, but the kernel escapes line ends in it.
   constexpr std::string_view kLabel = "\nUid:\t";

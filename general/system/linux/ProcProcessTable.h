@@ -11,6 +11,8 @@ namespace platform {
 /// The command's name from the text of /proc/PID/stat: what stands between the first "(" and the last ")", since a name
 /// may hold anything.
 [[nodiscard]] std::optional<std::string_view> commandInStat(std::string_view stat);
+/// The number of the process's parent from the same text.
+[[nodiscard]] std::optional<int> parentInStat(std::string_view stat);
 /// The effective user id from the text of /proc/PID/status.
 [[nodiscard]] std::optional<std::uint32_t> effectiveUserIdInStatus(std::string_view status);
 

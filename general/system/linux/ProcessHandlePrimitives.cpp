@@ -8,9 +8,18 @@
 #include <climits>
 #include <csignal>
 
+#include "general/system/linux/ProcProcessTable.h"
+#include "general/system/linux/SmallFile.h"
+
 namespace platform::processes {
 
 using foundation::Descriptor;
+
+namespace {
+
+constexpr std::size_t kLongestStatFile = std::size_t{1} << 16U;
+
+}  // namespace
 
 Descriptor openProcess(int processIdentifier) {
   return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, processIdentifier, 0)));
@@ -32,6 +41,11 @@ std::optional<std::string> executableOf(int processIdentifier) {
     return std::nullopt;
   }
   return executable;
+}
+
+std::optional<int> parentOf(int processIdentifier) {
+  const auto stat = readSmallFile("/proc/" + std::to_string(processIdentifier) + "/stat", kLongestStatFile);
+  return stat ? parentInStat(*stat) : std::nullopt;
 }
 
 bool kill(const Descriptor& process, int processIdentifier) {

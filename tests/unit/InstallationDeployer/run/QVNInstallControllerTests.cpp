@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <stdexcept>
 #include <string>
@@ -77,6 +78,10 @@ class InstallController : public ::testing::Test, protected tests::BundleFixture
   void SetUp() override {
     if (foundation::files::exists(std::string(kQVNInstallerReceiptPath))) {
       GTEST_SKIP() << "products are installed on this machine";
+    }
+    // Runs lock their product in the folder where root's processes meet.
+    if (const auto reason = tests::enterPrivateRunFolder(); reason && geteuid() != 0) {
+      GTEST_SKIP() << *reason;
     }
   }
   [[nodiscard]] QVNInstallConfiguration installOf(std::optional<std::string> product) const {

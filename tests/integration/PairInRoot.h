@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tests/integration/InPrivateRoot.h"
+#include "tests/support/PairMachine.h"
+
+namespace tests {
+
+/// A test with a machine that knows both versions of a product and what each way of going on promises.
+class PairInRoot : public InPrivateRoot {
+ protected:
+  using Version = ProductPair::Version;
+
+  [[nodiscard]] bool needsProc() const override { return true; }
+  void prepare() override { machine_ = std::make_unique<PairMachine>(root(), pair()); }
+
+  PairMachine& machine() { return *machine_; }
+
+  /// Made once for all tests: the bundles are the same.
+  static const ProductPair& pair() {
+    static const ProductPair pair(CORVANE_ENGINE);
+    return pair;
+  }
+
+ private:
+  std::unique_ptr<PairMachine> machine_;
+};
+
+}  // namespace tests

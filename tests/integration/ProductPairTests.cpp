@@ -1,0 +1,29 @@
+#include "tests/integration/PairInRoot.h"
+
+namespace tests {
+namespace {
+
+/// What runs that nothing disturbs make of each start: the promise that all others are held against.
+class PairOfVersions : public PairInRoot, public ::testing::WithParamInterface<std::tuple<Start, Way>> {};
+
+TEST_P(PairOfVersions, EndsWithExactlyThePromisedTree) {
+  const auto [start, way] = GetParam();
+  machine().begin(start);
+  const auto outcome = machine().go(way);
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.standardError;
+  EXPECT_EQ(machine().whatIsWrong(start, way, Story::Undisturbed), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(FromEveryStart, PairOfVersions,
+                         ::testing::Combine(::testing::Values(Start::Nothing, Start::First, Start::Second,
+                                                              Start::Classic),
+                                            ::testing::Values(Way::First, Way::Second, Way::Removal)));
+
+TEST(ProductPairKinds, AreManyAndEachShowsInOneOfTheTrees) {
+  EXPECT_GE(ProductPair::kindsOfChange().size(), 23U);
+  EXPECT_NE(difference(ProductPair::tree(ProductPair::Version::First), ProductPair::tree(ProductPair::Version::Second)),
+            "");
+}
+
+}  // namespace
+}  // namespace tests

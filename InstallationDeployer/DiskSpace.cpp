@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <limits>
 
+#include "InstallationDeployer/ManifestKeys.h"
+#include "general/foundation/extensions/NSDictionaryExtensions.h"
+
 namespace deployer {
 
 namespace {
@@ -18,6 +21,13 @@ void DiskSpace::add(std::int64_t bytes) {
     required_ = Limits::min();
   } else {
     required_ += bytes;
+  }
+}
+
+void DiskSpace::addReceipt(const foundation::PropertyList& index) {
+  add(index[kManifestIndexReceiptSize].integer().value_or(0));
+  if (foundation::NSDictionaryExtensions::boolForKey(index, kManifestIndexReceiptHasPayloadContents)) {
+    add(index[kManifestIndexPayloadSize].integer().value_or(0));
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "general/foundation/propertylist/PropertyList.h"
+
 namespace deployer {
 
 /// Space on disk that several things need together, in bytes. Sizes come from outside and may be any number: sums stop
@@ -9,6 +11,8 @@ namespace deployer {
 class DiskSpace {
  public:
   void add(std::int64_t bytes);
+  /// What the receipt of the bundle with this index takes, with the payload where receipts keep it.
+  void addReceipt(const foundation::PropertyList& index);
   [[nodiscard]] std::int64_t required() const { return required_; }
   [[nodiscard]] bool fitsInto(std::int64_t freeBytes) const { return freeBytes >= required_; }
   /// A size of the system as a signed number.

@@ -7,7 +7,7 @@
 #include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/install/DirectoryInstaller.h"
 #include "InstallationDeployer/install/FileInstaller.h"
-#include "InstallationDeployer/install/InstallAction.h"
+#include "InstallationDeployer/InstallAction.h"
 #include "InstallationDeployer/install/InstallResources.h"
 #include "InstallationDeployer/install/PayloadPrefetch.h"
 #include "general/foundation/propertylist/PropertyList.h"

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "InstallationDeployer/install/InstallAction.h"
+#include "InstallationDeployer/InstallAction.h"
 #include "InstallationDeployer/install/InstallResources.h"
 #include "InstallationDeployer/install/PayloadPrefetch.h"
 #include "general/foundation/files/PreparedFile.h"

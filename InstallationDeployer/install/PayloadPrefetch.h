@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "InstallationDeployer/install/InstallAction.h"
+#include "InstallationDeployer/InstallAction.h"
 #include "InstallationDeployer/install/MemoryBudget.h"
 #include "InstallationDeployer/install/PayloadFileReader.h"
 #include "general/foundation/Mutex.h"

@@ -8,7 +8,6 @@
 #include "InstallationDeployer/install/ComponentInstaller.h"
 #include "InstallationDeployer/install/LinkInstaller.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/logging/SystemLog.h"
 #include "general/system/NSProcessInfoExtensions.h"
@@ -17,7 +16,6 @@ namespace deployer {
 
 using foundation::FileAttributes;
 using foundation::PropertyList;
-using foundation::NSDictionaryExtensions::boolForKey;
 namespace files = foundation::files;
 namespace paths = foundation::paths;
 
@@ -56,10 +54,7 @@ bool QVNInstallComponentsStrategy::CheckDiskSpaceFor(const Names& components) {
   const PropertyList& payloadSize = index[kManifestIndexPayloadSize];
   const PropertyList& receiptSize = index[kManifestIndexReceiptSize];
   DiskSpace space;
-  space.add(receiptSize.integer().value_or(0));
-  if (boolForKey(index, kManifestIndexReceiptHasPayloadContents)) {
-    space.add(payloadSize.integer().value_or(0));
-  }
+  space.addReceipt(index);
   logging::debug("payloadSize in bytes: %@", payloadSize);
   logging::debug("receiptSize in bytes: %@", receiptSize);
   logging::debug("totalReceiptSize in bytes: %lld", space.required());

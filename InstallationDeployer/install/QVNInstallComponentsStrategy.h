@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "InstallationDeployer/FileEntry.h"
-#include "InstallationDeployer/install/InstallAction.h"
+#include "InstallationDeployer/InstallAction.h"
 #include "InstallationDeployer/install/InstallResources.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/files/FileAttributes.h"

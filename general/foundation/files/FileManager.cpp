@@ -30,6 +30,8 @@ using system_paths::withoutTrailingSlashes;
 
 namespace {
 
+// Small enough to be in the processor's cache still when the reader gets it.
+constexpr std::size_t kPieceBytes = std::size_t{128} * 1024;
 constexpr std::size_t kLongestPath = std::size_t{1024} * 1024;
 
 // Runs a call that gives -1 and sets errno, and says what went wrong.
@@ -179,13 +181,17 @@ Status setLinkAttributes(const FileAttributes& attributes, const std::string& pa
 
 namespace {
 
-Result<std::span<const std::byte>> readWith(int openFlags, const std::string& path, FileBuffer& buffer,
-                                            const PieceVisitor& visitor, std::uint64_t mostBytes) {
+struct ReadableFile {
+  Descriptor file;
+  std::uint64_t length = 0;
+};
+
+Result<ReadableFile> openRegular(int openFlags, const std::string& path) {
   if (holdsNul(path)) {
     return fileError(EINVAL, Access::Read, path);
   }
   // Without waiting, for the open itself would wait for the other end of a pipe.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | openFlags));
+  Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | openFlags));
   struct stat item {};
   if (!file.isOpen() || fstat(file.number(), &item) != 0) {
     return fileError(errno, Access::Read, path);
@@ -196,11 +202,20 @@ Result<std::span<const std::byte>> readWith(int openFlags, const std::string& pa
   if (!S_ISREG(item.st_mode)) {
     return fileError(kReadUnknown, "The item \"" + paths::lastComponent(path) + "\" is not a regular file.", path);
   }
-  if (static_cast<std::uint64_t>(item.st_size) > mostBytes) {
+  return ReadableFile{std::move(file), static_cast<std::uint64_t>(item.st_size)};
+}
+
+Result<std::span<const std::byte>> readWith(int openFlags, const std::string& path, FileBuffer& buffer,
+                                            const PieceVisitor& visitor, std::uint64_t mostBytes) {
+  const auto opened = openRegular(openFlags, path);
+  if (!opened) {
+    return opened.error();
+  }
+  if (opened->length > mostBytes) {
     return fileError(kReadTooLarge, "The item \"" + paths::lastComponent(path) + "\" is too large.", path);
   }
-  FileReader reader(file.number(), buffer, visitor);
-  if (reader.readAll(static_cast<std::size_t>(item.st_size)) != 0) {
+  FileReader reader(opened->file.number(), buffer, visitor);
+  if (reader.readAll(static_cast<std::size_t>(opened->length)) != 0) {
     return fileError(errno, Access::Read, path);
   }
   return reader.content();
@@ -215,6 +230,34 @@ Result<std::span<const std::byte>> read(const std::string& path, FileBuffer& buf
 
 Result<std::span<const std::byte>> readItself(const std::string& path, FileBuffer& buffer) {
   return readWith(O_NOFOLLOW, path, buffer, {}, UINT64_MAX);
+}
+
+Status readInPieces(const std::string& path, FileBuffer& buffer, const PieceReader& reader) {
+  const auto opened = openRegular(0, path);
+  if (!opened) {
+    return opened.error();
+  }
+  if (!buffer.reserve(kPieceBytes)) {
+    return fileError(ENOMEM, Access::Read, path);
+  }
+  const auto room = buffer.memory().first(kPieceBytes);
+  while (true) {
+    const ssize_t count = ::read(opened->file.number(), room.data(), room.size());
+    if (count < 0 && errno != EINTR) {
+      return fileError(errno, Access::Read, path);
+    }
+    if (count == 0 || (count > 0 && !reader(room.first(static_cast<std::size_t>(count))))) {
+      return {};
+    }
+  }
+}
+
+Result<std::uint64_t> lengthOfReadableFile(const std::string& path) {
+  const auto opened = openRegular(0, path);
+  if (!opened) {
+    return opened.error();
+  }
+  return opened->length;
 }
 
 Result<std::string> readText(const std::string& path) {

@@ -64,6 +64,11 @@ namespace foundation::files {
 [[nodiscard]] Result<std::span<const std::byte>> readItself(const std::string& path, FileBuffer& buffer);
 /// The same for small files, as a string.
 [[nodiscard]] Result<std::string> readText(const std::string& path);
+/// Shows a regular file of any length piece by piece, in order, with no more of it in the buffer than the piece at
+/// hand; fails as read() does. Returns when the reader has had all of it or wants no more.
+[[nodiscard]] Status readInPieces(const std::string& path, FileBuffer& buffer, const PieceReader& reader);
+/// The length in bytes of a regular file that can be opened for reading; fails as read() does.
+[[nodiscard]] Result<std::uint64_t> lengthOfReadableFile(const std::string& path);
 /// Replaces the file's content in one step (an atomic replace): a reader sees all of the old or all of the new. A link
 /// in the way is replaced, not followed. The attributes are set before the name shows the file; absent ones are the
 /// process's owner and group and mode 0644.

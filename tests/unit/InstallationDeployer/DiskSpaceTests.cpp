@@ -28,6 +28,20 @@ TEST(DiskSpaceNeeded, SumsStopAtTheEndsOfTheRange) {
   EXPECT_EQ(negative.required(), std::numeric_limits<std::int64_t>::min());
 }
 
+TEST(DiskSpaceNeeded, AReceiptTakesThePayloadToWhereItKeepsIt) {
+  using foundation::PropertyList;
+  const PropertyList index = PropertyList::dictionary({{"ReceiptSize", 10}, {"PayloadSize", 300}});
+  DiskSpace without;
+  without.addReceipt(index);
+  EXPECT_EQ(without.required(), 10);
+  DiskSpace with;
+  with.addReceipt(index.with("ReceiptHasPayloadContents", true));
+  EXPECT_EQ(with.required(), 310);
+  DiskSpace unknown;
+  unknown.addReceipt({});
+  EXPECT_EQ(unknown.required(), 0);
+}
+
 TEST(DiskSpaceNeeded, FreeSpaceBeyondTheSignedRangeIsTheLargestNumber) {
   EXPECT_EQ(DiskSpace::signedSize(std::numeric_limits<std::uint64_t>::max()), kMostBytes);
 }

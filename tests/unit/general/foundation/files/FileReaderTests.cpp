@@ -149,3 +149,42 @@ TEST_F(FileReading, ReadsTextsWithNuls) {
   EXPECT_EQ(files::readText(box_.write("file", "a\0b"s)).value(), "a\0b"s);
   EXPECT_EQ(files::readText(path("missing")).error().code, 260);
 }
+
+TEST_F(FileReading, PiecesAreThoseOfTheFileWithNoMoreMemoryThanOneTakes) {
+  const std::string content = pattern(3 * kPiece + 17);
+  std::string seen;
+  const auto read = files::readInPieces(box_.write("file", content), buffer_, [&](std::span<const std::byte> piece) {
+    seen.append(reinterpret_cast<const char*>(piece.data()), piece.size());
+    return true;
+  });
+  EXPECT_TRUE(read.ok());
+  EXPECT_EQ(seen, content);
+  EXPECT_EQ(buffer_.memory().size(), kPiece);
+}
+
+TEST_F(FileReading, PiecesEndWhenTheReaderWantsNoMore) {
+  int pieces = 0;
+  const auto read = files::readInPieces(box_.write("file", pattern(3 * kPiece)), buffer_,
+                                        [&](std::span<const std::byte>) { return ++pieces < 2; });
+  EXPECT_TRUE(read.ok());
+  EXPECT_EQ(pieces, 2);
+}
+
+TEST_F(FileReading, LengthAndPiecesAreOfRegularFilesOnlyAndNeverWaited) {
+  const auto never = [](std::span<const std::byte>) {
+    ADD_FAILURE() << "nothing can be read";
+    return true;
+  };
+  ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+  box_.makeDirectory("folder");
+  std::filesystem::create_symlink("loop", path("loop"));
+  for (const char* name : {"pipe", "folder", "loop", "missing"}) {
+    const auto read = files::readInPieces(path(name), buffer_, never);
+    const auto length = files::lengthOfReadableFile(path(name));
+    ASSERT_FALSE(read.ok() || length.ok()) << name;
+    EXPECT_EQ(read.error().code, length.error().code);
+    EXPECT_EQ(read.error().code, errorCode(path(name))) << name;
+  }
+  std::filesystem::create_symlink(box_.write("file", "12345"), path("link"));
+  EXPECT_EQ(files::lengthOfReadableFile(path("link")).value(), 5U);
+}

@@ -1,4 +1,4 @@
-#include "InstallationDeployer/install/InstallAction.h"
+#include "InstallationDeployer/InstallAction.h"
 
 #include <string_view>
 #include <utility>

@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "InstallationDeployer/InstallAction.h"
 #include "InstallationDeployer/ManifestKeys.h"
-#include "InstallationDeployer/install/InstallAction.h"
 #include "tests/support/PropertyLists.h"
 
 namespace deployer {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -277,6 +278,23 @@ TEST_F(InstallController, WatchedRunWaitsUntilItsServiceIsToldToEnd) {
     EXPECT_NE(text.find("exiting start"), std::string::npos);
     EXPECT_NE(text.find("stateUpdatedNotification]"), std::string::npos);
   }
+}
+
+TEST_F(InstallController, WithoutTheLockOfItsProductARunChangesNothing) {
+  if (const auto reason = tests::enterPrivateRunFolder()) {
+    GTEST_SKIP() << *reason;
+  }
+  writeIndex(indexOfComponents("P", {}));
+  directory().write("elsewhere", "");
+  std::filesystem::create_symlink(directory().path("elsewhere"), "/var/run/com.corvane.installer");
+  QVNInstallController controller(installOf("P"));
+  const tests::CapturedLog log;
+  controller.startController();
+  EXPECT_EQ(controller.installerState(), QVNInstallerStateFailed);
+  EXPECT_EQ(controller.strategy(), nullptr);
+  EXPECT_EQ(log.texts("Error"),
+            std::vector<std::string>{"Unable to open the folder for connections /var/run/com.corvane.installer. "
+                                     "Not a directory"});
 }
 
 TEST_F(InstallController, UnwatchedRunHasNoService) {

@@ -36,6 +36,18 @@ TEST(CommandInStat, IsNothingInAnyOtherText) {
   EXPECT_EQ(platform::commandInStat("12 (cut"), std::nullopt);
 }
 
+TEST(ParentInStat, StandsAfterTheNameAndTheState) {
+  EXPECT_EQ(platform::parentInStat("12 (loginwindow) S 1 2"), 1);
+  EXPECT_EQ(platform::parentInStat("12 (a) S 7) c) R 4194303 2"), 4194303);
+  EXPECT_EQ(platform::parentInStat("1 (init) S 0 1"), 0);
+}
+
+TEST(ParentInStat, IsNothingInAnyOtherText) {
+  for (const char* text : {"", "12 (cut", "12 (cut)", "12 (cut) S", "12 (cut) S ", "12 (odd) S x", "12 (odd) S -1 2"}) {
+    EXPECT_EQ(platform::parentInStat(text), std::nullopt) << text;
+  }
+}
+
 TEST(EffectiveUserIdInStatus, IsTheSecondNumber) {
   EXPECT_EQ(platform::effectiveUserIdInStatus("Name:\tx\nUid:\t1\t502\t3\t4\nGid:\t5\t6\t7\t8\n"), 502U);
   EXPECT_EQ(platform::effectiveUserIdInStatus("Name:\tx\nUid:\t1\t4294967294\t3\t4\n"), 4294967294U);

@@ -22,6 +22,27 @@ TEST(ProcessSelf, KnowsItsIdentity) {
   EXPECT_EQ(self::processIdentifier(), getpid());
 }
 
+TEST(ProcessSelf, DescendsFromThoseThatStartedItAndFromNobodyElse) {
+  const int self = getpid();
+  EXPECT_TRUE(self::descendsFrom(getppid()));
+  EXPECT_FALSE(self::descendsFrom(self));
+  EXPECT_FALSE(self::descendsFrom(0));
+  EXPECT_EQ(runInChild([&] { return self::descendsFrom(self) && self::descendsFrom(getppid()) ? 0 : 1; }), 0);
+  EXPECT_EQ(runInChild([&] { return runInChild([&] { return self::descendsFrom(self) ? 0 : 1; }); }), 0);
+  int sibling = 0;
+  EXPECT_EQ(runInChild([&] {
+              sibling = fork();
+              if (sibling == 0) {
+                while (pause() != 0) {
+                }
+              }
+              const int fromSibling = runInChild([&] { return self::descendsFrom(sibling) ? 1 : 0; });
+              kill(sibling, SIGKILL);
+              return fromSibling;
+            }),
+            0);
+}
+
 TEST(ProcessSelf, SetsRealEffectiveAndSavedUserId) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root may take any user id";

@@ -322,6 +322,39 @@ TEST_F(FrontEnd, LeavesTheEngineAloneWhenItIsAskedToEndOrItsTerminalIsClosed) {
   }
 }
 
+TEST_F(FrontEnd, ShowsARunThatWaitsForAnotherOneAndCancelsIt) {
+  makeProductThatWaits();
+  auto first = startEngine({"--install"});
+  waitForProgram(first);
+  auto frontEnd = startFrontEnd({"--verbose"});
+  const pid_t engine = engineOf(frontEnd);
+  ASSERT_TRUE(frontEnd.waitForStandardError("Waiting for process " + std::to_string(first.process()) +
+                                            ", which changes the product \"Guard\"."))
+      << frontEnd.standardErrorSoFar();
+  ASSERT_TRUE(frontEnd.waitForStandardOutput("\nPreparing"));
+  frontEnd.kill(SIGINT);
+  const Outcome outcome = frontEnd.wait();
+  EXPECT_EQ(outcome.exitCode, 21) << outcome.description();
+  EXPECT_NE(outcome.standardOutput.find(kCancelling), std::string::npos) << outcome.standardOutput;
+  EXPECT_FALSE(runs(engine));
+  EXPECT_TRUE(first.isRunning());
+  letGoOn();
+  EXPECT_EQ(first.wait().exitCode, 0);
+}
+
+TEST_F(FrontEnd, ShowsARunThatHasWaitedForAnotherOneToItsEnd) {
+  makeProductThatWaits();
+  auto first = startEngine({"--install"});
+  waitForProgram(first);
+  auto frontEnd = startFrontEnd({"--verbose"});
+  ASSERT_TRUE(frontEnd.waitForStandardError("Waiting for process ")) << frontEnd.standardErrorSoFar();
+  letGoOn();
+  EXPECT_EQ(first.wait().exitCode, 0);
+  const Outcome outcome = frontEnd.wait();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_NE(outcome.standardOutput.find("The installation was successful. Exit code 0."), std::string::npos);
+}
+
 TEST_F(FrontEnd, CancelsAnEngineThatCannotBeReachedYetAsSoonAsItCan) {
   makeProduct();
   putScriptInPlaceOfEngine(kLateEngine);

@@ -24,7 +24,7 @@ InstallAction InstallRules::decide(const FileEntry& entry) const {
   if (entry.isSymbolicLink()) {
     return {.kind = Kind::Link, .entry = entry};
   }
-  if (keepsModifiableFiles && entry.isModifiable()) {
+  if (keepsModifiableFiles && entry.isModifiable() && !modifiableFilesToWrite.contains(entry.path().value_or(""))) {
     return {.kind = Kind::Keep, .entry = entry};
   }
   return decideCopy(entry);

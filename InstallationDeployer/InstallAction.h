@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <set>
 #include <string>
 
 #include "InstallationDeployer/FileEntry.h"
@@ -36,6 +38,7 @@ struct InstallRules {
   std::string destination;                         ///< the root that the entries' paths are appended to
   foundation::FileAttributes directoryAttributes;  ///< of directories that no entry describes
   bool keepsModifiableFiles = false;
+  std::set<std::string, std::less<>> modifiableFilesToWrite = {};  ///< paths of those that are not kept all the same
   bool skipsSystemFolder = false;
 
   [[nodiscard]] InstallAction decide(const FileEntry& entry) const;

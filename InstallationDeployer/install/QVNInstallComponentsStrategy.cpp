@@ -46,7 +46,8 @@ bool QVNInstallComponentsStrategy::work() {
     logging::info("No plan to install");
     return failWith();
   }
-  return CheckDiskSpaceFor(*components) && InstallComponents(*components);
+  return CheckDiskSpaceFor(*components) && (controller().changes().begin(*components) || failWith()) &&
+         InstallComponents(*components);
 }
 
 bool QVNInstallComponentsStrategy::CheckDiskSpaceFor(const Names& components) {
@@ -82,11 +83,13 @@ bool QVNInstallComponentsStrategy::InstallComponents(const Names& components) {
   }
   InstallRules rules = rulesFor({}, controller().installerRootPath(), configuration().targetPath().value_or(""));
   rules.keepsModifiableFiles = configuration().hasInstallerReceipt();
+  rules.modifiableFilesToWrite = controller().changes().modifiableFilesToWrite();
   for (const std::string& component : components) {
     rules.component = component;
     if (!installComponent(rules)) {
       return false;
     }
+    controller().changes().note("installed", {component});
   }
   if (auto flushed = resources_.writtenVolumes().flush(); !flushed) {
     return fail("Unable to bring the installed files to the disk. %@", flushed.error());

@@ -100,6 +100,32 @@ Status makeFolder() {
   return isTrustworthy() ? Status() : noPermission("The cache's folder is not root's alone.", folder());
 }
 
+Status removeCopy(std::string_view path) { return files::removeItemIfPresent(cachedPath(path)); }
+
+std::vector<std::string> cachedFiles() {
+  std::vector<std::string> found;
+  std::vector<std::string> folders;
+  if (isTrustworthy()) {
+    folders.emplace_back();
+  }
+  while (!folders.empty()) {
+    const std::string place = std::move(folders.back());
+    folders.pop_back();
+    const auto names = files::contentsOfDirectory(cachedPath(place));
+    for (const std::string& name : names ? *names : std::vector<std::string>()) {
+      const std::string path = paths::append("/" + place, name);
+      const auto item = files::attributesOfItem(cachedPath(path));
+      (item && item->isDirectory() ? folders : found).push_back(path);
+    }
+  }
+  return found;
+}
+
+Status flush() {
+  const Status flushed = files::flushFileSystem(folder());
+  return flushed || flushed.error().isNoSuchFile() ? Status() : flushed;
+}
+
 Status copyFile(const std::string& source, const std::string& target) {
   const auto attributes = files::attributesOfItem(source);
   if (!attributes) {

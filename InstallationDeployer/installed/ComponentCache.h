@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "general/foundation/Result.h"
 
@@ -24,6 +25,13 @@ namespace component_cache {
 [[nodiscard]] foundation::Status makeFolder();
 /// Whether what the cache holds, if there is one, was put there by root.
 [[nodiscard]] bool isTrustworthy();
+
+/// Paths of the files that the cache holds copies of; none when others than root could change it.
+[[nodiscard]] std::vector<std::string> cachedFiles();
+/// Removes one copy; none is success.
+[[nodiscard]] foundation::Status removeCopy(std::string_view path);
+/// Puts what the cache holds on the disk.
+[[nodiscard]] foundation::Status flush();
 
 /// Copies a file with its owner, group, permissions and date, making missing folders on the way to the target. A link
 /// of somebody else than root as source is an error: it may lead to what its owner must not read.

@@ -18,6 +18,19 @@ namespace {
 
 constexpr char kWildcard = '*';
 
+/// Both sides of the wildcard, which may overlap in the name.
+bool nameMatches(const std::string& name, const std::string& pattern) {
+  const std::size_t wildcard = pattern.find(kWildcard);
+  return wildcard == std::string::npos
+             ? name == pattern
+             : name.starts_with(pattern.substr(0, wildcard)) && name.ends_with(pattern.substr(wildcard + 1));
+}
+
+bool matchesWildCardedPath(const std::string& path, const std::string& pattern) {
+  return paths::deleteLastComponent(path) == paths::deleteLastComponent(pattern) &&
+         nameMatches(paths::lastComponent(path), paths::lastComponent(pattern));
+}
+
 // An empty one is none here.
 bool hasExternalSource(const FileEntry& entry) { return !entry.externalSource().value_or("").empty(); }
 
@@ -29,7 +42,7 @@ std::string sourceOf(const FileEntry& entry) {
 }  // namespace
 
 bool QVNCacheComponentStrategy::work() {
-  if (const Status removed = component_cache::remove(); !removed && !removed.error().isNoSuchFile()) {
+  if (const Status removed = removeStaleCache(); !removed && !removed.error().isNoSuchFile()) {
     return fail("QVNCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
   }
   if (const Status made = component_cache::makeFolder(); !made) {
@@ -37,6 +50,12 @@ bool QVNCacheComponentStrategy::work() {
   }
   return walkPlannedEntries(
       [this](const std::string& component, const FileEntry& entry) { return cacheEntry(component, entry); });
+}
+
+Status QVNCacheComponentStrategy::removeStaleCache() {
+  // What an interrupted run, or the run of another product, is to put back stays.
+  const ChangeRecord& changes = controller().changes();
+  return changes.owedFiles().empty() && !changes.sharesCache() ? component_cache::remove() : Status();
 }
 
 bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const FileEntry& entry) {
@@ -63,6 +82,12 @@ bool QVNCacheComponentStrategy::cacheMatches(const std::string& component, const
         kManifestExternalSourcePath, component, entry.listedPath());
   }
   const auto matches = matchesForWildCardedPath(source);
+  if (std::ranges::any_of(controller().changes().owedFiles(),
+                          [&](const std::string& owed) { return matchesWildCardedPath(owed, source); })) {
+    // An interrupted run found some. They wait in the cache, whether or not any are left at their place.
+    return std::ranges::all_of(matches.value_or(std::vector<std::string>()),
+                               [this](const std::string& match) { return copyFile(match, match); });
+  }
   if (!matches || matches->empty()) {
     return fail("QVNCacheComponentStrategy: Unable to find matched files from wildcarded path: '%@'", source);
   }
@@ -79,15 +104,12 @@ std::optional<std::vector<std::string>> QVNCacheComponentStrategy::matchesForWil
     return std::nullopt;
   }
   std::vector<std::string> matches;
-  const std::size_t wildcard = name.find(kWildcard);
-  if (wildcard == std::string::npos) {
+  if (name.find(kWildcard) == std::string::npos) {
     logging::debug("QVNCacheComponentStrategy: Cannot find wildcard from pathPattern: %@", name);
     matches.push_back(pattern);
   } else {
-    const std::string prefix = name.substr(0, wildcard);
-    const std::string suffix = name.substr(wildcard + 1);
     for (const std::string& item : *items) {
-      if (item.starts_with(prefix) && item.ends_with(suffix)) {
+      if (nameMatches(item, name)) {
         matches.push_back(paths::append(directory, item));
       }
     }
@@ -97,10 +119,19 @@ std::optional<std::vector<std::string>> QVNCacheComponentStrategy::matchesForWil
 }
 
 bool QVNCacheComponentStrategy::copyFile(const std::string& source, const std::string& path) {
+  const auto& owed = controller().changes().owedFiles();
+  if (std::ranges::find(owed, path) != owed.end()) {
+    // Which of the two counts is decided when what was interrupted is put right.
+    return true;
+  }
   const std::string target = component_cache::cachedPath(path);
   logging::debug("QVNCacheComponentStrategy:\n\tsourceFilePath = %@\n\ttargetFilePath = %@", source, target);
   const Status copied = component_cache::copyFile(source, target);
-  if (copied || copied.error().isNoSuchFile()) {
+  if (copied) {
+    controller().changes().noteOwedFile(path, source != path);
+    return true;
+  }
+  if (copied.error().isNoSuchFile()) {
     return true;
   }
   return fail("QVNCacheComponentStrategy: Unable to copy file. %@", copied.error());

@@ -23,10 +23,17 @@ bool QVNRemoveComponentsStrategy::work() {
   if (!isLocal_ && !requireReceiptLocation()) {
     return false;
   }
+  if (!controller().changes().begin(plannedComponents())) {
+    return failWith();
+  }
   setInstallerState(QVNInstallerStateRemoving);
   GuardedRemoval removal;
-  return walkPlannedEntries(
+  const bool removed = walkPlannedEntries(
       [&](const std::string& component, const FileEntry& entry) { return removeEntry(component, entry, removal); });
+  if (removed) {
+    controller().changes().note("removed", plannedComponents());
+  }
+  return removed;
 }
 
 bool QVNRemoveComponentsStrategy::removeEntry(const std::string& component, const FileEntry& entry,

@@ -16,11 +16,45 @@ namespace paths = foundation::paths;
 using foundation::Status;
 
 bool QVNRestoreCacheComponentStrategy::work() {
-  const bool restored = restoreFiles();
-  if (const Status removed = component_cache::remove(); !removed && !removed.error().isNoSuchFile()) {
+  // What could not be put back stays in the cache for the next run.
+  if (!restoreFiles() || !restoreOwedFiles() || !flushRestored()) {
+    return false;
+  }
+  if (const Status removed = removeCache(); !removed && !removed.error().isNoSuchFile()) {
     return fail("QVNRestoreCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
   }
-  return restored;
+  controller().changes().note("restored", controller().changes().owedFiles());
+  return true;
+}
+
+bool QVNRestoreCacheComponentStrategy::restoreOwedFiles() {
+  return std::ranges::all_of(controller().changes().owedFiles(), [this](const std::string& path) {
+    const std::string cached = component_cache::cachedPath(path);
+    return restored_.contains(path) || !files::exists(cached) || copyFile(cached, path);
+  });
+}
+
+bool QVNRestoreCacheComponentStrategy::flushRestored() {
+  for (const std::string& path : restored_) {
+    for (const std::string& item : {path, paths::deleteLastComponent(path)}) {
+      if (const Status flushed = files::flushItem(item); !flushed && !flushed.error().isNoSuchFile()) {
+        return fail("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", flushed.error());
+      }
+    }
+  }
+  return true;
+}
+
+Status QVNRestoreCacheComponentStrategy::removeCache() {
+  if (!controller().changes().sharesCache()) {
+    return component_cache::remove();
+  }
+  for (const std::string& path : controller().changes().owedFiles()) {
+    if (Status removed = component_cache::removeCopy(path); !removed) {
+      return removed;
+    }
+  }
+  return {};
 }
 
 bool QVNRestoreCacheComponentStrategy::restoreFiles() {
@@ -71,7 +105,11 @@ bool QVNRestoreCacheComponentStrategy::copyFile(const std::string& cached, const
     }
   }
   const Status copied = component_cache::copyFile(cached, target);
-  if (copied || copied.error().isNoSuchFile()) {
+  if (copied) {
+    restored_.insert(target);
+    return true;
+  }
+  if (copied.error().isNoSuchFile()) {
     return true;
   }
   return fail("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", copied.error());

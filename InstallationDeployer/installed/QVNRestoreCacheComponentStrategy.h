@@ -22,6 +22,11 @@ class QVNRestoreCacheComponentStrategy : public QVNInstallStepStrategy {
   bool restoreFiles();
   bool restoreEntry(const std::string& component, const FileEntry& entry);
   bool restoreMatches(const std::string& path);
+  [[nodiscard]] bool restoreOwedFiles();
+  [[nodiscard]] bool flushRestored();
+  [[nodiscard]] foundation::Status removeCache();
+
+  std::set<std::string> restored_;
 };
 
 }  // namespace deployer

@@ -1,5 +1,6 @@
 #include "InstallationDeployer/plans/QVNBuildInstallPlanStrategy.h"
 
+#include <algorithm>
 #include <unordered_set>
 #include <utility>
 
@@ -108,6 +109,7 @@ bool QVNBuildInstallPlanStrategy::askForInstalledComponents(ReceiptConversation&
     return false;
   }
   records = std::move(*told);
+  controller().changes().noteInstalled(records);
   return !records.isNil() || receipt.takeOverState("Unable to acquire upgrade plan");
 }
 
@@ -137,6 +139,7 @@ std::optional<Plan> QVNBuildInstallPlanStrategy::upgradePlanForComponents(const 
     return std::nullopt;
   }
   UpgradePlan upgrade;
+  addDamagedComponents(*productComponents, upgrade);
   if (!addInstalledComponents(components, *productComponents, upgrade) ||
       !addNewComponents(*productComponents, upgrade)) {
     return std::nullopt;
@@ -148,6 +151,15 @@ std::optional<Plan> QVNBuildInstallPlanStrategy::upgradePlanForComponents(const 
   }
   setInstallerState(QVNInstallerStateSuccess);
   return upgrade.components();
+}
+
+void QVNBuildInstallPlanStrategy::addDamagedComponents(const Plan& productComponents, UpgradePlan& upgrade) {
+  for (const std::string& component : controller().changes().damagedComponents()) {
+    if (std::ranges::find(productComponents, component) != productComponents.end()) {
+      logging::info("Adding component %@ to upgrade plan, an interrupted run may have left it half changed", component);
+      upgrade.add(component);
+    }
+  }
 }
 
 bool QVNBuildInstallPlanStrategy::addInstalledComponents(const PropertyList& records, const Plan& productComponents,

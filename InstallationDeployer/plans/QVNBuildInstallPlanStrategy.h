@@ -38,6 +38,7 @@ class QVNBuildInstallPlanStrategy : public QVNInstallStepStrategy {
   /// Both say no, with the step's state set, when the receipt could not be asked or could not tell.
   bool askForInstalledComponents(ReceiptConversation& receipt, PropertyList& records);
   bool askForFixPlan(ReceiptConversation& receipt, Plan& fixPlan);
+  void addDamagedComponents(const Plan& productComponents, UpgradePlan& upgrade);
   [[nodiscard]] bool addInstalledComponents(const PropertyList& records, const Plan& productComponents,
                                             UpgradePlan& upgrade);
   [[nodiscard]] bool addNewComponents(const Plan& productComponents, UpgradePlan& upgrade);

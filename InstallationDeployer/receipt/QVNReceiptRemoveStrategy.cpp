@@ -14,6 +14,9 @@ bool QVNReceiptRemoveStrategy::work() {
     logging::error("Failed to find receipt");
     return false;
   }
+  if (!controller().changes().begin(plannedComponents())) {
+    return failWith();
+  }
   auto receipt = ReceiptConversation::begin(*this, receipts_);
   if (!receipt) {
     return false;
@@ -22,6 +25,9 @@ bool QVNReceiptRemoveStrategy::work() {
   if (removed && !*removed) {
     // Without success either way; only what is said about it differs.
     static_cast<void>(receipt->takeOverState("Unable to remove components"));
+  }
+  if (removed.value_or(false)) {
+    controller().changes().note("removed", plannedComponents());
   }
   return removed.value_or(false);
 }

@@ -41,7 +41,7 @@ bool QVNRemoveReceiptStrategy::work() {
   if (const Status removed = removeReceipts(); !removed) {
     return fail("Unable to remove receipt at %@\n\terror: %@", configuration().receiptDirectory(), removed.error());
   }
-  return true;
+  return controller().changes().finish() || failWith();
 }
 
 Status QVNRemoveReceiptStrategy::removeReceipts() {

@@ -42,7 +42,7 @@ bool QVNWriteReceiptStrategy::execute(bool previousSuccess) {
   if (!previousSuccess) {
     cleanupFailedInstall();
   }
-  return success;
+  return success && (controller().changes().finish() || failWith());
 }
 
 bool QVNWriteReceiptStrategy::work() {

@@ -199,6 +199,15 @@ QVNInstallerManifest& QVNInstallController::manifest() {
   return *manifest_;
 }
 
+RunJournal& QVNInstallController::journal() {
+  if (!journal_) {
+    journal_ = std::make_unique<RunJournal>(configuration_, manifest(), journalStore());
+  }
+  return *journal_;
+}
+
+ChangeRecord& QVNInstallController::changes() { return journal(); }
+
 void QVNInstallController::setInstallerState(QVNInstallerState state) {
   logging::debug("----- <%@>[QVNInstallController setInstallerState:%d]", foundation::currentThreadName(),
                  static_cast<std::uint32_t>(state));

@@ -9,6 +9,7 @@
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "InstallationDeployer/receipt/ReceiptContext.h"
 #include "InstallationDeployer/run/ProductLocks.h"
+#include "InstallationDeployer/run/RunJournal.h"
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 #include "InstallationDeployer/status/WatchedRun.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
@@ -40,6 +41,8 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   /// The manifests of the bundle, opened on first use.
   [[nodiscard]] QVNInstallerManifest& manifest() override;
   [[nodiscard]] QVNInstallerState installerState() const override { return installerState_; }
+  /// The journal of the run, made on first use.
+  [[nodiscard]] ChangeRecord& changes() override;
   /// Every change of the run's state goes through here.
   void setInstallerState(QVNInstallerState state) override;
   /// Progress of the root step; 0 while there is none.
@@ -83,6 +86,8 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   /// Builds the tree of the mode without running it; null when there is none.
   [[nodiscard]] std::unique_ptr<QVNInstallStepStrategy> buildStrategies();
   [[nodiscard]] virtual std::unique_ptr<QVNReceiptClient> makeReceiptClient();
+  /// Where the journals of runs lie.
+  [[nodiscard]] virtual JournalStore journalStore() const { return JournalStore(); }
 
  private:
   void startStatusServiceForError(QVNInstallerState state);
@@ -108,6 +113,7 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   [[nodiscard]] bool hasFailed() const { return isFailureState(installerState_); }
   [[nodiscard]] std::string productName() const { return configuration_.productName().value_or(""); }
   [[nodiscard]] bool productHasReceipt();
+  [[nodiscard]] RunJournal& journal();
 
   [[nodiscard]] bool detectionPathExists(std::string_view path, std::string_view selector);
 
@@ -130,6 +136,7 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   bool productIsDetected_ = false;  // and not named by the caller
   std::unique_ptr<QVNInstallerManifest> manifest_;
   ProductLocks productLocks_;
+  std::unique_ptr<RunJournal> journal_;
   std::unique_ptr<QVNInstallStepStrategy> strategy_;
   // What a watcher's thread may read while the tree is being made.
   std::atomic<QVNInstallStepStrategy*> watchedStrategy_ = nullptr;

@@ -50,6 +50,10 @@ void QVNInstallController::append(StepList& steps, const PropertyList& phase, st
 
 void QVNInstallController::buildAndRunStrategies() {
   configuration_.setHasInstallerReceipt(productHasReceipt());
+  if (!journal().open()) {
+    setInstallerState(QVNInstallerStateFailed);
+    return;
+  }
   strategy_ = buildStrategies();
   watchedStrategy_ = strategy_.get();
   checkComponentManifests();
@@ -188,6 +192,8 @@ StepList QVNInstallController::preInstallRemovalStepsWithPlan(const SharedPlan& 
       return removalStepsForDetectedProduct(detected, crossGrades, removalPlan);
     }
   }
+  // An interrupted update has removed the older product already; what it was taken for stays.
+  configuration_.setTreatAsUpdate(journal().continuesUpdate());
   logging::notice("Fresh install of the \"%@\" product.", productName());
   return {};
 }
@@ -223,7 +229,7 @@ StepList QVNInstallController::removalStepsForDetectedProduct(const PropertyList
 
 StepList QVNInstallController::postInstallRemovalStepsWithPlan(const SharedPlan& removalPlan) {
   StepList steps;
-  if (configuration_.treatAsUpdate() && !removalPlan->empty()) {
+  if (configuration_.treatAsUpdate() && (!removalPlan->empty() || !changes().owedFiles().empty())) {
     append<QVNRestoreCacheComponentStrategy>(steps, {}, "postinstall.restoreCacheComponent", removalPlan);
   }
   return steps;

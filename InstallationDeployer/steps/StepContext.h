@@ -5,6 +5,7 @@
 #include "InstallationDeployer/QVNInstallConfiguration.h"
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "InstallationDeployer/QVNInstallerState.h"
+#include "InstallationDeployer/steps/ChangeRecord.h"
 
 namespace deployer {
 
@@ -20,6 +21,8 @@ class StepContext {
 
   [[nodiscard]] virtual QVNInstallConfiguration& configuration() = 0;
   [[nodiscard]] virtual QVNInstallerManifest& manifest() = 0;
+  /// Where a step says what it is going to change, before it does.
+  [[nodiscard]] virtual ChangeRecord& changes() = 0;
   /// Publishes a state of the run.
   virtual void setInstallerState(QVNInstallerState state) = 0;
   /// Whether somebody asked for the run to stop after the step that is running.

@@ -67,4 +67,8 @@ double CalendarDate::secondsSince2001() const {
   return static_cast<double>(dayNumber * kSecondsPerDay + hour * 3600L + minute * 60L + second);
 }
 
+double secondsSince2001Now() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now() - kReferenceDay).count();
+}
+
 }  // namespace foundation

@@ -21,4 +21,7 @@ struct CalendarDate {
   [[nodiscard]] double secondsSince2001() const;
 };
 
+/// This instant, as property lists count: seconds since the first instant of 2001, UTC.
+[[nodiscard]] double secondsSince2001Now();
+
 }  // namespace foundation

@@ -7,6 +7,7 @@
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/steps/StepContext.h"
 #include "general/foundation/Paths.h"
+#include "tests/support/FakeChangeRecord.h"
 
 namespace tests {
 
@@ -21,6 +22,7 @@ class FakeStepContext : public deployer::StepContext {
 
   deployer::QVNInstallConfiguration& configuration() override { return configuration_; }
   deployer::QVNInstallerManifest& manifest() override { return manifest_; }
+  FakeChangeRecord& changes() override { return changes_; }
   void setInstallerState(deployer::QVNInstallerState state) override { states.push_back(state); }
   bool installationCancelled() const override { return cancelled; }
   std::string installerPath() const override { return configuration_.bundlePath().value_or(""); }
@@ -34,6 +36,7 @@ class FakeStepContext : public deployer::StepContext {
  private:
   deployer::QVNInstallConfiguration configuration_;
   deployer::QVNInstallerManifest manifest_;
+  FakeChangeRecord changes_;
 };
 
 }  // namespace tests

@@ -277,6 +277,25 @@ Status writeAtomically(std::span<const std::byte> content, const std::string& pa
   return std::move(prepared).value().publish();
 }
 
+Status writeDurably(std::span<const std::byte> content, const std::string& path, const FileAttributes& attributes) {
+  auto prepared = PreparedFile::prepare(path, content, attributes);
+  if (!prepared) {
+    return prepared.error();
+  }
+  if (Status flushed = prepared->flush(); !flushed) {
+    return flushed;
+  }
+  Status published = std::move(prepared).value().publish();
+  return published ? flushItem(folderOf(path)) : published;
+}
+
+Status append(std::span<const std::byte> content, const std::string& path) {
+  return perform(path, Access::Write, [&] {
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    return file.isOpen() ? writeAll(file.number(), content) : -1;
+  });
+}
+
 Result<FileSystemAttributes> attributesOfFileSystem(const std::string& path) {
   FileSystemAttributes attributes;
   const Status status =
@@ -289,6 +308,13 @@ Result<FileSystemAttributes> attributesOfFileSystem(const std::string& path) {
 
 Status flushFileSystem(const std::string& path) {
   return perform(path, Access::Write, [&] { return file_primitives::flushFileSystem(path.c_str()); });
+}
+
+Status flushItem(const std::string& path) {
+  return perform(path, Access::Write, [&] {
+    const Descriptor item(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    return item.isOpen() ? file_primitives::flushFile(item.number()) : -1;
+  });
 }
 
 }  // namespace foundation::files

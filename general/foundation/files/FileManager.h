@@ -75,9 +75,18 @@ namespace foundation::files {
 [[nodiscard]] Status writeAtomically(std::span<const std::byte> content, const std::string& path,
                                      const FileAttributes& attributes = {});
 
+/// The same, durably: the content is on the disk before the name shows it, and the name is when this returns.
+[[nodiscard]] Status writeDurably(std::span<const std::byte> content, const std::string& path,
+                                  const FileAttributes& attributes = {});
+
+/// Adds to the end of a regular file that exists; a link is an error.
+[[nodiscard]] Status append(std::span<const std::byte> content, const std::string& path);
+
 [[nodiscard]] Result<FileSystemAttributes> attributesOfFileSystem(const std::string& path);
 
 /// Puts everything written to the file system that holds the path on the disk; returns when it is there.
 [[nodiscard]] Status flushFileSystem(const std::string& path);
+/// Puts one file, or the names in one folder, on the disk; follows links.
+[[nodiscard]] Status flushItem(const std::string& path);
 
 }  // namespace foundation::files

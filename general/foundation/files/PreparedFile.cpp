@@ -112,6 +112,11 @@ Result<PreparedFile> PreparedFile::prepare(const std::string& destination, std::
   return prepared;
 }
 
+Status PreparedFile::flush() {
+  return file_primitives::flushFile(file_.number()) == 0 ? Status()
+                                                         : Status(fileError(errno, Access::Write, destination_));
+}
+
 Status PreparedFile::publish() && {
   const int result = giveName();
   const int errnoValue = errno;

@@ -39,6 +39,8 @@ class PreparedFile {
   PreparedFile& operator=(const PreparedFile&) = delete;
   ~PreparedFile();
 
+  /// Puts what is written on the disk.
+  [[nodiscard]] Status flush();
   /// Errors: those of writing; 512 with errno EXDEV when the destination's folder turned out to lie on another file
   /// system than the parent that existed at preparation (prepare it again then).
   [[nodiscard]] Status publish() &&;

@@ -47,5 +47,7 @@ std::int64_t changeTime(const struct stat& item);
 
 int attributesOfFileSystem(const char* path, FileSystemAttributes& attributes);
 int flushFileSystem(const char* path);
+/// Puts one open file or folder on the disk, past the device's own cache.
+int flushFile(int file);
 
 }  // namespace foundation::file_primitives

@@ -91,7 +91,9 @@ int flushFileSystem(const char* path) {
   }
   // sync() hands everything to the device, whose own cache the second call empties.
   sync();
-  return fcntl(item.number(), F_FULLFSYNC) == -1 ? -1 : 0;
+  return flushFile(item.number());
 }
+
+int flushFile(int file) { return fcntl(file, F_FULLFSYNC) == -1 ? -1 : 0; }
 
 }  // namespace foundation::file_primitives

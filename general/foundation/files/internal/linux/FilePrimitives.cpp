@@ -128,4 +128,6 @@ int flushFileSystem(const char* path) {
   return item.isOpen() ? syncfs(item.number()) : -1;
 }
 
+int flushFile(int file) { return fsync(file); }
+
 }  // namespace foundation::file_primitives

@@ -1,0 +1,129 @@
+#include "InstallationDeployer/installed/InterruptedFilesRemoval.h"
+
+#include <algorithm>
+#include <set>
+
+#include "InstallationDeployer/FolderContents.h"
+#include "InstallationDeployer/ManifestKeys.h"
+#include "InstallationDeployer/QVNInstallerChecksum.h"
+#include "InstallationDeployer/RestrictedPaths.h"
+#include "general/foundation/Paths.h"
+#include "general/foundation/files/FileBuffer.h"
+#include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/GuardedRemoval.h"
+#include "general/foundation/files/TemporaryNames.h"
+
+namespace deployer {
+
+using foundation::FileType;
+using foundation::GuardedRemoval;
+using foundation::PropertyList;
+using foundation::Status;
+namespace files = foundation::files;
+namespace paths = foundation::paths;
+
+namespace {
+
+/// Missing by now is as good as removed.
+Status asStatus(const foundation::Error& error) { return error.isNoSuchFile() ? Status() : Status(error); }
+Status removed(Status status) { return status ? status : asStatus(status.error()); }
+
+}  // namespace
+
+void InterruptedFilesRemoval::addRemoved(const PropertyList& manifest) {
+  for (const PropertyList& element : manifest[kManifestListOfFiles].elements()) {
+    const FileEntry entry(element);
+    if (Place* const place = placeOf(entry)) {
+      place->isModifiable |= entry.isModifiable();
+      place->removesContents |= entry.isDirectory() && entry.removesContents();
+    }
+  }
+}
+
+void InterruptedFilesRemoval::addPlaced(const PropertyList& manifest, bool withModifiableFiles) {
+  addRemoved(manifest);
+  for (const PropertyList& element : manifest[kManifestListOfFiles].elements()) {
+    const FileEntry entry(element);
+    Place* const place = placeOf(entry);
+    if (place == nullptr) {
+      continue;
+    }
+    place->isPlacedLink |= entry.isSymbolicLink();
+    // Such a directory is emptied and filled anew by every install.
+    place->removesContents |= entry.isDirectory() && entry.externalSource().has_value();
+    if (entry.checksum() && (withModifiableFiles || !entry.isModifiable())) {
+      place->written.emplace_back(*entry.checksum());
+    }
+  }
+}
+
+InterruptedFilesRemoval::Place* InterruptedFilesRemoval::placeOf(const FileEntry& entry) {
+  const auto path = entry.installedPath();
+  if (!path || isRestricted(*path) || entry.isRoot()) {
+    return nullptr;
+  }
+  Place& place = places_[*path];
+  place.isOnlyDirectory &= entry.isDirectory() && !entry.isSymbolicLink();
+  return &place;
+}
+
+Status InterruptedFilesRemoval::remove(bool forGood) const {
+  std::set<std::string> folders;
+  for (const auto& [path, place] : places_) {
+    folders.insert(paths::deleteLastComponent(path));
+    if (place.isOnlyDirectory) {
+      folders.insert(path);
+    }
+  }
+  for (const std::string& folder : folders) {
+    foundation::temporary_names::sweep(folder);
+  }
+  GuardedRemoval removal;
+  for (const auto& [path, place] : places_) {
+    if (Status gone = removeFrom(path, place, forGood, removal); !gone) {
+      return gone;
+    }
+  }
+  return {};
+}
+
+Status InterruptedFilesRemoval::removeFrom(const std::string& path, const Place& place, bool forGood,
+                                           GuardedRemoval& removal) {
+  const auto type = removal.typeOf(path);
+  if (type == FileType::Directory) {
+    return removeDirectory(path, place, removal);
+  }
+  const bool isSomebodysLink = type == FileType::SymbolicLink && place.isOnlyDirectory;
+  if (isSomebodysLink || (type && !forGood && staysWithItsUser(path, place, *type))) {
+    return {};
+  }
+  // Also where the type could not be told: then this says why.
+  return removed(removal.removeFile(path));
+}
+
+Status InterruptedFilesRemoval::removeDirectory(const std::string& path, const Place& place, GuardedRemoval& removal) {
+  if (place.removesContents) {
+    return removed(removal.removeItem(path));
+  }
+  const auto names = removal.contentsOfDirectory(path);
+  if (!names) {
+    return asStatus(names.error());
+  }
+  if (!isAsGoodAsEmpty(*names)) {
+    return {};
+  }
+  const auto emptied = removal.removeDirectory(path, *names);
+  return emptied ? Status() : asStatus(emptied.error());
+}
+
+bool InterruptedFilesRemoval::staysWithItsUser(const std::string& path, const Place& place, FileType type) {
+  if (!place.isModifiable || (type == FileType::SymbolicLink && place.isPlacedLink)) {
+    return false;
+  }
+  foundation::FileBuffer buffer;
+  const auto content = files::readItself(path, buffer);
+  return !content ||
+         std::ranges::find(place.written, QVNInstallerChecksum::generateSHA256(*content)) == place.written.end();
+}
+
+}  // namespace deployer

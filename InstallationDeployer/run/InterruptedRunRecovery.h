@@ -1,0 +1,41 @@
+#pragma once
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "InstallationDeployer/journal/ChangeJournal.h"
+#include "general/foundation/Result.h"
+#include "general/foundation/propertylist/PropertyList.h"
+
+namespace deployer {
+
+/// Puts right what an interrupted run left, before the next run of the product does its own work: stops what may run
+/// of it, saves the user's settings, and takes away every file that may be half changed. Used on the main thread.
+class InterruptedRunRecovery {
+ public:
+  explicit InterruptedRunRecovery(const ChangeJournal& interrupted);
+
+  /// @param forGood whether the product is removed with its modifiable files.
+  [[nodiscard]] foundation::Status run(bool forGood);
+  /// After run(): paths of modifiable files that the interrupted run took away, and that nobody but an install brings
+  /// back.
+  [[nodiscard]] std::set<std::string, std::less<>> missingModifiableFiles() const;
+
+ private:
+  struct Component {
+    const JournaledManifest* entry;
+    foundation::PropertyList manifest;
+  };
+
+  void stopProcesses() const;
+  [[nodiscard]] foundation::Status saveUsersFiles() const;
+  [[nodiscard]] bool isUsers(const std::string& path) const;
+  [[nodiscard]] foundation::Status removeFiles(bool forGood) const;
+
+  const ChangeJournal& interrupted_;
+  std::vector<Component> components_;
+};
+
+}  // namespace deployer

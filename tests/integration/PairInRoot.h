@@ -17,6 +17,15 @@ class PairInRoot : public InPrivateRoot {
   [[nodiscard]] bool needsProc() const override { return true; }
   void prepare() override { machine_ = std::make_unique<PairMachine>(root(), pair()); }
 
+  /// What a run complained of, without the rest of what it said.
+  static std::string errorsOf(const support::Outcome& outcome) {
+    std::string text = outcome.signal == 0 ? "" : "signal " + std::to_string(outcome.signal) + "\n";
+    for (const LoggedMessage& message : parseLog(outcome.standardError)) {
+      text += message.level == "Error" ? message.text + "\n" : "";
+    }
+    return text;
+  }
+
   PairMachine& machine() { return *machine_; }
 
   /// Made once for all tests: the bundles are the same.

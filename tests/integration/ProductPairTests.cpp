@@ -10,7 +10,7 @@ TEST_P(PairOfVersions, EndsWithExactlyThePromisedTree) {
   const auto [start, way] = GetParam();
   machine().begin(start);
   const auto outcome = machine().go(way);
-  EXPECT_EQ(outcome.exitCode, 0) << outcome.standardError;
+  EXPECT_EQ(outcome.exitCode, 0) << errorsOf(outcome);
   EXPECT_EQ(machine().whatIsWrong(start, way, Story::Undisturbed), "");
 }
 

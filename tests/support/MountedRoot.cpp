@@ -95,16 +95,26 @@ void makeItTheRoot(const std::string& root) {
   }
 }
 
+void mountVolume(const RootVolume& volume, const std::string& root) {
+  if (volume.device.empty()) {
+    const std::string size = volume.sizeBytes == 0 ? "" : ",size=" + std::to_string(volume.sizeBytes);
+    mountOrThrow("private-root", root, "tmpfs", 0, ("mode=0755" + size).c_str());
+    return;
+  }
+  mountOrThrow(volume.device.c_str(), root, volume.type.c_str(), 0);
+  makeDirectory(root + "/run", 0755);
+  mountOrThrow("private-root", root + "/run", "tmpfs", 0, "mode=0755");
+}
+
 /// The whole root, built in the calling process, which is the first of its process namespace.
-void build(std::uint64_t sizeBytes) {
+void build(const RootVolume& volume) {
   if (unshare(CLONE_NEWNS) != 0) {
     throwErrno("making a mount namespace");
   }
   mountOrThrow("none", "/", nullptr, MS_REC | MS_PRIVATE);
   // Any directory will do as a place to build on: the mount is seen by this process alone and moves to "/" at the end.
   const std::string root = fs::temp_directory_path();
-  const std::string options = "mode=0755" + (sizeBytes == 0 ? "" : ",size=" + std::to_string(sizeBytes));
-  mountOrThrow("private-root", root, "tmpfs", 0, options.c_str());
+  mountVolume(volume, root);
   furnish(root);
   bindSystem(root);
   provideDevices(root);
@@ -133,7 +143,7 @@ void keepOnly(int first, int second) {
 
 /// Life of the first process: builds, says so, and lives until its maker closes the other end of `life`. With it ends
 /// every process of the namespace.
-[[noreturn]] void liveAsFirstProcess(int life, int status, std::uint64_t sizeBytes) {
+[[noreturn]] void liveAsFirstProcess(int life, int status, const RootVolume& volume) {
   keepOnly(life, status);
   // Processes that lost their parent become children of the first; nobody asks how they ended.
   signal(SIGCHLD, SIG_IGN);
@@ -141,7 +151,7 @@ void keepOnly(int first, int second) {
   prctl(PR_SET_NAME, "private-root");
   umask(022);
   try {
-    build(sizeBytes);
+    build(volume);
   } catch (const std::exception& error) {
     report(status, error.what());
     _exit(1);
@@ -239,7 +249,7 @@ pid_t forkFirstProcess() {
 
 }  // namespace
 
-std::unique_ptr<RootDirectory> makeMountedRoot(std::uint64_t sizeBytes, std::string& whyNot) {
+std::unique_ptr<RootDirectory> makeMountedRoot(const RootVolume& volume, std::string& whyNot) {
   std::array<int, 2> life{};
   std::array<int, 2> status{};
   if (pipe2(life.data(), O_CLOEXEC) != 0 || pipe2(status.data(), O_CLOEXEC) != 0) {
@@ -256,7 +266,7 @@ std::unique_ptr<RootDirectory> makeMountedRoot(std::uint64_t sizeBytes, std::str
   if (first == 0) {
     close(life[1]);
     close(status[0]);
-    liveAsFirstProcess(life[0], status[1], sizeBytes);
+    liveAsFirstProcess(life[0], status[1], volume);
   }
   close(life[0]);
   close(status[1]);

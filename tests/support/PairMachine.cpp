@@ -35,8 +35,6 @@ constexpr const char* kMade = "made by the product";
 constexpr uid_t kUser = 501;
 constexpr gid_t kStaff = 20;
 
-std::string volumeOf(Version version) { return "/Volumes/Guard " + ProductPair::versionText(version); }
-
 bool isBelow(const std::string& path, const std::string& folder) {
   return path == folder || path.starts_with(folder + "/");
 }
@@ -94,6 +92,18 @@ bool isModifiable(const std::string& path) {
   return std::ranges::find(paths, path) != paths.end();
 }
 
+/// Enough to see what is wrong, and how much.
+std::string firstLines(const std::string& text) {
+  constexpr std::ptrdiff_t kEnough = 12;
+  std::istringstream lines(text);
+  std::string first;
+  std::ptrdiff_t count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    first += count < kEnough ? line + "\n" : "";
+  }
+  return count <= kEnough ? first : first + "and " + std::to_string(count - kEnough) + " more\n";
+}
+
 /// The jobs that are loaded once these calls of launchctl are done.
 std::set<std::string> loadedJobs(const std::vector<support::RecordedCall>& calls) {
   std::set<std::string> loaded;
@@ -142,6 +152,27 @@ PairMachine::PairMachine(support::PrivateRoot& root, const ProductPair& pair) : 
   learnReceipts();
 }
 
+PairMachine::PairMachine(support::PrivateRoot& root, const PairMachine& learnt)
+    : root_(root), pair_(learnt.pair_), empty_(learnt.empty_), receipts_(learnt.receipts_) {
+  logIn();
+}
+
+void PairMachine::logIn() {
+  root_.setConsoleUser(kUser);
+  static_cast<void>(root_.startProcess("loginwindow", kUser));
+  ownProcesses_ = processes();
+}
+
+void PairMachine::start() {
+  for (const char* folder : {"/Library/LaunchDaemons", "/Library/LaunchAgents"}) {
+    for (const SnapshotEntry& entry : root_.snapshot(folder)) {
+      if (entry.path.ends_with(".plist")) {
+        static_cast<void>(root_.run({"/bin/launchctl", "load", entry.path}));
+      }
+    }
+  }
+}
+
 void PairMachine::furnish() {
   for (const char* folder : {"/Library/Application Support", "/Library/Caches", "/Library/LaunchDaemons",
                              "/Library/LaunchAgents", "/var/db", "/var/log", "/states"}) {
@@ -149,11 +180,9 @@ void PairMachine::furnish() {
   }
   root_.writeFile(ProductPair::kLicence, "licensed");
   for (const Version version : {Version::First, Version::Second}) {
-    root_.copyIn(pair_.bundle(version).path(), volumeOf(version) + "/Installer.app");
+    root_.copyIn(pair_.bundle(version).path(), bundleInRoot(version));
   }
-  root_.setConsoleUser(kUser);
-  static_cast<void>(root_.startProcess("loginwindow", kUser));
-  ownProcesses_ = processes();
+  logIn();
 }
 
 /// A receipt is what a run that nothing disturbs leaves.
@@ -221,8 +250,12 @@ void PairMachine::putBack(const std::string& name) {
   root_.writeFile(std::string(support::kRecorderCalls), root_.readFile(kStates + name + "/calls"), 0666);
 }
 
+std::string PairMachine::bundleInRoot(Version version) {
+  return "/Volumes/Guard " + ProductPair::versionText(version) + "/Installer.app";
+}
+
 std::vector<std::string> PairMachine::installCommand(Version version) {
-  return {volumeOf(version) + "/Installer.app/Contents/MacOS/InstallationDeployer", "--install", "--product_name",
+  return {bundleInRoot(version) + "/Contents/MacOS/InstallationDeployer", "--install", "--product_name",
           ProductPair::kProduct};
 }
 
@@ -244,13 +277,13 @@ support::Outcome PairMachine::go(Way way) {
   return remove();
 }
 
-bool PairMachine::editSettings(const std::string& content) {
-  if (!root_.exists(ProductPair::kSettings)) {
-    return false;
-  }
+bool PairMachine::settingsAreTheUsers() const {
+  return root_.exists(ProductPair::kSettings) && root_.readFile(ProductPair::kSettings) == kOfFirst[0].content;
+}
+
+void PairMachine::editSettings(const std::string& content) {
   root_.writeFile(ProductPair::kSettings, content, 0600, kUser, kStaff);
   editedSettings_ = content;
-  return true;
 }
 
 std::set<std::string> PairMachine::processes() const {
@@ -396,7 +429,8 @@ void PairMachine::expectRemoved(TreeExpectation& tree, Start start, Story story)
 
 std::string PairMachine::whatIsWrong(Start start, Way way, Story story) const {
   waitUntilQuiet();
-  return expected(start, way, story).differences(machine()) + wrongReceipt(way) + wrongServices(way) + leftovers();
+  return firstLines(expected(start, way, story).differences(machine()) + wrongReceipt(way) + wrongServices(way) +
+                    leftovers());
 }
 
 std::string PairMachine::wrongServices(Way way) const {
@@ -450,7 +484,7 @@ std::string PairMachine::leftovers() const {
   return text;
 }
 
-std::string PairMachine::whatIsTorn(Start start, bool removes) const {
+std::string PairMachine::tornItems(Start start) const {
   TreeExpectation tree(empty_);
   const auto users = usersFiles(start);
   for (const Snapshot& snapshot : {ProductPair::tree(Version::First), ProductPair::tree(Version::Second),
@@ -466,7 +500,15 @@ std::string PairMachine::whatIsTorn(Start start, bool removes) const {
       text += entry.path + ": torn (" + tree.differences({entry}).substr(0, 200) + ")\n";
     }
   }
-  return text + tornReceipt() + (removes ? "" : lostFiles(start));
+  return text;
+}
+
+std::string PairMachine::whatIsLost(Start start, bool removes) const {
+  return tornReceipt() + (removes ? "" : lostFiles(start));
+}
+
+bool PairMachine::hasJournal() const {
+  return std::ranges::any_of(root_.snapshot(kJournals), [](const SnapshotEntry& entry) { return entry.type == '-'; });
 }
 
 std::string PairMachine::tornReceipt() const {

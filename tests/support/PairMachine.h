@@ -43,13 +43,19 @@ class PairMachine {
   using Version = ProductPair::Version;
 
   PairMachine(support::PrivateRoot& root, const ProductPair& pair);
+  /// In a root that holds already what `learnt` put into its own.
+  PairMachine(support::PrivateRoot& root, const PairMachine& learnt);
 
   /// Makes a start on a machine that holds no product.
   void begin(Start start);
+  /// What the system does when it starts: it loads every job whose property list is in its place.
+  void start();
   /// Puts the machine's state aside, and back as often as wanted; by name.
   void keep(const std::string& name);
   void putBack(const std::string& name);
 
+  /// Where the bundle lies, seen from inside.
+  [[nodiscard]] static std::string bundleInRoot(Version version);
   [[nodiscard]] static std::vector<std::string> installCommand(Version version);
   [[nodiscard]] static std::vector<std::string> removeCommand();
   [[nodiscard]] support::Outcome install(Version version) { return root_.run(installCommand(version)); }
@@ -58,8 +64,10 @@ class PairMachine {
   [[nodiscard]] support::Outcome go(Way way);
   [[nodiscard]] bool hasReceipt() const;
 
-  /// The user edits his settings once more, where they are in their place: true, and from now on they are expected so.
-  bool editSettings(const std::string& content);
+  /// Whether the settings that the user edited before are in their place.
+  [[nodiscard]] bool settingsAreTheUsers() const;
+  /// The user edits his settings once more; from now on they are expected so.
+  void editSettings(const std::string& content);
   /// The user has not edited more than the start says; for the next story.
   void forgetEdits() { editedSettings_.clear(); }
 
@@ -68,9 +76,16 @@ class PairMachine {
   /// What is not as promised after a way was gone to its end: items, services, the receipt, the program's last run, and
   /// what a run must not leave; a line each, empty when all is well.
   [[nodiscard]] std::string whatIsWrong(Start start, Way way, Story story) const;
-  /// What no moment of any run may show: items that neither version has so, half a receipt, files of the user's that
-  /// are neither in their place nor kept; a line each.
-  [[nodiscard]] std::string whatIsTorn(Start start, bool removes) const;
+  /// What no moment of any run may show: torn items, half a receipt, lost files of the user's; a line each.
+  [[nodiscard]] std::string whatIsTorn(Start start, bool removes) const {
+    return tornItems(start) + whatIsLost(start, removes);
+  }
+  /// Items that are as neither version has them.
+  [[nodiscard]] std::string tornItems(Start start) const;
+  /// Half a receipt, and files of the user's that are neither in their place nor kept.
+  [[nodiscard]] std::string whatIsLost(Start start, bool removes) const;
+  /// Whether the next run is told that this one did not come to its end.
+  [[nodiscard]] bool hasJournal() const;
   /// The tree alone.
   [[nodiscard]] support::TreeExpectation expected(Start start, Way way, Story story) const;
 
@@ -78,6 +93,7 @@ class PairMachine {
   using Snapshot = support::Snapshot;
 
   void furnish();
+  void logIn();
   void learnReceipts();
   void use(Start start);
   [[nodiscard]] Snapshot machine() const;

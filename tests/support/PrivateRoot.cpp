@@ -57,7 +57,7 @@ PrivateRoot::PrivateRoot(const Options& options) {
   if (options.way == Way::Copies) {
     whyNoMounts_ = "a root of copies was asked for";
   } else {
-    directory_ = makeMountedRoot(options.rootSizeBytes, whyNoMounts_);
+    directory_ = makeMountedRoot({options.rootSizeBytes, options.device, options.fileSystem}, whyNoMounts_);
   }
   if (!directory_ && options.way == Way::Mounts) {
     throw PrivateRootError("this system allows no mounts of one's own: " + whyNoMounts_);
@@ -74,7 +74,7 @@ std::optional<std::string> PrivateRoot::whyImpossible(Way way) {
   try {
     requireRoot();
     std::string whyNoMounts;
-    const bool mounts = way != Way::Copies && makeMountedRoot(0, whyNoMounts) != nullptr;
+    const bool mounts = way != Way::Copies && makeMountedRoot({}, whyNoMounts) != nullptr;
     if (!mounts && way == Way::Mounts) {
       return "this system allows no mounts of one's own: " + whyNoMounts;
     }

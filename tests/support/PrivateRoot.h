@@ -29,6 +29,9 @@ class PrivateRoot {
     Way way = Way::Best;  ///< Best: mounts where allowed, else copies
     /// What the root may hold before it is full; 0 for plenty. Needs hasPrivateMounts(). /usr counts for nothing.
     std::uint64_t rootSizeBytes = 0;
+    /// A block device with a file system of this type that becomes the root, with what is on it, in place of a tmpfs.
+    std::string device = {};
+    std::string fileSystem = {};
   };
 
   PrivateRoot() : PrivateRoot(Options{}) {}

@@ -36,10 +36,16 @@ class RootDirectory {
   virtual void putInPlaceOf(const std::string& existing, const std::string& replacement) = 0;
 };
 
-/// Its own mount and process namespace on a tmpfs; gone with the processes that use it, nothing of it shows outside.
+/// What a mounted root lies on.
+struct RootVolume {
+  std::uint64_t sizeBytes = 0;  ///< what the tmpfs may hold; 0 for the system's default
+  std::string device;           ///< a block device in place of a tmpfs; /run is a tmpfs then, as after a start
+  std::string type;             ///< the device's file system
+};
+
+/// Its own mount and process namespace; gone with the processes that use it, nothing of it shows outside.
 /// Null, with the reason in `whyNot`, where the system does not allow it.
-/// @param sizeBytes what the tmpfs may hold; 0 for the system's default.
-[[nodiscard]] std::unique_ptr<RootDirectory> makeMountedRoot(std::uint64_t sizeBytes, std::string& whyNot);
+[[nodiscard]] std::unique_ptr<RootDirectory> makeMountedRoot(const RootVolume& volume, std::string& whyNot);
 /// A directory of copies below the temporary directory, entered by chroot(2); removed with the object, or when the
 /// process that made it is gone. Throws PrivateRootError when even that is impossible.
 [[nodiscard]] std::unique_ptr<RootDirectory> makeCopiedRoot(bool& hasDevices);

@@ -35,6 +35,7 @@ void InterruptedFilesRemoval::addRemoved(const PropertyList& manifest) {
     const FileEntry entry(element);
     if (Place* const place = placeOf(entry)) {
       place->isModifiable |= entry.isModifiable();
+      place->isLink |= entry.isSymbolicLink();
       place->removesContents |= entry.isDirectory() && entry.removesContents();
     }
   }
@@ -68,6 +69,20 @@ InterruptedFilesRemoval::Place* InterruptedFilesRemoval::placeOf(const FileEntry
 }
 
 Status InterruptedFilesRemoval::remove(bool forGood) const {
+  sweepFolders();
+  GuardedRemoval removal;
+  if (Status gone = removeLinks(forGood, removal); !gone) {
+    return gone;
+  }
+  for (const auto& [path, place] : places_) {
+    if (Status gone = removeFrom(path, place, forGood, removal); !gone) {
+      return gone;
+    }
+  }
+  return {};
+}
+
+void InterruptedFilesRemoval::sweepFolders() const {
   std::set<std::string> folders;
   for (const auto& [path, place] : places_) {
     folders.insert(paths::deleteLastComponent(path));
@@ -78,9 +93,16 @@ Status InterruptedFilesRemoval::remove(bool forGood) const {
   for (const std::string& folder : folders) {
     foundation::temporary_names::sweep(folder);
   }
-  GuardedRemoval removal;
-  for (const auto& [path, place] : places_) {
-    if (Status gone = removeFrom(path, place, forGood, removal); !gone) {
+}
+
+Status InterruptedFilesRemoval::removeLinks(bool forGood, GuardedRemoval& removal) const {
+  // Where one version has a folder and the other a link, what the folder held must not be looked for through the link.
+  // From the root to the leaves, so that no link leads to another one.
+  for (auto place = places_.rbegin(); place != places_.rend(); ++place) {
+    if (!place->second.isLink || removal.typeOf(place->first) != FileType::SymbolicLink) {
+      continue;
+    }
+    if (Status gone = removeFrom(place->first, place->second, forGood, removal); !gone) {
       return gone;
     }
   }

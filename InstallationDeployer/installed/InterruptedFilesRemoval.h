@@ -39,12 +39,15 @@ class InterruptedFilesRemoval {
   struct Place {
     bool isModifiable = false;
     bool isOnlyDirectory = true;  ///< nobody lists anything else there
+    bool isLink = false;
     bool isPlacedLink = false;
     bool removesContents = false;
     std::vector<std::string> written;  ///< checksums of what the run may have written there
   };
 
   Place* placeOf(const FileEntry& entry);
+  void sweepFolders() const;
+  [[nodiscard]] foundation::Status removeLinks(bool forGood, foundation::GuardedRemoval& removal) const;
   [[nodiscard]] static foundation::Status removeFrom(const std::string& path, const Place& place, bool forGood,
                                                      foundation::GuardedRemoval& removal);
   [[nodiscard]] static foundation::Status removeDirectory(const std::string& path, const Place& place,

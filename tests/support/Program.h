@@ -15,6 +15,8 @@
 
 namespace support {
 
+class CallFilter;
+
 /// How a program ended and what it printed.
 struct Outcome {
   int exitCode = -1;      ///< -1 when a signal ended it
@@ -46,6 +48,7 @@ struct RunOptions {
   std::vector<std::pair<int, rlim_t>> limits;  ///< RLIMIT_… and the value
   std::optional<std::string> argumentZero;     ///< when the first argument is not the program's path
   std::chrono::seconds limit{120};             ///< after so long it is killed
+  const CallFilter* callFilter = nullptr;      ///< installed just before it runs; whoever starts it takes the listener
 };
 
 /// A program that was started in a private root and may still run. Destroying it kills and reaps it.

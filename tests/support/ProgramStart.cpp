@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <csignal>
 
+#include "tests/support/CallFilter.h"
+
 namespace support {
 namespace {
 
@@ -134,6 +136,12 @@ void becomeProgram(const ProgramStart& start) {
     fail(start, errno);
   }
   umask(start.options->fileCreationMask);
+  if (start.options->callFilter != nullptr) {
+    const int filtered = start.options->callFilter->install();
+    if (filtered != 0) {
+      fail(start, filtered);
+    }
+  }
   execve(start.program, start.arguments.data(), start.environment.data());
   fail(start, errno);
 }

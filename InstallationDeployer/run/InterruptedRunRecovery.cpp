@@ -20,6 +20,20 @@ using foundation::Status;
 using Role = JournaledManifest::Role;
 namespace files = foundation::files;
 
+namespace {
+
+template <class Visitor>
+void forEachEntry(const ChangeJournal& journal, const Visitor& visit) {
+  for (const JournaledManifest& manifest : journal.manifests) {
+    const PropertyList content = manifest.content();
+    for (const PropertyList& element : content[kManifestListOfFiles].elements()) {
+      visit(manifest, FileEntry(element));
+    }
+  }
+}
+
+}  // namespace
+
 InterruptedRunRecovery::InterruptedRunRecovery(const ChangeJournal& interrupted) : interrupted_(interrupted) {
   for (const JournaledManifest& entry : interrupted.manifests) {
     components_.push_back({&entry, entry.content()});
@@ -93,27 +107,29 @@ Status InterruptedRunRecovery::removeFiles(bool forGood) const {
   return removal.remove(forGood);
 }
 
-std::set<std::string, std::less<>> InterruptedRunRecovery::missingModifiableFiles() const {
-  std::set<std::string, std::less<>> replaced;
-  for (const Component& component : components_) {
-    for (const PropertyList& element : component.manifest[kManifestListOfFiles].elements()) {
-      const FileEntry entry(element);
-      if (component.entry->role == Role::Placed && !entry.isModifiable() && entry.path()) {
-        replaced.emplace(*entry.path());
-      }
+std::set<std::string, std::less<>> InterruptedRunRecovery::missingModifiableFiles(const ChangeJournal& journal) {
+  std::set<std::string, std::less<>> takenComponents;
+  std::set<std::string, std::less<>> takenPaths;
+  forEachEntry(journal, [&](const JournaledManifest& manifest, const FileEntry& entry) {
+    if (manifest.role == Role::Removed && manifest.withModifiableFiles) {
+      takenComponents.insert(manifest.component);
     }
-  }
+    if (manifest.role == Role::Placed && !entry.isModifiable() && entry.path()) {
+      takenPaths.emplace(*entry.path());
+    }
+  });
   std::set<std::string, std::less<>> missing;
-  for (const Component& component : components_) {
-    for (const PropertyList& element : component.manifest[kManifestListOfFiles].elements()) {
-      const FileEntry entry(element);
-      const bool isTaken = component.entry->role == Role::Removed && entry.isModifiable() && entry.hasUsablePath() &&
-                           (component.entry->withModifiableFiles || replaced.contains(*entry.path()));
-      if (isTaken && !files::attributesOfItem(std::string(*entry.path()))) {
-        missing.emplace(*entry.path());
-      }
+  forEachEntry(journal, [&](const JournaledManifest& manifest, const FileEntry& entry) {
+    if (!entry.isModifiable() || !entry.hasUsablePath()) {
+      return;
     }
-  }
+    const std::string path(*entry.path());
+    const bool isTaken =
+        takenComponents.contains(manifest.component) || (manifest.role == Role::Removed && takenPaths.contains(path));
+    if (isTaken && !files::attributesOfItem(path)) {
+      missing.insert(path);
+    }
+  });
   return missing;
 }
 

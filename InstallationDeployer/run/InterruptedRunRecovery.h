@@ -19,9 +19,11 @@ class InterruptedRunRecovery {
 
   /// @param forGood whether the product is removed with its modifiable files.
   [[nodiscard]] foundation::Status run(bool forGood);
-  /// After run(): paths of modifiable files that the interrupted run took away, and that nobody but an install brings
-  /// back.
-  [[nodiscard]] std::set<std::string, std::less<>> missingModifiableFiles() const;
+
+  /// Paths of modifiable files that are not there, because an interrupted run took them away for good or put something
+  /// else in their place: nobody but an install brings them back.
+  /// @param journal of the run that puts things right; it has the manifests of what was interrupted, too.
+  [[nodiscard]] static std::set<std::string, std::less<>> missingModifiableFiles(const ChangeJournal& journal);
 
  private:
   struct Component {

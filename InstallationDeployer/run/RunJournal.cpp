@@ -205,7 +205,7 @@ bool RunJournal::recover() {
     logging::error("Unable to put right what an interrupted run left. %@", recovered.error());
     return false;
   }
-  modifiableFilesToWrite_ = recovery.missingModifiableFiles();
+  modifiableFilesToWrite_ = InterruptedRunRecovery::missingModifiableFiles(journal_);
   note("put right", interrupted_->components());
   return true;
 }

@@ -372,7 +372,8 @@ void PairMachine::expectModifiableFiles(TreeExpectation& tree, Start start, Vers
         tree.allow(*entry);
       }
     }
-    if (delivered == nullptr || (otherwise == nullptr && story != Story::DisturbedRemoval)) {
+    const bool wasThere = mine != users.end();
+    if (delivered == nullptr || (otherwise == nullptr && !wasThere)) {
       tree.allowMissing(path);
     }
   }

@@ -27,13 +27,19 @@ void describe(CLI::App& app, InstallerOptions& options) {
       ->check(CLI::Range(1, std::numeric_limits<int>::max()))
       ->excludes(product)
       ->excludes(remove);
+  app.add_flag_callback(
+         "--no-check", [&options] { options.comparesChecksums = false; },
+         "Leave it to the engine to compare the bundle's files with their checksums")
+      ->excludes("--watch")
+      ->excludes(remove);
   app.add_flag("--json", options.json, "Print one JSON object per event");
   app.add_flag("-v,--verbose", options.verbose, "Print the engine's log on standard error")->excludes("--watch");
   app.set_version_flag("--version", kVersion);
   app.footer(
       "Ctrl-C asks the engine to cancel; a second one leaves the engine alone.\n"
       "Exit codes: the final state of the run (0 success, 1 failed, 3 another product is in the way, 4 disk full,\n"
-      "21 cancelled), 64 called wrongly, 69 no engine to start or watch, 70 the engine died, 75 left before the end.");
+      "21 cancelled), 64 called wrongly, 65 the bundle is damaged and nothing was started, 69 no engine to start or\n"
+      "watch, 70 the engine died, 75 left before the end.");
 }
 
 int run(int argumentCount, const char* const* arguments) {

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <utility>
 
 #include "InstallationDeployer/BundleLayout.h"
@@ -14,18 +15,33 @@
 #include "frontend/LivePresenter.h"
 #include "frontend/PlainPresenter.h"
 #include "frontend/watch/EngineProcesses.h"
+#include "general/foundation/Paths.h"
 #include "general/foundation/execution/SignalSource.h"
 #include "general/foundation/propertylist/TextFormat.h"
+#include "general/logging/SystemLog.h"
 #include "general/system/ProcessSelf.h"
 #include "general/terminal/Terminal.h"
 
 namespace frontend {
 
 using foundation::Descriptor;
+namespace paths = foundation::paths;
 
 namespace {
 
 constexpr std::size_t kMostLogBytes = std::size_t{16} * 1024 * 1024;
+
+// From the engine, Contents/MacOS/InstallationDeployer, up to the bundle.
+constexpr std::string_view kFromEngineToBundle = "../../../";
+
+/// What the check logs of a bundle on its way, the report says better. Everybody else logs again at its end.
+class QuietLog {
+ public:
+  QuietLog() { logging::setLeastUrgentLevel(logging::Level::Emergency); }
+  ~QuietLog() { logging::setLeastUrgentLevel(logging::Level::Debug); }
+  QuietLog(const QuietLog&) = delete;
+  QuietLog& operator=(const QuietLog&) = delete;
+};
 
 Presenter::Output outputTo(std::FILE* stream) {
   return [stream](std::string_view text) { terminal::writeAtOnce(stream, text); };
@@ -45,8 +61,7 @@ int InstallerRun::run() {
   // From before the engine is started: from then on no signal may end this program unheard.
   const foundation::SignalSource signals(*foundation::RunLoop::current(), {SIGINT, SIGTERM, SIGHUP, SIGWINCH},
                                          [this](int signal) { obey(signal); });
-  const RunEnd end = options_.watch > 0 ? attachAndFollow() : startAndFollow();
-  const RunOutcome outcome = outcomeOf(end, facts_);
+  const RunOutcome outcome = options_.watch > 0 ? outcomeOf(attachAndFollow(), facts_) : checkAndStart();
   presenter_->end(outcome, facts_);
   return outcome.exitCode;
 }
@@ -57,15 +72,66 @@ RunEnd InstallerRun::attachAndFollow() {
   return follow(follower);
 }
 
-RunEnd InstallerRun::startAndFollow() {
+RunOutcome InstallerRun::checkAndStart() {
   const auto engine = engineBeside(startedAs_);
   if (!engine) {
-    return {RunEnd::Kind::Unwatched,
-            {},
-            foundation::format("There is no engine (%@) beside this program.", deployer::kQVNInstallationDeployerName)};
+    return outcomeOf(
+        {RunEnd::Kind::Unwatched,
+         {},
+         foundation::format("There is no engine (%@) beside this program.", deployer::kQVNInstallationDeployerName)},
+        facts_);
   }
+  if (auto objection = objectionTo(*engine)) {
+    facts_.hasLog = false;
+    return *std::move(objection);
+  }
+  return outcomeOf(startAndFollow(*engine), facts_);
+}
+
+std::optional<RunOutcome> InstallerRun::objectionTo(const std::string& engine) {
+  if (!facts_.isRoot) {
+    // It refuses at once, and who is not root may not even be able to read the bundle.
+    return std::nullopt;
+  }
+  const QuietLog quiet;
+  const std::string bundlePath = paths::standardize(paths::append(engine, kFromEngineToBundle));
   try {
-    foundation::Task task = startEngine(*engine, engineArguments(), openLog());
+    if (options_.remove) {
+      return refuseUnlessFit(deployer::checkReceipt(bundlePath));
+    }
+    const auto report = examine(bundlePath);
+    if (!report) {
+      return outcomeOfLeaving();
+    }
+    auto refusal = refuseUnlessFit(*report);
+    if (!refusal) {
+      presenter_->checked(*report);
+    }
+    return refusal;
+  } catch (const std::exception& exception) {
+    return outcomeOfFailedCheck(exception.what());
+  }
+}
+
+std::optional<RunOutcome> InstallerRun::refuseUnlessFit(const deployer::BundleReport& report) {
+  if (report.isFit()) {
+    return std::nullopt;
+  }
+  presenter_->refused(report);
+  return outcomeOf(report, facts_.purpose);
+}
+
+std::optional<deployer::BundleReport> InstallerRun::examine(const std::string& bundlePath) {
+  BundleExamination examination(*presenter_, {bundlePath, options_.product, options_.comparesChecksums});
+  examination_ = &examination;
+  auto report = examination.examine();
+  examination_ = nullptr;
+  return report;
+}
+
+RunEnd InstallerRun::startAndFollow(const std::string& engine) {
+  try {
+    foundation::Task task = startEngine(engine, engineArguments(), openLog());
     facts_.process = task.processIdentifier();
     presenter_->begin(facts_);
     RunFollower follower(*presenter_, task);
@@ -82,10 +148,12 @@ RunEnd InstallerRun::follow(RunFollower& follower) {
   return end;
 }
 
-/// Runs in turns of the run loop, and only the follower turns it.
+/// Runs in turns of the run loop, and only the examination and the follower turn it.
 void InstallerRun::obey(int signal) {
   if (signal == SIGWINCH) {
     presenter_->widthChanged();
+  } else if (examination_ != nullptr) {
+    examination_->leave();
   } else if (signal == SIGINT && !std::exchange(cancelAsked_, true)) {
     presenter_->cancelAsked();
     follower_->cancel();

@@ -1,14 +1,20 @@
 #include "frontend/JsonPresenter.h"
 
 #include <string>
+#include <vector>
 
 #include "general/terminal/JsonWriter.h"
 
 namespace frontend {
 
+using deployer::BundleProblem;
 using terminal::JsonWriter;
 
 namespace {
+
+std::optional<std::string> textOrNothing(const std::string& text) {
+  return text.empty() ? std::nullopt : std::optional(text);
+}
 
 /// One event: its members are added in between.
 class Event {
@@ -23,6 +29,30 @@ class Event {
   }
   Event& text(std::string_view name, const std::optional<std::string>& value) {
     json_.member(name, value);
+    return *this;
+  }
+  Event& truth(std::string_view name, bool value) {
+    json_.member(name, std::optional(value));
+    return *this;
+  }
+  Event& texts(std::string_view name, const std::vector<std::string>& values) {
+    json_.member(name, values);
+    return *this;
+  }
+  Event& problems(std::string_view name, const std::vector<BundleProblem>& values) {
+    json_.key(name);
+    json_.beginArray();
+    for (const BundleProblem& problem : values) {
+      json_.beginObject();
+      json_.member("kind", std::string(deployer::nameOf(problem.kind)));
+      json_.member("file", problem.file);
+      json_.member("component", textOrNothing(problem.component));
+      json_.member("text", problem.what);
+      json_.member("expected", textOrNothing(problem.expected));
+      json_.member("found", textOrNothing(problem.found));
+      json_.endObject();
+    }
+    json_.endArray();
     return *this;
   }
   std::string line() {
@@ -42,6 +72,21 @@ std::optional<std::uint64_t> processIn(const RunFacts& facts) {
 }
 
 }  // namespace
+
+void JsonPresenter::checking(int percent) { output_(Event("checking").number("percent", asNumber(percent)).line()); }
+
+void JsonPresenter::checked(const deployer::BundleReport& report) {
+  output_(Event("checked")
+              .number("files", report.files)
+              .number("bytes", report.bytes)
+              .truth("checksums", report.comparedChecksums)
+              .texts("warnings", report.warnings)
+              .line());
+}
+
+void JsonPresenter::refused(const deployer::BundleReport& report) {
+  output_(Event("refused").number("count", report.problemCount).problems("problems", report.problems).line());
+}
 
 void JsonPresenter::begin(const RunFacts& facts) {
   const char* const name = facts.purpose == Purpose::Watch ? "connecting" : "started";

@@ -11,6 +11,9 @@ class JsonPresenter : public Presenter {
   /// @param output where all of it goes, the outcome too.
   explicit JsonPresenter(Output output) : output_(std::move(output)) {}
 
+  void checking(int percent) override;
+  void checked(const deployer::BundleReport& report) override;
+  void refused(const deployer::BundleReport& report) override;
   void begin(const RunFacts& facts) override;
   void watching(int processIdentifier) override;
   void unreachable() override;

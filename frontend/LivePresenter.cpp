@@ -13,7 +13,24 @@ using foundation::format;
 LivePresenter::LivePresenter(Output terminal, Output trouble, std::function<std::size_t()> columns)
     : terminal_(std::move(terminal)), trouble_(std::move(trouble)), columns_(std::move(columns)) {}
 
+void LivePresenter::checking(int percent) {
+  doing_ = kCheckingText;
+  percent_ = percent;
+  draw();
+}
+
+void LivePresenter::checked(const deployer::BundleReport& report) {
+  terminal_(terminal::kEraseLine);
+  PlainPresenter(terminal_, trouble_).checked(report);
+}
+
+void LivePresenter::refused(const deployer::BundleReport& report) {
+  terminal_(terminal::kEraseLine);
+  PlainPresenter(terminal_, trouble_).refused(report);
+}
+
 void LivePresenter::begin(const RunFacts& facts) {
+  percent_ = 0;
   doing_ = facts.purpose == Purpose::Watch ? "Connecting" : "Starting";
   draw();
 }

@@ -17,6 +17,9 @@ class LivePresenter : public Presenter {
   /// @param columns asks for the width of the terminal, in characters; called whenever the line is drawn.
   LivePresenter(Output terminal, Output trouble, std::function<std::size_t()> columns);
 
+  void checking(int percent) override;
+  void checked(const deployer::BundleReport& report) override;
+  void refused(const deployer::BundleReport& report) override;
   void begin(const RunFacts& facts) override;
   void watching(int processIdentifier) override;
   void unreachable() override;

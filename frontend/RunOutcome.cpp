@@ -1,8 +1,11 @@
 #include "frontend/RunOutcome.h"
 
+#include <algorithm>
+
 #include "InstallationDeployer/EngineNames.h"
 #include "frontend/ExitCodes.h"
 #include "general/foundation/propertylist/TextFormat.h"
+#include "general/terminal/PrintableText.h"
 
 namespace frontend {
 
@@ -22,6 +25,32 @@ std::string farewell(int process) {
       "The engine (process %d) goes on by itself. At its end it waits until somebody has seen how the run ended: "
       "`Installer --watch %d` shows it and lets the engine leave.",
       process, process);
+}
+
+constexpr std::string_view kNothingChanged = "Nothing was started, and nothing was changed.";
+
+bool holds(const deployer::BundleReport& report, deployer::BundleProblem::Kind kind) {
+  return std::ranges::any_of(report.problems, [=](const auto& problem) { return problem.kind == kind; });
+}
+
+/// What to do about a bundle.
+std::string remedyFor(const deployer::BundleReport& report) {
+  using Kind = deployer::BundleProblem::Kind;
+  std::string remedy = "Fetch the bundle again";
+  if (holds(report, Kind::Unreadable)) {
+    remedy += ", or put right what keeps it from being read";
+  }
+  if (holds(report, Kind::Malformed)) {
+    remedy += "; if it stays like this, ask whoever made it";
+  }
+  return remedy + ".";
+}
+
+/// How much space has to be made.
+std::string missingSpace(const deployer::BundleReport& report) {
+  const deployer::BundleProblem& problem = report.problems.front();
+  const std::uint64_t bytes = std::stoull(problem.expected) - std::stoull(problem.found);
+  return format("Free %llu bytes (%@) more on the system volume.", bytes, terminal::sizeText(bytes));
 }
 
 std::string removalText(QVNInstallerState state) {
@@ -50,6 +79,31 @@ RunOutcome outcomeOf(const RunEnd& end, const RunFacts& facts) {
   return {"detached", std::nullopt, farewell(facts.process), kExitDetached};
 }
 
+RunOutcome outcomeOf(const deployer::BundleReport& unfit, Purpose purpose) {
+  if (purpose == Purpose::Remove) {
+    return {"refused", std::nullopt,
+            format("The receipt cannot be read. %@ Copy Contents/Install/Manifests over it from the bundle that "
+                   "installed the product, and remove again.",
+                   kNothingChanged),
+            kExitUnfit};
+  }
+  if (unfit.lacksOnlySpace()) {
+    const QVNInstallerState state = deployer::QVNInstallerStateInsufficientDiskSpace;
+    return {"refused", state, format("%@ %@ %@", finalStateText(state, purpose), missingSpace(unfit), kNothingChanged),
+            deployer::exitCodeForState(state)};
+  }
+  return {"refused", std::nullopt,
+          format("The bundle cannot be installed as it is (problems: %llu). %@ %@", unfit.problemCount, kNothingChanged,
+                 remedyFor(unfit)),
+          kExitUnfit};
+}
+
+RunOutcome outcomeOfFailedCheck(std::string_view reason) {
+  return {"refused", std::nullopt, format("The bundle cannot be checked: %@. %@", reason, kNothingChanged), kExitUnfit};
+}
+
+RunOutcome outcomeOfLeaving() { return {"detached", std::nullopt, std::string(kNothingChanged), kExitDetached}; }
+
 std::string finalStateText(QVNInstallerState state, Purpose purpose) {
   if (purpose == Purpose::Remove) {
     return removalText(state);
@@ -69,6 +123,9 @@ std::string finalStateText(QVNInstallerState state, Purpose purpose) {
 }
 
 std::string logText(const RunFacts& facts) {
+  if (!facts.hasLog) {
+    return {};
+  }
   const std::string systemLog = format("the system log, under \"%s\"", deployer::kEngineLogSender);
   if (facts.logIsShown) {
     return format("Log: shown above, and in %@.", systemLog);

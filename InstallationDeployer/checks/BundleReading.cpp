@@ -8,6 +8,7 @@
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallConfiguration.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/foundation/files/FileBuffer.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
@@ -18,6 +19,7 @@ namespace deployer {
 
 using foundation::format;
 using foundation::PropertyList;
+using foundation::NSDictionaryExtensions::boolForKey;
 namespace files = foundation::files;
 namespace paths = foundation::paths;
 
@@ -87,7 +89,8 @@ void BundleReading::readProduct(const std::string& product) {
     return;
   }
   // A receipt need not have what it installed.
-  hasPayload_ = bundlePath_ != receiptOf(product) || files::exists(paths::append(bundlePath_, kQVNPayloadRootPath));
+  hasPayload_ = bundlePath_ != receiptOf(product) ||
+                boolForKey(manifest_.manifestIndex(), kManifestIndexReceiptHasPayloadContents);
   if (!hasPayload_) {
     warn(format("The receipt %@ has no payload: it can install nothing that is damaged or missing.", bundlePath_));
   }

@@ -44,6 +44,7 @@ TEST_F(FrontEndOnTerminal, DrawsOneLineAndLeavesTheOutcomeOnly) {
   EXPECT_TRUE(terminal.waitFor("%  Running executables"));
   letGoOn();
   EXPECT_EQ(program.wait().exitCode, 0);
+  EXPECT_NE(terminal.everything().find("]   0 %  Checking the bundle\r\x1b[K"), std::string::npos);
   const auto lines = shown(terminal.everything());
   EXPECT_EQ(lines, (std::vector<std::string>{"The installation was successful. Exit code 0.",
                                              "Log: /var/log/com.corvane.installer.log, and the system log, under "
@@ -101,7 +102,7 @@ TEST_F(FrontEndOnTerminal, PrintsPlainLinesWhereALineCannotBeCleared) {
   auto program = startOnTerminal(terminal, "dumb");
   EXPECT_EQ(program.wait().exitCode, 0);
   EXPECT_EQ(terminal.everything().find('\x1b'), std::string::npos);
-  EXPECT_TRUE(terminal.everything().starts_with("Engine started: process ")) << terminal.everything();
+  EXPECT_TRUE(terminal.everything().starts_with("Checking the bundle\r\n")) << terminal.everything();
 }
 
 }  // namespace

@@ -30,6 +30,8 @@ TEST_F(FrontEnd, InstallsAndSaysHowItWentAndWhereTheLogIs) {
   EXPECT_TRUE(std::regex_match(
       outcome.standardOutput,
       std::regex(
+          "Checking the bundle\n"
+          "(Checking the bundle, [0-9]+ %\n)*"
           "Engine started: process [0-9]+\n"
           "([A-Z][a-z ]+(, [0-9]+ %)?\n)*"
           "The installation was successful\\. Exit code 0\\.\n"
@@ -119,12 +121,14 @@ TEST_F(FrontEnd, PrintsOneJsonObjectPerEvent) {
   EXPECT_TRUE(std::regex_match(
       outcome.standardOutput,
       std::regex(
+          "(\\{\"event\": \"checking\", \"percent\": [0-9]+\\}\n)+"
+          "\\{\"event\": \"checked\", \"files\": 2, \"bytes\": 39, \"checksums\": true, \"warnings\": \\[\\]\\}\n"
           "\\{\"event\": \"started\", \"process\": ([0-9]+), \"log\": \"/var/log/com.corvane.installer.log\"\\}\n"
           "\\{\"event\": \"watching\", \"process\": [0-9]+\\}\n"
           "(\\{\"event\": \"(state\", \"state\": [0-9]+, \"text\": \"[^\"]+\"|progress\", \"percent\": [0-9]+)\\}\n)+"
           "\\{\"event\": \"state\", \"state\": 0, \"text\": \"The installation was successful\\.\"\\}\n"
           "\\{\"event\": \"ended\", \"outcome\": \"finished\", \"state\": 0, "
-          "\"text\": \"The installation was successful\\.\", \"exitCode\": 0, \"process\": \\1, "
+          "\"text\": \"The installation was successful\\.\", \"exitCode\": 0, \"process\": \\2, "
           "\"log\": \"/var/log/com.corvane.installer.log\"\\}\n")))
       << outcome.standardOutput;
 }

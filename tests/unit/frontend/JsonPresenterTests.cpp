@@ -29,6 +29,26 @@ TEST(JsonPresenter, PrintsOneObjectPerEvent) {
             "\"process\": 7, \"log\": \"/l\"}\n");
 }
 
+TEST(JsonPresenter, PrintsWhatTheCheckFinds) {
+  Printed printed;
+  JsonPresenter presenter(printed.toOutput());
+  presenter.checking(45);
+  BundleReport fit;
+  fit.files = 2;
+  fit.bytes = 300;
+  fit.warnings = {"a\"b"};
+  presenter.checked(fit);
+  presenter.refused(someReport());
+  EXPECT_EQ(
+      printed.output,
+      "{\"event\": \"checking\", \"percent\": 45}\n"
+      "{\"event\": \"checked\", \"files\": 2, \"bytes\": 300, \"checksums\": false, \"warnings\": [\"a\\u0022b\"]}\n"
+      "{\"event\": \"refused\", \"count\": 9, \"problems\": [{\"kind\": \"missing\", \"file\": \"/b/one\", "
+      "\"component\": \"Core\", \"text\": \"is missing\", \"expected\": null, \"found\": null}, {\"kind\": "
+      "\"checksum\", \"file\": \"/b/t\\u001bwo\", \"component\": \"Core\", \"text\": \"is damaged\", "
+      "\"expected\": \"abc\", \"found\": \"def\"}]}\n");
+}
+
 TEST(JsonPresenter, PrintsNullForWhatIsNotKnown) {
   Printed printed;
   JsonPresenter presenter(printed.toOutput());

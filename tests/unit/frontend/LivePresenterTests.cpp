@@ -27,6 +27,25 @@ TEST(LivePresenter, DrawsOneLineAgainAndAgain) {
   EXPECT_EQ(printed.output, std::string("\r\x1b[KWell done. Exit code 0.\n") + kLogLine);
 }
 
+TEST(LivePresenter, DrawsTheCheckOnTheLineAndBeginsTheRunAgainAtNought) {
+  Printed printed;
+  LivePresenter presenter(printed.toOutput(), printed.toTrouble(), [] { return 80U; });
+  presenter.checking(45);
+  EXPECT_TRUE(printed.output.ends_with("]  45 %  Checking the bundle")) << printed.output;
+  presenter.checked({});
+  presenter.begin(someFacts());
+  EXPECT_TRUE(printed.output.ends_with("]   0 %  Starting")) << printed.output;
+}
+
+TEST(LivePresenter, ErasesItsLineBeforeItTellsWhatIsWrongWithABundle) {
+  Printed printed;
+  LivePresenter presenter(printed.toOutput(), printed.toTrouble(), [] { return 80U; });
+  presenter.checking(45);
+  presenter.refused(someReport());
+  EXPECT_TRUE(printed.output.ends_with("\r\x1b[K"));
+  EXPECT_TRUE(printed.trouble.starts_with("/b/one is missing\n"));
+}
+
 TEST(LivePresenter, ErasesItsLineBeforeTroubleIsTold) {
   Printed printed;
   LivePresenter presenter(printed.toOutput(), printed.toTrouble(), [] { return 80U; });

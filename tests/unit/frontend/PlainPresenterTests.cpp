@@ -3,6 +3,7 @@
 #include <string>
 
 #include "frontend/PlainPresenter.h"
+#include "frontend/ProblemText.h"
 #include "tests/unit/frontend/PrintedRun.h"
 
 namespace frontend {
@@ -30,6 +31,36 @@ TEST(PlainPresenter, PrintsEveryStateAndProgressInStepsOfTen) {
                         "Well done. Exit code 0.\n") +
                 kLogLine);
   EXPECT_EQ(printed.trouble, "");
+}
+
+TEST(PlainPresenter, PrintsTheCheckInStepsOfTen) {
+  Printed printed;
+  PlainPresenter presenter(printed.toOutput(), printed.toTrouble());
+  for (const int percent : {0, 5, 12, 19, 45, 45}) {
+    presenter.checking(percent);
+  }
+  EXPECT_EQ(printed.output, "Checking the bundle\nChecking the bundle, 12 %\nChecking the bundle, 45 %\n");
+}
+
+TEST(PlainPresenter, TellsWhatIsWrongWithABundleWhereTroubleBelongs) {
+  Printed printed;
+  PlainPresenter presenter(printed.toOutput(), printed.toTrouble());
+  presenter.refused(someReport());
+  EXPECT_EQ(printed.trouble, problemsText(someReport()));
+  deployer::BundleReport fit;
+  fit.warnings = {"a\tb"};
+  presenter.checked(fit);
+  EXPECT_EQ(printed.trouble, problemsText(someReport()) + "Warning: a\\x09b\n");
+  EXPECT_EQ(printed.output, "");
+}
+
+TEST(PlainPresenter, NamesNoLogWhereThereIsNone) {
+  Printed printed;
+  PlainPresenter presenter(printed.toOutput(), printed.toTrouble());
+  RunFacts facts = someFacts();
+  facts.hasLog = false;
+  presenter.end(kFailure, facts);
+  EXPECT_EQ(printed.trouble, "Not well. Exit code 1.\n");
 }
 
 TEST(PlainPresenter, TellsOfFailuresWhereTroubleBelongs) {

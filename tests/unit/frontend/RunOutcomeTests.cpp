@@ -58,6 +58,55 @@ TEST(RunOutcome, HasExitCodesOfItsOwnForWhatIsNoFinalState) {
   }
 }
 
+TEST(RunOutcome, SaysWhatToDoAboutABundleThatIsNotFit) {
+  using Kind = deployer::BundleProblem::Kind;
+  deployer::BundleReport report;
+  report.problems = {{.kind = Kind::Checksum, .file = "/b/f", .what = "is damaged", .component = {}}};
+  report.problemCount = 3;
+  const RunOutcome damaged = outcomeOf(report, Purpose::Install);
+  EXPECT_EQ(damaged.kind, "refused");
+  EXPECT_EQ(damaged.exitCode, 65);
+  EXPECT_EQ(damaged.state, std::nullopt);
+  EXPECT_EQ(
+      damaged.text,
+      "The bundle cannot be installed as it is (problems: 3). Nothing was started, and nothing was changed. Fetch "
+      "the bundle again.");
+  report.problems.push_back({.kind = Kind::Unreadable, .file = "/b/g", .what = "", .component = {}});
+  report.problems.push_back({.kind = Kind::Malformed, .file = "/b/h", .what = "", .component = {}});
+  EXPECT_TRUE(
+      outcomeOf(report, Purpose::Install)
+          .text.ends_with("Fetch the bundle again, or put right what keeps it from being read; if it stays like "
+                          "this, ask whoever made it."));
+  EXPECT_TRUE(outcomeOf(report, Purpose::Remove).text.starts_with("The receipt cannot be read. "));
+  EXPECT_EQ(outcomeOf(report, Purpose::Remove).exitCode, 65);
+}
+
+TEST(RunOutcome, AsksForTheSpaceThatIsMissing) {
+  deployer::BundleReport report;
+  report.problems = {{.kind = deployer::BundleProblem::Kind::Space,
+                      .file = "/",
+                      .what = "has too little space",
+                      .component = {},
+                      .expected = "5000000",
+                      .found = "800000"}};
+  report.problemCount = 1;
+  const RunOutcome full = outcomeOf(report, Purpose::Install);
+  EXPECT_EQ(full.exitCode, 4);
+  EXPECT_EQ(full.state, 4U);
+  EXPECT_EQ(full.text,
+            "Insufficient disk space to install. Free 4200000 bytes (4.2 MB) more on the system volume. Nothing was "
+            "started, and nothing was changed.");
+}
+
+TEST(RunOutcome, SaysThatNothingWasStarted) {
+  EXPECT_EQ(outcomeOfLeaving().exitCode, 75);
+  EXPECT_EQ(outcomeOfLeaving().kind, "detached");
+  EXPECT_EQ(outcomeOfLeaving().text, "Nothing was started, and nothing was changed.");
+  EXPECT_EQ(outcomeOfFailedCheck("no memory").exitCode, 65);
+  EXPECT_EQ(outcomeOfFailedCheck("no memory").text,
+            "The bundle cannot be checked: no memory. Nothing was started, and nothing was changed.");
+}
+
 TEST(RunOutcome, AsksForRootWhereAnEngineOfAnotherUserRefused) {
   RunFacts facts = factsOf(Purpose::Install);
   const RunEnd refused{RunEnd::Kind::Refused, deployer::QVNInstallerStateFailed, {}};

@@ -54,6 +54,10 @@ std::unique_ptr<QVNInstallController> QVNInstallController::objectWithConfigurat
 }
 
 void QVNInstallController::startController() {
+  if (receiptIsGone(false)) {
+    startStatusServiceForError(QVNInstallerStateSuccess);
+    return;
+  }
   productIsDetected_ = !configuration_.productName();
   failOnException([this] { chooseProduct(); });
   if (!hasFailed() && !configuration_.install() && !configuration_.receipt() && !configuration_.remove()) {

@@ -98,6 +98,9 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   [[nodiscard]] bool lockProducts(const ProductNames& products);
   [[nodiscard]] ProductNames productsToLock();
   void lookAgain();
+  /// Whether another run has taken away the receipt that this removal was started from; says so in the log.
+  /// @param wasThere it was seen before; else the executable tells, which is gone with it.
+  [[nodiscard]] bool receiptIsGone(bool wasThere);
   void runSteps();
   void shutdownReceiptProcess();
   /// Ends the work: from now on only watchers are waited for.

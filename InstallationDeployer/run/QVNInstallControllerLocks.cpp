@@ -1,11 +1,14 @@
 #include "InstallationDeployer/run/QVNInstallController.h"
+#include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/logging/SystemLog.h"
+#include "general/system/ProcessSelf.h"
 
 // How a run has its product to itself.
 namespace deployer {
 
 namespace files = foundation::files;
+namespace paths = foundation::paths;
 
 namespace {
 
@@ -20,7 +23,7 @@ bool QVNInstallController::haveProductToOneself() {
   if (configuration_.receipt()) {
     return true;
   }
-  const bool wasMissing = isMissing(installerPath());
+  const bool wasThere = !isMissing(installerPath());
   ProductNames products = productsToLock();
   while (lockProducts(products)) {
     // Nobody changes a bundle but the one that is a receipt.
@@ -28,8 +31,7 @@ bool QVNInstallController::haveProductToOneself() {
       return true;
     }
     manifest_.reset();
-    if (configuration_.remove() && !wasMissing && isMissing(installerPath())) {
-      logging::notice("The product \"%@\" was removed by another run. Nothing is left to remove.", productName());
+    if (receiptIsGone(wasThere)) {
       setInstallerState(QVNInstallerStateSuccess);
       return false;
     }
@@ -43,6 +45,17 @@ bool QVNInstallController::haveProductToOneself() {
     products = std::move(now);
   }
   return false;
+}
+
+bool QVNInstallController::receiptIsGone(bool wasThere) {
+  if (!configuration_.remove() || configuration_.install() || !isMissing(installerPath()) ||
+      (!wasThere && platform::self::executableIsInPlace())) {
+    return false;
+  }
+  logging::notice(
+      "The product \"%@\" was removed by another run. Nothing is left to remove.",
+      configuration_.productName().value_or(paths::lastComponent(paths::deleteLastComponent(installerPath()))));
+  return true;
 }
 
 bool QVNInstallController::lockProducts(const ProductNames& products) {

@@ -59,6 +59,8 @@ bool descendsFrom(int processIdentifier) {
   return false;
 }
 
+bool executableIsInPlace() { return processes::executableOf(processIdentifier()).has_value(); }
+
 void prepareForUnattendedRun() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (isClosed(descriptor)) {

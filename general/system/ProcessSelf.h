@@ -14,6 +14,9 @@ namespace platform::self {
 /// Whether the process is the parent of this one, or the parent's parent, and so on, as far as the system tells.
 [[nodiscard]] bool descendsFrom(int processIdentifier);
 
+/// Whether the file that this process runs still has a name.
+[[nodiscard]] bool executableIsInPlace();
+
 /// Makes the process safe to run unattended: standard descriptors that are closed are connected to the null device (so
 /// that no file opened later is mistaken for one), and writing to a reader that went away or beyond the limit for the
 /// size of a file is an error, not a death.

@@ -72,6 +72,33 @@ TEST_F(TwoRuns, ARemovalThatFindsTheProductGoneAfterItsWaitHasNothingToDo) {
   expectNothing();
 }
 
+TEST_F(TwoRuns, ARemovalWhoseReceiptIsGoneBeforeItLooksHasNothingToDo) {
+  // As when another one removes it after the start of the program: that runs from a file without a name.
+  for (const std::string options : {"--remove", "--remove --product_name Guard", "--ui --remove"}) {
+    root().copyIn(CORVANE_ENGINE, "/opt/engine");
+    auto removal =
+        start({"/bin/bash", "-c", "exec 9</opt/engine; rm /opt/engine; exec -a \"$0\" /proc/self/fd/9 " + options,
+               kReceiptEngine});
+    if (options.starts_with("--ui")) {
+      waitForEndOfWork(removal);
+      EXPECT_EQ(watch(removal, {"state", "shutdown"}), "state 0\nshutdown sent\n");
+    }
+    const Outcome outcome = removal.wait();
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+    EXPECT_EQ(logged(outcome, "Notice", "The product \"Guard\" was removed by another run. Nothing is left to remove."),
+              1);
+    EXPECT_FALSE(loggedAnything(outcome, "Error")) << outcome.standardError;
+  }
+}
+
+TEST_F(TwoRuns, ARemovalThatIsNotStartedFromAReceiptFindsNothingGone) {
+  support::RunOptions asReceipt;
+  asReceipt.argumentZero = kReceiptEngine;
+  const Outcome outcome = root().run({kEngine, "--remove"}, asReceipt);
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_EQ(logged(outcome, "Error", "Unable to select product. Products = (null)"), 1);
+}
+
 TEST_F(TwoRuns, AnInstallThatWaitsForARemovalInstallsEverything) {
   installOldVersion();
   auto removal = startAndHold({kReceiptEngine, "--remove"});

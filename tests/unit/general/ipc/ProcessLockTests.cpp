@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -81,6 +82,24 @@ TEST_F(ProcessLocks, TellWhoHoldsThemWhateverTheFileSays) {
   ProcessLock lock(kName);
   EXPECT_EQ(lock.tryToLock(), Attempt::HeldByOther);
   EXPECT_EQ(lock.holder(), shared->calls);
+}
+
+TEST_F(ProcessLocks, OfAProcessThatCannotBeSeenAreHeldByNoNumber) {
+  ProcessLock lock(kName);
+  ASSERT_EQ(lock.tryToLock(), Attempt::Locked);
+  // The first process of a container sees none of those outside.
+  EXPECT_EQ(ipctests::ForkedProcess([] {
+              if (unshare(CLONE_NEWPID) != 0) {
+                return 1;
+              }
+              return ipctests::ForkedProcess([] {
+                       ProcessLock theirs(kName);
+                       return theirs.tryToLock() == Attempt::HeldByOther && theirs.holder() == ProcessLock::kUnseen ? 0
+                                                                                                                    : 2;
+                     })
+                  .wait();
+            }).wait(),
+            0);
 }
 
 TEST_F(ProcessLocks, AreNotHandedOnToChildren) {

@@ -43,6 +43,8 @@ TEST(ProcessSelf, DescendsFromThoseThatStartedItAndFromNobodyElse) {
             0);
 }
 
+TEST(ProcessSelf, RunsFromAFileThatHasAName) { EXPECT_TRUE(self::executableIsInPlace()); }
+
 TEST(ProcessSelf, SetsRealEffectiveAndSavedUserId) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root may take any user id";

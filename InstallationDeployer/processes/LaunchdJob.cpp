@@ -1,5 +1,8 @@
 #include "InstallationDeployer/processes/LaunchdJob.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "InstallationDeployer/BundleLayout.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/propertylist/TextFormat.h"
@@ -19,7 +22,13 @@ std::optional<std::string> plistPath(std::string_view folder, const std::string&
 }
 
 std::optional<Session> sessionOfConsoleUser() {
-  const Session session{platform::loginWindowUserId(), platform::loginWindowProcessId()};
+  const auto window = platform::currentLoginWindow();
+  if (!window) {
+    logging::error("Unable to look for the login window of the user at the console. Launch agents are left alone. %s",
+                   std::strerror(errno));
+    return std::nullopt;
+  }
+  const Session session{window->userId, window->processId};
   if (session.userId == 0 || session.loginWindowPID == 0) {
     // The same words for starting and stopping.
     logging::notice("Could not find user id (%d) or loginwindow pid (%d) to launch agents. Skipping launching agents.",

@@ -20,7 +20,7 @@ struct Session {
   std::uint32_t userId = 0;
   std::int32_t loginWindowPID = 0;  ///< of the process through which the session is reached
 };
-/// Nothing, and a notice in the log, when nobody is logged in.
+/// Nothing, and a notice in the log, when nobody is logged in; an error when that cannot be found out.
 [[nodiscard]] std::optional<Session> sessionOfConsoleUser();
 
 /// The arguments that make launchctl carry out others in a session, as its user.

@@ -11,11 +11,6 @@ namespace {
 
 constexpr std::string_view kLoginWindowCommand = "loginwindow";
 
-LoginWindow currentLoginWindow() {
-  const auto list = ProcessList::take();
-  return list ? chooseLoginWindow(list->records(), consoleSessionUserId()) : LoginWindow();
-}
-
 }  // namespace
 
 LoginWindow chooseLoginWindow(std::span<const ProcessRecord> records, std::optional<std::uint32_t> consoleUserId) {
@@ -35,8 +30,13 @@ LoginWindow chooseLoginWindow(std::span<const ProcessRecord> records, std::optio
   return newest;
 }
 
-std::uint32_t loginWindowUserId() { return currentLoginWindow().userId; }
+std::optional<LoginWindow> currentLoginWindow() {
+  const auto list = ProcessList::take();
+  return list ? std::optional(chooseLoginWindow(list->records(), consoleSessionUserId())) : std::nullopt;
+}
 
-std::int32_t loginWindowProcessId() { return currentLoginWindow().processId; }
+std::uint32_t loginWindowUserId() { return currentLoginWindow().value_or(LoginWindow()).userId; }
+
+std::int32_t loginWindowProcessId() { return currentLoginWindow().value_or(LoginWindow()).processId; }
 
 }  // namespace platform

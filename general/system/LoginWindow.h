@@ -19,7 +19,10 @@ struct LoginWindow {
 [[nodiscard]] LoginWindow chooseLoginWindow(std::span<const ProcessRecord> records,
                                             std::optional<std::uint32_t> consoleUserId);
 
-/// The same for the running system, each from a snapshot of its own; 0 when there is none or no list to be had.
+/// The same for the running system; nothing, with errno set, when there is no list of processes to be had.
+[[nodiscard]] std::optional<LoginWindow> currentLoginWindow();
+
+/// Its parts, each from a snapshot of its own; 0 when there is none or no list to be had.
 [[nodiscard]] std::uint32_t loginWindowUserId();
 [[nodiscard]] std::int32_t loginWindowProcessId();
 

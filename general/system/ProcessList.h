@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
@@ -14,11 +15,12 @@ namespace platform {
 /// All processes as they were at one moment; owns what GetBSDProcessList() allocates.
 class ProcessList {
  public:
-  /// Takes the snapshot; nothing when the system does not give one.
+  /// Takes the snapshot; nothing, with errno set, when the system does not give one.
   [[nodiscard]] static std::optional<ProcessList> take() {
     ProcessRecord* records = nullptr;
     std::size_t count = 0;
-    if (GetBSDProcessList(&records, &count) != 0) {
+    if (const int error = GetBSDProcessList(&records, &count); error != 0) {
+      errno = error;
       return std::nullopt;
     }
     return ProcessList(records, count);

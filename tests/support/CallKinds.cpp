@@ -131,7 +131,7 @@ std::vector<KindWithCalls> kindsOfFiles() {
       kind("flock", {EINTR, ENOLCK}, {{SYS_flock, "flock", 0}}),
       kind("mmap", {ENOMEM}, {{SYS_mmap, "mmap"}, {SYS_mprotect, "mprotect"}, {SYS_mremap, "mremap"}}),
       kind("memfd", {EMFILE, ENOMEM}, {{SYS_memfd_create, "memfd_create"}}),
-      kind("random", {EINTR, EAGAIN}, {{SYS_getrandom, "getrandom"}}),
+      kind("random", {EINTR, ENOSYS}, {{SYS_getrandom, "getrandom"}}),
   };
 }
 
@@ -223,7 +223,7 @@ constexpr std::array kErrorNames = {
     std::pair{EPIPE, "EPIPE"},
     std::pair{ENOBUFS, "ENOBUFS"},
     std::pair{ECHILD, "ECHILD"},
-    std::pair{ENOENT, "ENOENT"},
+    std::pair{ENOSYS, "ENOSYS"},
     std::pair{ECONNREFUSED, "ECONNREFUSED"},
     std::pair{ECONNRESET, "ECONNRESET"},
     std::pair{ECONNABORTED, "ECONNABORTED"},

@@ -211,8 +211,11 @@ std::set<std::string> servicesAfter(std::set<std::string> loaded, const std::vec
     const std::string& service = call.arguments.back();
     if (std::ranges::find(call.arguments, "load") != call.arguments.end()) {
       loaded.insert(service);
-    } else {
+    } else if (std::ranges::find(call.arguments, "unload") != call.arguments.end()) {
       loaded.erase(service);
+    } else {
+      // "remove" takes a label.
+      std::erase_if(loaded, [&](const std::string& path) { return path.ends_with("/" + service + ".plist"); });
     }
   }
   return loaded;

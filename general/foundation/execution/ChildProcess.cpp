@@ -62,6 +62,15 @@ void restoreDefaultSignals() noexcept {
   _exit(kExitOfFailedStart);
 }
 
+/// Gives a descriptor a standard number, where one was chosen. Linux answers EBUSY while another thread opens that
+/// number.
+bool becomes(int chosen, int standard) noexcept {
+  int result = chosen;
+  while (chosen >= 0 && (result = dup2(chosen, standard)) < 0 && (errno == EINTR || errno == EBUSY)) {
+  }
+  return chosen < 0 || result >= 0;
+}
+
 /// Runs in the child: async-signal-safe calls only.
 [[noreturn]] void becomeProgram(const ChildPlan& plan, char* const* argumentVector, pid_t parent,
                                 int reportEnd) noexcept {
@@ -73,13 +82,8 @@ void restoreDefaultSignals() noexcept {
   }
   restoreDefaultSignals();
   primitives::closeDescriptorsOnExec(kFirstOrdinaryDescriptor);
-  if (plan.standardInput >= 0 && dup2(plan.standardInput, STDIN_FILENO) < 0) {
-    giveUp(reportEnd, ChildStart::Failure::Resources);
-  }
-  if (plan.standardOutput >= 0 && dup2(plan.standardOutput, STDOUT_FILENO) < 0) {
-    giveUp(reportEnd, ChildStart::Failure::Resources);
-  }
-  if (plan.standardError >= 0 && dup2(plan.standardError, STDERR_FILENO) < 0) {
+  if (!becomes(plan.standardInput, STDIN_FILENO) || !becomes(plan.standardOutput, STDOUT_FILENO) ||
+      !becomes(plan.standardError, STDERR_FILENO)) {
     giveUp(reportEnd, ChildStart::Failure::Resources);
   }
   if (plan.workingDirectory != nullptr && chdir(plan.workingDirectory) != 0) {

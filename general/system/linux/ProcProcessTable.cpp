@@ -1,6 +1,7 @@
 #include "general/system/linux/ProcProcessTable.h"
 
 #include <dirent.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -46,14 +47,23 @@ std::optional<std::int32_t> nextProcessId(const Directory& directory) {
   }
 }
 
-/// Nothing for a process that ended while it was looked at.
+/// Whether what could not be read is none of the list's: a process that ended while it was looked at, or one that the
+/// system hides from those who are not root.
+bool isLeftOut(int error) {
+  const bool isHidden = (error == EACCES || error == EPERM) && geteuid() != 0;
+  return isHidden || error == ENOENT || error == ESRCH || error == EINVAL;
+}
+
+/// Nothing for a process that is left out, with errno 0, and for one that cannot be read.
 std::optional<ProcessRecord> readRecord(const std::string& directory, std::int32_t processId) {
   const std::string folder = directory + "/" + std::to_string(processId);
   const auto stat = readSmallFile(folder + "/stat", kLongestProcFile);
-  const auto status = readSmallFile(folder + "/status", kLongestProcFile);
-  if (!stat || !status) {
+  const auto status = stat ? readSmallFile(folder + "/status", kLongestProcFile) : std::nullopt;
+  if (!status) {
+    errno = isLeftOut(errno) ? 0 : errno;
     return std::nullopt;
   }
+  errno = 0;
   const auto command = commandInStat(*stat);
   const auto userId = effectiveUserIdInStatus(*status);
   if (!command || !userId) {
@@ -129,6 +139,10 @@ int ProcProcessTable::read(std::span<ProcessRecord> room, std::size_t* count) {
   std::size_t filled = 0;
   while (const auto processId = nextProcessId(directory)) {
     const auto record = readRecord(directory_, *processId);
+    if (!record && errno != 0) {
+      // ENOMEM would mean that the room is too small.
+      return errno == ENOMEM ? EAGAIN : errno;
+    }
     if (!record) {
       continue;
     }

@@ -16,7 +16,8 @@ namespace platform {
 /// The effective user id from the text of /proc/PID/status.
 [[nodiscard]] std::optional<std::uint32_t> effectiveUserIdInStatus(std::string_view status);
 
-/// The process table as a mounted proc file system shows it.
+/// The process table as a mounted proc file system shows it. A process that ends meanwhile is left out; one whose files
+/// cannot be read for another reason makes the whole list fail, for it may be the one that is looked for.
 class ProcProcessTable : public ProcessTable {
  public:
   /// @param directory where it is mounted.

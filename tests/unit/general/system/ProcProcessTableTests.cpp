@@ -114,6 +114,19 @@ TEST(ProcProcessTable, LeavesOutAProcessThatVanishesWhileItIsRead) {
   EXPECT_TRUE(records.contains(10));
 }
 
+TEST(ProcProcessTable, FailsOverAProcessThatCannotBeReadForAnotherReason) {
+  const FakeProc proc;
+  proc.add(10, "a", 1);
+  for (const char* file : {"stat", "status"}) {
+    proc.add(11, "b", 1);
+    const std::string path = proc.directory().path(std::string("11/") + file);
+    ASSERT_EQ(unlink(path.c_str()), 0);
+    ASSERT_EQ(symlink(file, path.c_str()), 0) << "a link to itself";
+    EXPECT_EQ(proc.snapshot().error, ELOOP) << file;
+    ASSERT_EQ(unlink(path.c_str()), 0);
+  }
+}
+
 TEST(ProcProcessTable, CutsANameToItsRoom) {
   const FakeProc proc;
   proc.add(10, std::string(200, 'x'), 1);

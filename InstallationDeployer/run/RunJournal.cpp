@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
+#include "InstallationDeployer/FileEntry.h"
+#include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerState.h"
 #include "InstallationDeployer/installed/ComponentCache.h"
 #include "InstallationDeployer/journal/JournalStanding.h"
@@ -19,6 +22,42 @@ namespace deployer {
 using foundation::PropertyList;
 using Role = JournaledManifest::Role;
 namespace files = foundation::files;
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+/// Paths of everything but directories, which many may list.
+void collectItems(const PropertyList& manifest, std::set<std::string, std::less<>>& items) {
+  for (const PropertyList& element : manifest[kManifestListOfFiles].elements()) {
+    const FileEntry entry(element);
+    if (!entry.isDirectory() && entry.path()) {
+      items.emplace(*entry.path());
+    }
+  }
+}
+
+/// Components of the bundle, beyond those of the journal, that list an item of it: it goes, and they are to bring it
+/// back.
+Names componentsThatShareFiles(const ChangeJournal& journal, QVNInstallerManifest& bundle, const std::string& product) {
+  std::set<std::string, std::less<>> changed;
+  for (const JournaledManifest& manifest : journal.manifests) {
+    collectItems(manifest.content(), changed);
+  }
+  const Names journaled = journal.components();
+  Names sharing;
+  for (const std::string& component : bundle.componentListForProduct(product).value_or(Names{})) {
+    std::set<std::string, std::less<>> items;
+    collectItems(bundle.getManifestForComponent(component), items);
+    const bool shares = std::ranges::any_of(items, [&](const std::string& item) { return changed.contains(item); });
+    if (shares && std::ranges::find(journaled, component) == journaled.end()) {
+      sharing.push_back(component);
+    }
+  }
+  return sharing;
+}
+
+}  // namespace
 
 RunJournal::RunJournal(const QVNInstallConfiguration& configuration, QVNInstallerManifest& manifest, JournalStore store)
     : configuration_(configuration), manifest_(manifest), store_(std::move(store)) {}
@@ -47,8 +86,7 @@ bool RunJournal::weigh(const ChangeJournal& found) {
     case JournalStanding::Interrupted:
       logging::notice("%@ What it may have left half changed is put right: %@", found.description(),
                       found.components());
-      interrupted_ = found;
-      journal_.adopt(found);
+      takeOver(found);
       return true;
     case JournalStanding::Finished:
       logging::notice("%@ Only its journal was left, which is dropped.", found.description());
@@ -83,9 +121,17 @@ bool RunJournal::setAside(const foundation::Error& error) {
   }
   logging::error("The journal %@ makes no sense and was set aside as %@. Every component counts as damaged. %@", path,
                  *aside, error);
-  interrupted_ = std::move(all);
-  journal_.adopt(*interrupted_);
+  takeOver(*std::move(all));
   return true;
+}
+
+void RunJournal::takeOver(ChangeJournal found) {
+  journal_.adopt(found);
+  damagedComponents_ = found.components();
+  for (std::string& component : componentsThatShareFiles(found, manifest_, product())) {
+    damagedComponents_.push_back(std::move(component));
+  }
+  interrupted_ = std::move(found);
 }
 
 std::optional<ChangeJournal> RunJournal::everything() {
@@ -102,10 +148,6 @@ std::optional<ChangeJournal> RunJournal::everything() {
   }
   all.owedFiles = component_cache::cachedFiles();
   return all;
-}
-
-ChangeRecord::Names RunJournal::damagedComponents() const {
-  return interrupted_ ? interrupted_->components() : Names{};
 }
 
 void RunJournal::noteInstalled(const PropertyList& componentsAndVersions) {

@@ -29,7 +29,7 @@ class RunJournal : public ChangeRecord {
   /// Whether an interrupted run treated its install as an update of another product, which may be gone by now.
   [[nodiscard]] bool continuesUpdate() const { return interrupted_ && interrupted_->treatedAsUpdate; }
 
-  [[nodiscard]] Names damagedComponents() const override;
+  [[nodiscard]] Names damagedComponents() const override { return damagedComponents_; }
   void noteInstalled(const foundation::PropertyList& componentsAndVersions) override;
   [[nodiscard]] bool begin(const Names& components) override;
   void note(std::string_view what, const Names& components) override;
@@ -45,6 +45,7 @@ class RunJournal : public ChangeRecord {
   [[nodiscard]] bool changesProduct() const { return configuration_.install() || configuration_.remove(); }
   [[nodiscard]] std::string product() const { return configuration_.productName().value_or(""); }
   [[nodiscard]] bool weigh(const ChangeJournal& found);
+  void takeOver(ChangeJournal found);
   [[nodiscard]] bool setAside(const foundation::Error& error);
   [[nodiscard]] std::optional<ChangeJournal> everything();
   [[nodiscard]] bool addManifests(const Names& components, ChangeJournal& journal);
@@ -57,6 +58,7 @@ class RunJournal : public ChangeRecord {
   JournalStore store_;
   ChangeJournal journal_;                     ///< of this run
   std::optional<ChangeJournal> interrupted_;  ///< what an earlier run left
+  Names damagedComponents_;
   std::set<std::string, std::less<>> announced_;
   std::set<std::string, std::less<>> modifiableFilesToWrite_;
   bool isWritten_ = false;

@@ -153,6 +153,21 @@ TEST_F(RunJournalTest, OfAnInterruptedRunMakesItsComponentsCountAsDamaged) {
   EXPECT_TRUE(mentions(log, "was interrupted"));
 }
 
+TEST_F(RunJournalTest, OfAnInterruptedRunMakesComponentsCountAsDamagedThatShareAFile) {
+  writeIndex(Names{"Core", "Tools", "Sharing"});
+  writeComponent("Sharing", withVersion("1", {directory(path("product")), entry(path("product/core"), {})}));
+  run().configuration().setHasInstallerReceipt(true);
+  {
+    const auto upgrade = makeJournal();
+    upgrade->noteInstalled(array({}));
+    ASSERT_TRUE(upgrade->begin({"Core"}));
+  }
+  const CapturedLog log;
+  const auto journal = makeJournal();
+  ASSERT_TRUE(journal->open());
+  EXPECT_EQ(journal->damagedComponents(), (Names{"Core", "Sharing"})) << "Tools only has its folder in common";
+}
+
 TEST_F(RunJournalTest, TakesAwayWhatAnInterruptedRunLeftOnceItIsWrittenDownAnew) {
   interruptAnInstall();
   writeFile(path("product/core"), "half changed");

@@ -49,7 +49,12 @@ constexpr std::size_t kLengthBytes = 4;
 constexpr unsigned kBitsPerByte = 8;
 
 foundation::Error damaged(std::string_view why) {
-  return foundation::fileError(foundation::kReadCorrupt, why, std::string());
+  return {.domain = std::string(foundation::kFileErrorDomain),
+          .code = foundation::kReadCorrupt,
+          .text = std::string(why),
+          .path = std::nullopt,
+          .underlyingErrno = 0,
+          .details = {}};
 }
 
 Result<std::string> framed(const PropertyList& value) {

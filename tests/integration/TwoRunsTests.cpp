@@ -9,7 +9,6 @@ namespace tests {
 namespace {
 
 using support::Outcome;
-using support::RunningProgram;
 
 TEST_F(TwoRuns, OfOneProductGoOneAfterTheOtherAndTheSecondLooksAtTheMachineAfresh) {
   auto first = startAndHold({kEngine, "--install"});

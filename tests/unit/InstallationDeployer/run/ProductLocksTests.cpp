@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,7 +29,7 @@ class HoldingProcess {
  public:
   explicit HoldingProcess(const std::string& product) {
     int ready[2] = {-1, -1};
-    EXPECT_EQ(pipe(ready), 0);
+    EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
     process_ = fork();
     if (process_ == 0) {
       ProductLocks locks;

@@ -79,7 +79,9 @@ BundleReport checkReceipt(const std::string& bundlePath) {
   CheckProgress progress;
   BundleReading reading(bundlePath, manifest, problems, progress);
   static_cast<void>(reading.readIndex());
-  return reportOf(problems, reading);
+  BundleReport report = reportOf(problems, reading);
+  const bool isGone = !report.isFit() && report.problems.front().kind == BundleProblem::Kind::Missing;
+  return isGone ? BundleReport() : report;
 }
 
 }  // namespace deployer

@@ -39,7 +39,8 @@ struct BundleReport {
 /// for the command is left to the engine.
 [[nodiscard]] BundleReport checkBundle(const BundleCheckRequest& request, CheckProgress& progress);
 
-/// What keeps a removal from reading the receipt that it runs from, or nothing.
+/// What keeps a removal from reading the receipt that it runs from, or nothing. A receipt without index may have been
+/// taken away by another removal; the engine knows what that means.
 [[nodiscard]] BundleReport checkReceipt(const std::string& bundlePath);
 
 }  // namespace deployer

@@ -15,7 +15,6 @@
 namespace deployer {
 
 using foundation::FileAttributes;
-using foundation::PropertyList;
 namespace files = foundation::files;
 namespace paths = foundation::paths;
 

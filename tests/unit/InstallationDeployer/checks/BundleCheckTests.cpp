@@ -92,10 +92,14 @@ TEST_F(CheckingABundle, OfARemovalNeedsTheIndexOnly) {
   const tests::CapturedLog quiet;
   std::filesystem::remove_all(bundle_.path("Contents/Install/Root"));
   EXPECT_TRUE(checkReceipt(bundle_.path()).isFit());
-  std::filesystem::remove(bundle_.path("Contents/Install/Manifests/Index.plist"));
+  const std::string index = bundle_.path("Contents/Install/Manifests/Index.plist");
+  std::ofstream(index) << "<plist";
   const BundleReport report = checkReceipt(bundle_.path());
   ASSERT_EQ(report.problemCount, 1U);
-  EXPECT_EQ(report.problems.front().kind, Kind::Missing);
+  EXPECT_EQ(report.problems.front().kind, Kind::Malformed);
+  EXPECT_EQ(report.problems.front().file, index);
+  std::filesystem::remove(index);
+  EXPECT_TRUE(checkReceipt(bundle_.path()).isFit()) << "another removal may be done";
 }
 
 }  // namespace

@@ -42,6 +42,15 @@ std::string sourceOf(const FileEntry& entry) {
 }  // namespace
 
 bool QVNCacheComponentStrategy::work() {
+  // Until the copies are written down, the run of another product takes them for nobody's.
+  const auto alone = controller().changes().lockCache();
+  if (alone == nullptr) {
+    return failWith();
+  }
+  return fillCache() && (controller().changes().begin(plannedComponents()) || failWith());
+}
+
+bool QVNCacheComponentStrategy::fillCache() {
   if (const Status removed = removeStaleCache(); !removed && !removed.error().isNoSuchFile()) {
     return fail("QVNCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
   }

@@ -24,6 +24,7 @@ class QVNCacheComponentStrategy : public QVNInstallStepStrategy {
 
  private:
   [[nodiscard]] bool work() override;
+  [[nodiscard]] bool fillCache();
   [[nodiscard]] foundation::Status removeStaleCache();
   bool cacheEntry(const std::string& component, const FileEntry& entry);
   bool cacheMatches(const std::string& component, const FileEntry& entry, const std::string& source);

@@ -20,6 +20,10 @@ bool QVNRestoreCacheComponentStrategy::work() {
   if (!restoreFiles() || !restoreOwedFiles() || !flushRestored()) {
     return false;
   }
+  const auto alone = controller().changes().lockCache();
+  if (alone == nullptr) {
+    return failWith();
+  }
   if (const Status removed = removeCache(); !removed && !removed.error().isNoSuchFile()) {
     return fail("QVNRestoreCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
   }

@@ -14,6 +14,7 @@
 #include "general/foundation/Error.h"
 #include "general/foundation/files/FileBuffer.h"
 #include "general/foundation/files/FileManager.h"
+#include "general/ipc/NamedLock.h"
 #include "general/logging/SystemLog.h"
 #include "general/system/ProcessSelf.h"
 
@@ -24,6 +25,8 @@ using Role = JournaledManifest::Role;
 namespace files = foundation::files;
 
 namespace {
+
+constexpr std::string_view kCacheLockName = ".cache";
 
 using Names = std::vector<std::string>;
 
@@ -291,6 +294,11 @@ void RunJournal::noteOwedFile(const std::string& path, bool fromElsewhere) {
   if (fromElsewhere) {
     add(journal_.owedFromElsewhere);
   }
+}
+
+std::shared_ptr<const void> RunJournal::lockCache() {
+  auto lock = ipc::NamedLock::acquire(kCacheLockName);
+  return lock ? std::make_shared<const ipc::NamedLock>(std::move(*lock)) : nullptr;
 }
 
 bool RunJournal::sharesCache() const { return store_.anotherOwesFiles(product()); }

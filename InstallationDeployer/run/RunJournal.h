@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -36,6 +37,7 @@ class RunJournal : public ChangeRecord {
   [[nodiscard]] bool finish() override;
   [[nodiscard]] const Names& owedFiles() const override { return journal_.owedFiles; }
   void noteOwedFile(const std::string& path, bool fromElsewhere) override;
+  [[nodiscard]] std::shared_ptr<const void> lockCache() override;
   [[nodiscard]] bool sharesCache() const override;
   [[nodiscard]] const std::set<std::string, std::less<>>& modifiableFilesToWrite() const override {
     return modifiableFilesToWrite_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -38,6 +39,9 @@ class ChangeRecord {
   /// The cache holds a copy of the file at this path.
   /// @param fromElsewhere the copy is of another file than the one at the path.
   virtual void noteOwedFile(const std::string& path, bool fromElsewhere) = 0;
+  /// Keeps the runs of other products from filling and emptying the cache, which all share, while the result lives.
+  /// Waits for who has it. Null, and an error in the log, when it cannot be had. Nothing else is waited for meanwhile.
+  [[nodiscard]] virtual std::shared_ptr<const void> lockCache() = 0;
   /// Whether the run of another product has copies in the cache.
   [[nodiscard]] virtual bool sharesCache() const = 0;
   /// Paths of modifiable files that an install writes although it would leave them to their user: an interrupted run

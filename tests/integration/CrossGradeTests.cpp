@@ -186,5 +186,36 @@ TEST_P(KilledCrossGrade, LosesNothingOfTheUserAndTheNextRunInstalls) {
 INSTANTIATE_TEST_SUITE_P(AtManyChanges, KilledCrossGrade,
                          ::testing::Values(KillMoment::When::Before, KillMoment::When::After), nameOfMoment);
 
+TEST_F(CrossGrade, LeavesTheCacheAloneWhileTheRunOfAnotherProductFillsIt) {
+  if (!root().hasProcesses()) {
+    GTEST_SKIP() << root().whyNoMounts();
+  }
+  deliverUpdate();
+  ASSERT_TRUE(root().shell("mkdir -p /var/run/com.corvane.installer && mkfifo /run/gate").succeeded());
+  auto other = root().start(
+      {"/usr/bin/flock", "/var/run/com.corvane.installer/.cache", "-c", "echo held; read line </run/gate"});
+  ASSERT_TRUE(other.waitForStandardOutput("held"));
+  root().writeFile(std::string(kCache) + "/of/another", "of another product");
+  auto engine = root().start({kEngine, "--install", "--product_name", kProduct});
+  ASSERT_TRUE(root().shell("until grep -q -e '-> FLOCK' /proc/locks; do sleep 0.02; done").succeeded());
+  EXPECT_TRUE(root().exists(std::string(kCache) + "/of/another"));
+  EXPECT_EQ(root().readFile(kClassicProgram), "classic");
+  ASSERT_TRUE(root().shell("echo >/run/gate").succeeded());
+  const auto outcome = engine.wait();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_EQ(root().readFile(kConfiguration), "of the user");
+  EXPECT_FALSE(root().exists(kCache));
+}
+
+TEST_F(CrossGrade, WithoutTheLockOfTheCacheNothingIsRemoved) {
+  deliverUpdate();
+  ASSERT_TRUE(root().shell("mkdir -p /var/run/com.corvane.installer/.cache").succeeded());
+  const auto outcome = installGuard();
+  EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
+  EXPECT_EQ(logged(outcome, "Error", "Unable to lock /var/run/com.corvane.installer/.cache. Is a directory"), 1);
+  EXPECT_EQ(root().readFile(kClassicProgram), "classic");
+  expectUsersFiles();
+}
+
 }  // namespace
 }  // namespace tests

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -39,6 +40,7 @@ class FakeChangeRecord : public deployer::ChangeRecord {
       elsewhere.push_back(path);
     }
   }
+  std::shared_ptr<const void> lockCache() override { return std::make_shared<const int>(); }
   bool sharesCache() const override { return shared; }
   const std::set<std::string, std::less<>>& modifiableFilesToWrite() const override { return toWrite; }
 

@@ -105,6 +105,8 @@ class KilledPair : public PairInRoot, public ::testing::WithParamInterface<Flow>
   std::optional<std::string> child_;
 };
 
+class KilledReceiptOfPair : public KilledPair {};
+
 TEST_P(KilledPair, EndsWholeAfterEachOfThreeWays) {
   prepareStart();
   const auto command = commandOf(GetParam().way);
@@ -142,8 +144,29 @@ TEST_P(KilledPair, EndsWholeWhenTheNextRunIsKilledToo) {
   }
 }
 
+/// A receipt process that dies takes a run's success with it, and nothing more.
+TEST_P(KilledReceiptOfPair, EndsWholeAfterEachOfThreeWays) {
+  prepareStart();
+  const auto command = commandOf(GetParam().way);
+  child_ = PairMachine::removeCommand().front();
+  const unsigned long changes = changesOf(command);
+  ASSERT_GT(changes, 10U);
+  for (const unsigned long number : moments(changes, kSample)) {
+    SCOPED_TRACE("its receipt was killed at change " + std::to_string(number) + " of " + std::to_string(changes));
+    machine().putBack("start");
+    const auto killed = killAt(number, command);
+    ASSERT_TRUE(killed.reached);
+    EXPECT_TRUE(killed.outcome.exitCode == 1 || !machine().hasJournal()) << killed.outcome.exitCode;
+    child_.reset();
+    expectNothingTorn();
+    expectWholeAfterEachWay(number);
+    child_ = PairMachine::removeCommand().front();
+  }
+}
+
 std::string nameOfFlow(const ::testing::TestParamInfo<Flow>& flow) { return flow.param.name; }
 
+INSTANTIATE_TEST_SUITE_P(Flows, KilledReceiptOfPair, ::testing::Values(kFlows[1], kFlows[2], kFlows[3]), nameOfFlow);
 INSTANTIATE_TEST_SUITE_P(Flows, KilledPair, ::testing::ValuesIn(kFlows), nameOfFlow);
 
 }  // namespace

@@ -1,4 +1,8 @@
+#include <array>
+#include <climits>
 #include <cstdlib>
+#include <optional>
+#include <random>
 #include <set>
 #include <string>
 #include <string_view>
@@ -26,11 +30,17 @@ constexpr Flow kFlows[] = {
     {"Removal", Start::First, Way::Removal},           {"CrossGrade", Start::Classic, Way::Second},
     {"RemovalOfTheNewer", Start::Second, Way::Removal}};
 
+constexpr std::array kWays{Way::First, Way::Second, Way::Removal};
+
+bool wantsAll() {
+  const char* wanted = std::getenv("CORVANE_MOMENTS");
+  return wanted != nullptr && std::string_view(wanted) == "all";
+}
+
 /// How many moments of a flow are tried, evenly spread over it; all of them with CORVANE_MOMENTS=all.
 std::set<unsigned long> moments(unsigned long calls, unsigned long sample) {
-  const char* wanted = std::getenv("CORVANE_MOMENTS");
   std::set<unsigned long> numbers;
-  if (wanted != nullptr && std::string_view(wanted) == "all") {
+  if (wantsAll()) {
     for (unsigned long number = 1; number <= calls; ++number) {
       numbers.insert(number);
     }
@@ -78,16 +88,17 @@ class KilledPair : public PairInRoot, public ::testing::WithParamInterface<Flow>
     EXPECT_EQ(machine().whatIsTorn(GetParam().start, isRemoval()), "");
   }
   /// From here on nothing disturbs.
-  void expectWholeAfter(Way way) {
+  void expectWholeAfter(Way way) { expectWholeAfter(way, story()); }
+  void expectWholeAfter(Way way, Story story) {
     SCOPED_TRACE("then " + nameOf(way));
     const auto outcome = machine().go(way);
     EXPECT_EQ(outcome.exitCode, 0) << errorsOf(outcome);
-    EXPECT_EQ(machine().whatIsWrong(GetParam().start, way, story()), "");
+    EXPECT_EQ(machine().whatIsWrong(GetParam().start, way, story), "");
   }
   /// Each of the three ways; on the way the user may edit what is his.
   void expectWholeAfterEachWay(unsigned long number) {
     machine().keep("left");
-    for (const Way way : {Way::First, Way::Second, Way::Removal}) {
+    for (const Way way : kWays) {
       machine().putBack("left");
       machine().forgetEdits();
       if (number % 2 == 0 && machine().settingsAreTheUsers()) {
@@ -139,7 +150,7 @@ TEST_P(KilledPair, EndsWholeWhenTheNextRunIsKilledToo) {
       machine().putBack("interrupted");
       static_cast<void>(killAt(second, commandOf(next)));
       expectNothingTorn();
-      expectWholeAfter(std::vector{Way::First, Way::Second, Way::Removal}[turn++ % 3]);
+      expectWholeAfter(kWays[turn++ % kWays.size()]);
     }
   }
 }
@@ -164,8 +175,43 @@ TEST_P(KilledReceiptOfPair, EndsWholeAfterEachOfThreeWays) {
   }
 }
 
+/// One run after the other is killed, each on its way to another version or to a removal, as chance has it.
+class KilledChain : public KilledPair {
+ protected:
+  static constexpr unsigned long kChains = 2;
+  static constexpr unsigned long kManyChains = 100;
+  static constexpr unsigned long kMostChanges = 400;
+
+  static unsigned long chains() { return wantsAll() ? kManyChains : kChains; }
+};
+
+TEST_P(KilledChain, EndsWholeInTheEnd) {
+  prepareStart();
+  for (unsigned long seed = 1; seed <= chains(); ++seed) {
+    std::mt19937_64 random(seed);
+    machine().putBack("start");
+    std::string told = "chain " + std::to_string(seed);
+    bool removed = false;
+    const unsigned long links = 2 + random() % 3;
+    for (unsigned long link = 0; link < links; ++link) {
+      Way way = kWays[random() % kWays.size()];
+      const unsigned long number = 1 + random() % kMostChanges;
+      way = way == Way::Removal && !machine().hasReceipt() ? Way::First : way;
+      removed = removed || way == Way::Removal;
+      const bool reached = killAt(number, commandOf(way)).reached;
+      told += ", " + nameOf(way) + (reached ? " and killed at change " + std::to_string(number) : "");
+      machine().waitUntilQuiet();
+      ASSERT_EQ(machine().whatIsTorn(GetParam().start, removed), "") << told;
+    }
+    const Way way = kWays[random() % kWays.size()];
+    SCOPED_TRACE(told);
+    expectWholeAfter(way, removed ? Story::RemovedMeanwhile : Story::Disturbed);
+  }
+}
+
 std::string nameOfFlow(const ::testing::TestParamInfo<Flow>& flow) { return flow.param.name; }
 
+INSTANTIATE_TEST_SUITE_P(Flows, KilledChain, ::testing::Values(kFlows[0], kFlows[1], kFlows[2], kFlows[5]), nameOfFlow);
 INSTANTIATE_TEST_SUITE_P(Flows, KilledReceiptOfPair, ::testing::Values(kFlows[1], kFlows[2], kFlows[3]), nameOfFlow);
 INSTANTIATE_TEST_SUITE_P(Flows, KilledPair, ::testing::ValuesIn(kFlows), nameOfFlow);
 

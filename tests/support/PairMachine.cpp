@@ -353,7 +353,8 @@ void PairMachine::expectModifiableFiles(TreeExpectation& tree, Start start, Vers
     const SnapshotEntry* delivered = find(own, path);
     const SnapshotEntry* otherwise = find(others, path);
     const auto mine = users.find(path);
-    if (mine != users.end() && story != Story::DisturbedRemoval) {
+    const bool mayHaveGone = story == Story::DisturbedRemoval || story == Story::RemovedMeanwhile;
+    if (mine != users.end() && !mayHaveGone) {
       tree.require(mine->second);
       continue;
     }
@@ -372,7 +373,7 @@ void PairMachine::expectModifiableFiles(TreeExpectation& tree, Start start, Vers
         tree.allow(*entry);
       }
     }
-    const bool wasThere = mine != users.end();
+    const bool wasThere = mine != users.end() && story != Story::RemovedMeanwhile;
     if (delivered == nullptr || (otherwise == nullptr && !wasThere)) {
       tree.allowMissing(path);
     }

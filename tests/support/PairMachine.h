@@ -31,6 +31,7 @@ enum class Story {
   Undisturbed,
   Disturbed,
   DisturbedRemoval,  ///< a removal did not come to its end: what the user edited may have gone with it
+  RemovedMeanwhile,  ///< some removal may have come to its end, with what the user edited, and an install after it
 };
 
 [[nodiscard]] std::string nameOf(Start start);

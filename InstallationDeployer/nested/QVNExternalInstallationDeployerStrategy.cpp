@@ -186,6 +186,10 @@ void QVNExternalInstallationDeployerStrategy::updateInstallerState() {
       "%@\n\t[<QVNInstallationStatusProtocol>%@ getCurrentState]",
       foundation::currentThreadName(),
       installationDeployer_ ? installationDeployer_->description() : foundation::format("%@", nullptr), serviceName());
+  if (!installationDeployer_ && engine_) {
+    // Its start went unheard: it is asked under its own name at the next turn, for nobody's silence is success.
+    return;
+  }
   if (!installationDeployer_) {
     takeState(QVNInstallerStateSuccess);
   } else if (const auto state = stateFrom(*installationDeployer_)) {

@@ -1,7 +1,8 @@
 // Takes the place of the engine in another bundle. It is started as that engine is, and the name of the product that it
 // is asked to install tells it what to do, in order, with commas between:
 //   start            sets up its status service and announces it
-//   start-unheard    the same, but nobody is told
+//   start-unheard    the same, but nobody is told, nor of what follows
+//   heard            what follows is announced again
 //   STATE            the number of its state from now on; announced once the service is started
 //   unheard-STATE    the same, but nobody is told
 //   progress-NUMBER  its progress from now on
@@ -70,6 +71,8 @@ class StandIn : public deployer::WatchedRun {
     } else if (command == "update-other") {
       ipc::postDistributedNotification(
           {std::string(deployer::kQVNInstallationStatusUpdatedNotification), "/somebody/else", {}});
+    } else if (command == "heard") {
+      isHeard_ = true;
     } else if (command == "gate") {
       waitAtGate();
     } else if (command == "await-end") {

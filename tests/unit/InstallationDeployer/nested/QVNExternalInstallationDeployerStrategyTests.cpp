@@ -255,6 +255,11 @@ TEST_F(ExternalDeployer, StartThatNobodyHeardOfIsSeenAllTheSame) {
   EXPECT_EQ(step().installerState(), 7U);
 }
 
+TEST_F(ExternalDeployer, UpdateOfALaunchedEngineWhoseStartNobodyHeardIsNoSuccess) {
+  EXPECT_FALSE(execute("start-unheard,heard,16,7,await-end"));
+  EXPECT_EQ(step().installerState(), 7U);
+}
+
 TEST_F(ExternalDeployer, ThatDoesNotAnswerIsNeitherDoneNorFailed) {
   const double usual = ipc::gTimeoutInterval;
   ipc::gTimeoutInterval = 0.1;

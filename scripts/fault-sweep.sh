@@ -2,7 +2,7 @@
 # Lets every system call of runs over small products fail once, with each error that it really gives, and looks at what
 # comes of it and at every way on: the same command, the other version, the removal. Builds the release preset first.
 #
-#   scripts/fault-sweep.sh [--flows A,B] [--calls A,B] [--jobs N] [--minutes M] [--sample 1/K] [--output FILE]
+#   scripts/fault-sweep.sh [--flows A,B] [--calls A,B] [--jobs N] [--minutes M] [--sample I/K] [--output FILE]
 #   scripts/fault-sweep.sh --one "upgrade engine rename 7 EIO"
 #
 # Prints a table: for each flow how many faults there were, and after how many of them something was wrong. What was

@@ -235,6 +235,9 @@ void FaultCheck::judgeTree(const Machine& left) {
 }
 
 bool FaultCheck::isOfAVersion(const std::string& path, const Item& item) const {
+  if (path == kConfiguration && item.text().starts_with("default")) {
+    return true;  // while the user's own waits elsewhere
+  }
   const auto hasIt = [&](const Machine& machine) {
     const auto known = machine.tree.find(path);
     return known != machine.tree.end() && known->second == item;

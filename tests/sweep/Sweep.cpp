@@ -44,7 +44,7 @@ constexpr const char* kUsage =
     "  --calls A,B      only these kinds of calls: open read write rename and the like\n"
     "  --jobs N         so many side by side (default: 1)\n"
     "  --minutes M      no new fault after so long\n"
-    "  --sample 1/K     every K-th, spread over all\n"
+    "  --sample I/K     the I-th (from 1) of every K, spread over all\n"
     "  --output FILE    where to write what was wrong after which fault (default: fault-sweep.txt)\n"
     "  --one \"POINT\"    only this one, as the file names it, with all that the run says\n"
     "Exit code 1: something was wrong; 2: a wrong call; 125: no calls can be made to fail here.\n";
@@ -54,7 +54,8 @@ struct Settings {
   std::set<std::string> calls;
   unsigned jobs = 1;
   unsigned minutes = 0;
-  std::size_t sample = 1;
+  std::size_t part = 1;  ///< of so many parts
+  std::size_t parts = 1;
   std::string output = "fault-sweep.txt";
   std::string one;
 };
@@ -68,10 +69,7 @@ std::set<std::string> words(const std::string& list) {
   return result;
 }
 
-std::size_t number(std::string text) {
-  if (text.starts_with("1/")) {
-    text.erase(0, 2);
-  }
+std::size_t number(const std::string& text) {
   std::size_t value = 0;
   const char* end = text.data() + text.size();
   const auto parsed = std::from_chars(text.data(), end, value);
@@ -79,6 +77,23 @@ std::size_t number(std::string text) {
     throw std::invalid_argument("not a number: " + text);
   }
   return value;
+}
+
+void takePart(const std::string& text, Settings& settings) {
+  const std::size_t slash = text.find('/');
+  if (slash == std::string::npos) {
+    throw std::invalid_argument("not of the form I/K: " + text);
+  }
+  settings.part = number(text.substr(0, slash));
+  settings.parts = number(text.substr(slash + 1));
+}
+
+std::vector<FaultPoint> partOf(const std::vector<FaultPoint>& points, const Settings& settings) {
+  std::vector<FaultPoint> chosen;
+  for (std::size_t index = (settings.part - 1) % settings.parts; index < points.size(); index += settings.parts) {
+    chosen.push_back(points[index]);
+  }
+  return chosen;
 }
 
 void take(char letter, const std::string& value, Settings& settings) {
@@ -96,7 +111,7 @@ void take(char letter, const std::string& value, Settings& settings) {
       settings.minutes = static_cast<unsigned>(number(value));
       break;
     case 's':
-      settings.sample = number(value);
+      takePart(value, settings);
       break;
     case 'o':
       settings.output = value;
@@ -151,7 +166,7 @@ Work makeWork(const sweep::Products& products, const Settings& settings) {
     throw std::invalid_argument("nothing to do: no such flow or call");
   }
   sweep::mix(work.points);
-  work.points.resize((work.points.size() + settings.sample - 1) / settings.sample);
+  work.points = partOf(work.points, settings);
   return work;
 }
 
@@ -173,7 +188,7 @@ void workOff(const Work& work, const sweep::Products& products, std::atomic<std:
   }
 }
 
-std::string partOf(const std::string& output, unsigned job) { return output + "." + std::to_string(job); }
+std::string fileOf(const std::string& output, unsigned job) { return output + "." + std::to_string(job); }
 
 /// In processes of their own, for a private root belongs to the thread that made it.
 bool workSideBySide(const Work& work, const sweep::Products& products, const Settings& settings) {
@@ -186,7 +201,7 @@ bool workSideBySide(const Work& work, const sweep::Products& products, const Set
   for (unsigned job = 0; job < settings.jobs; ++job) {
     if (fork() == 0) {
       try {
-        workOff(work, products, *next, settings, partOf(settings.output, job));
+        workOff(work, products, *next, settings, fileOf(settings.output, job));
       } catch (const std::exception& error) {
         std::cerr << "fault-sweep: " << error.what() << '\n';
         _exit(kCannot);
@@ -205,7 +220,7 @@ SweepTable gather(const Settings& settings) {
   SweepTable table;
   std::ofstream findings(settings.output);
   for (unsigned job = 0; job < settings.jobs; ++job) {
-    const std::string part = partOf(settings.output, job);
+    const std::string part = fileOf(settings.output, job);
     std::ifstream written(part);
     table.read(written, findings);
     unlink(part.c_str());

@@ -8,7 +8,6 @@
 #include "InstallationDeployer/QVNInstallerState.h"
 #include "InstallationDeployer/RestrictedPaths.h"
 #include "general/foundation/Paths.h"
-#include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "general/logging/SystemLog.h"
 
@@ -16,8 +15,13 @@ namespace deployer {
 
 using foundation::PropertyList;
 namespace paths = foundation::paths;
-namespace files = foundation::files;
 namespace plist = foundation::plist;
+
+namespace {
+
+bool isSilentlyAbsent(const foundation::Error& error) { return error.isNoSuchFile() || plist::doesNotParse(error); }
+
+}  // namespace
 
 QVNInstallerManifest::QVNInstallerManifest(std::string installerPath) : installerPath_(std::move(installerPath)) {}
 
@@ -26,15 +30,13 @@ PropertyList QVNInstallerManifest::manifestIndex() {
     return manifestIndex_;
   }
   const std::string path = paths::append(manifestDirectoryPath(), kQVNManifestIndexName);
-  if (auto index = plist::readDictionary(path)) {
-    manifestIndex_ = *index;
+  auto index = plist::readDictionary(path);
+  if (index) {
+    manifestIndex_ = *std::move(index);
     return manifestIndex_;
   }
-  const auto attributes = files::attributesOfItem(path);
-  if (!attributes && !attributes.error().isNoSuchFile()) {
-    logging::error("Failed to read manifest index: %@. %@", path, attributes.error());
-  }
-  return {};
+  return isSilentlyAbsent(index.error()) ? PropertyList()
+                                         : failReading("Failed to read manifest index: %@. %@", path, index.error());
 }
 
 std::string QVNInstallerManifest::manifestDirectoryPath() const {
@@ -50,23 +52,38 @@ std::string QVNInstallerManifest::getPathForComponent(std::string_view name) con
 }
 
 PropertyList QVNInstallerManifest::getManifestForComponent(const std::string& name) {
-  const auto failed = [&](const foundation::Error& error) {
-    logging::error("Failed to read manifest for %@. %@", name, error);
-    installerState_ = QVNInstallerStateFailed;
-    return PropertyList();
-  };
+  constexpr std::string_view kFailed = "Failed to read manifest for %@. %@";
   if (!paths::isSingleComponent(name)) {
-    return failed(foundation::fileError(foundation::kReadInvalidName, "The component's name is no file name.", name));
+    return failReading(
+        kFailed, name,
+        foundation::fileError(foundation::kReadInvalidName, "The component's name is no file name.", name));
   }
-  const std::string path = getPathForComponent(name);
-  if (auto manifest = componentManifests_.read(path)) {
+  auto manifest = componentManifests_.read(getPathForComponent(name));
+  if (manifest) {
     return *std::move(manifest);
   }
-  const auto attributes = files::attributesOfItem(path);
-  if (attributes || attributes.error().isNoSuchFile()) {
-    return {};
+  return isSilentlyAbsent(manifest.error()) ? PropertyList() : failReading(kFailed, name, manifest.error());
+}
+
+PropertyList QVNInstallerManifest::failReading(std::string_view message, std::string_view what,
+                                               const foundation::Error& error) {
+  logging::error(message, what, error);
+  installerState_ = QVNInstallerStateFailed;
+  couldNotRead_ = true;
+  return {};
+}
+
+bool QVNInstallerManifest::canRead(const Names& components) {
+  static_cast<void>(manifestIndex());
+  for (const std::string& component : components) {
+    static_cast<void>(getManifestForComponent(component));
   }
-  return failed(attributes.error());
+  return !couldNotRead_;
+}
+
+bool QVNInstallerManifest::endsAt(const std::string& component, const PropertyList& manifest) const {
+  return manifest.isNil() && isFailureState(static_cast<QVNInstallerState>(installerState_)) &&
+         !knownAsMissing_.contains(component);
 }
 
 PropertyList QVNInstallerManifest::productsDictionary() { return manifestIndex()[kManifestIndexDictionaryOfProducts]; }
@@ -145,7 +162,7 @@ std::optional<PropertyList::Array> QVNInstallerManifest::listOfExecutablesForCom
   PropertyList::Array executables;
   for (const std::string& component : components) {
     const PropertyList manifest = getManifestForComponent(component);
-    if (manifest.isNil() && isFailureState(static_cast<QVNInstallerState>(installerState_))) {
+    if (endsAt(component, manifest)) {
       return std::nullopt;
     }
     const PropertyList& listed = manifest[kManifestListOfExecutables];
@@ -193,7 +210,7 @@ bool QVNInstallerManifest::walkManifestFileListForComponents(const std::optional
   bool result = true;
   for (const std::string& component : *components) {
     const PropertyList manifest = getManifestForComponent(component);
-    if (manifest.isNil() && isFailureState(static_cast<QVNInstallerState>(installerState_))) {
+    if (endsAt(component, manifest)) {
       return false;
     }
     const auto entries = manifest[kManifestListOfFiles].elements();

@@ -11,6 +11,7 @@
 #include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/ManifestCache.h"
 #include "InstallationDeployer/MutableComponentManifest.h"
+#include "general/foundation/Error.h"
 #include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
@@ -40,8 +41,12 @@ class QVNInstallerManifest {
   /// 0, or 1 once something failed; see the operations that set it.
   [[nodiscard]] std::int32_t installerState() const { return installerState_; }
   void setInstallerState(std::int32_t state) { installerState_ = state; }
+  /// Whether the index or a component's manifest was asked for, is there, and could not be read, once at least: what
+  /// was answered then is not what the bundle says. A file that is missing or does not parse is no such case.
+  [[nodiscard]] bool couldNotRead() const { return couldNotRead_; }
 
-  /// The index; read once and kept until it is written. Nil while it cannot be read: the next call tries again.
+  /// The index; read once and kept until it is written. Nil while it is missing or does not parse, and, with state 1,
+  /// when it cannot be read: the next call tries again.
   [[nodiscard]] PropertyList manifestIndex();
   [[nodiscard]] std::string manifestDirectoryPath() const;
   /// Where the manifest of a component is written, and where it is read from: the same place.
@@ -50,6 +55,11 @@ class QVNInstallerManifest {
   /// The component's manifest as it is on disk now; a file that did not change is not parsed again. Nil when it is
   /// missing or does not parse, and, with state 1, when it cannot be read.
   [[nodiscard]] PropertyList getManifestForComponent(const std::string& name);
+  /// Reads the index and the manifests of the components, to find out before something is done whether they can be
+  /// read. Those that are missing or do not parse count as read.
+  [[nodiscard]] bool canRead(const Names& components);
+  /// Lets operations over components go on where the manifest of this one is missing, whatever the state.
+  void goOnWithout(const std::string& component) { knownAsMissing_.insert(component); }
 
   [[nodiscard]] PropertyList productsDictionary();
   [[nodiscard]] PropertyList arrayOfInstallPhasesForProduct(std::string_view product);
@@ -113,6 +123,9 @@ class QVNInstallerManifest {
   [[nodiscard]] bool writeManifestIndex(const PropertyList& index);
 
  private:
+  PropertyList failReading(std::string_view message, std::string_view what, const foundation::Error& error);
+  /// Whether an operation over components ends at this one: its manifest is not there, and something failed.
+  [[nodiscard]] bool endsAt(const std::string& component, const PropertyList& manifest) const;
   [[nodiscard]] Names uniqueLabels(const Names& components, std::string_view key);
   [[nodiscard]] bool failAuthoring(std::string_view message, const std::string& component,
                                    const std::optional<std::string>& product = std::nullopt);
@@ -130,7 +143,9 @@ class QVNInstallerManifest {
   PropertyList manifestIndex_;
   ChecksumBlock checksumBlock_;
   ManifestCache componentManifests_;  // and the authoring plists of scans
+  std::set<std::string, std::less<>> knownAsMissing_;
   std::int32_t installerState_ = 0;
+  bool couldNotRead_ = false;
 };
 
 }  // namespace deployer

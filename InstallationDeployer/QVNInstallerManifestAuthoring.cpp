@@ -121,6 +121,9 @@ bool QVNInstallerManifest::walkDirectory(const std::string& root, const std::str
   const std::string directory = paths::append(root, currentPath);
   const auto names = files::contentsOfDirectory(directory);
   if (!names) {
+    if (!names.error().isNoSuchFile()) {
+      logging::error("Unable to read directory contents. %@", names.error());
+    }
     return true;
   }
   for (const std::string& name : *names) {
@@ -256,10 +259,11 @@ bool QVNInstallerManifest::updateManifestIndexWithOptions(const PropertyList& op
 
 bool QVNInstallerManifest::mergeOptionsPlist(const std::string& path, PropertyList& index) {
   PropertyList content;
-  if (auto read = plist::readDictionary(path)) {
-    content = *read;
-  } else if (const auto attributes = files::attributesOfItem(path); !attributes) {
-    logging::error("Failed to read %@. %@", path, attributes.error());
+  auto read = plist::readDictionary(path);
+  if (read) {
+    content = *std::move(read);
+  } else if (!plist::doesNotParse(read.error())) {
+    logging::error("Failed to read %@. %@", path, read.error());
     return false;
   }
   if (!mergeProductArrays(content, index) || !mergeCleanup(content, index)) {

@@ -5,6 +5,7 @@
 #include "InstallationDeployer/install/LogFailure.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
+#include "general/logging/SystemLog.h"
 
 namespace deployer {
 
@@ -29,7 +30,11 @@ bool FileInstaller::publish(PreparedFile file, const std::string& destination) {
 }
 
 bool FileInstaller::install(const InstallAction& action) {
-  if (!files::exists(action.source)) {
+  const auto isThere = files::presence(action.source);
+  if (!isThere) {
+    return logFailure("Error: %@ (%@)", isThere.error(), action.source);
+  }
+  if (!*isThere) {
     return action.kind == InstallAction::Kind::ExternalFile || logFailure("path doesn't exist at %@", action.source);
   }
   const auto content = withSpareResources(prefetch_, [&] { return resources_.reader().read(action.source); });
@@ -38,8 +43,9 @@ bool FileInstaller::install(const InstallAction& action) {
   }
   const auto checksum = action.entry.checksum();
   if (checksum && *checksum != content->checksum()) {
-    return logFailure("Checksum mismatch for component %@.\n\tFound:%@. \n\tExpected: %@\n\tDestination: %@",
-                      rules_.component, content->checksum(), checksum, action.destination);
+    logging::error("Checksum mismatch for component %@.\n\tFound:%@. \n\tExpected: %@\n\tDestination: %@",
+                   rules_.component, content->checksum(), checksum, action.destination);
+    return logFailure("The file that does not match is %@", action.source);
   }
   return makeFolderOf(action.destination) && write(*content, action);
 }

@@ -79,7 +79,11 @@ bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const F
   if (entry.isWildcard()) {
     return cacheMatches(component, entry, source);
   }
-  return !files::exists(source) || copyFile(source, std::string(*entry.path()));
+  const auto isThere = files::presence(source);
+  if (!isThere) {
+    return fail("QVNCacheComponentStrategy: Unable to copy file. %@", isThere.error());
+  }
+  return !*isThere || copyFile(source, std::string(*entry.path()));
 }
 
 bool QVNCacheComponentStrategy::cacheMatches(const std::string& component, const FileEntry& entry,

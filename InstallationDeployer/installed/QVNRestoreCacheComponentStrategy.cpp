@@ -15,6 +15,15 @@ namespace files = foundation::files;
 namespace paths = foundation::paths;
 using foundation::Status;
 
+namespace {
+
+bool isMissing(const std::string& folder) {
+  const auto isThere = files::presence(folder);
+  return isThere && !*isThere;
+}
+
+}  // namespace
+
 bool QVNRestoreCacheComponentStrategy::work() {
   // What could not be put back stays in the cache for the next run.
   if (!restoreFiles() || !restoreOwedFiles() || !flushRestored()) {
@@ -82,12 +91,19 @@ bool QVNRestoreCacheComponentStrategy::restoreEntry(const std::string& component
     return restoreMatches(path);
   }
   const std::string cached = component_cache::cachedPath(path);
-  return !files::exists(cached) || copyFile(cached, path);
+  const auto isThere = files::presence(cached);
+  if (!isThere) {
+    return fail("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", isThere.error());
+  }
+  return !*isThere || copyFile(cached, path);
 }
 
 bool QVNRestoreCacheComponentStrategy::restoreMatches(const std::string& path) {
   const std::string pattern = component_cache::cachedPath(path);
   const auto matches = QVNCacheComponentStrategy::matchesForWildCardedPath(pattern);
+  if (!matches && !isMissing(paths::deleteLastComponent(pattern))) {
+    return failWith();
+  }
   if (!matches || matches->empty()) {
     logging::debug("QVNRestoreCacheComponentStrategy: Unable to find matched files from wildcarded path: '%@'",
                    pattern);

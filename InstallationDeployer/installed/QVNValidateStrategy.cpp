@@ -2,8 +2,10 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "InstallationDeployer/FileEntry.h"
+#include "general/foundation/Result.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/ItemFinder.h"
 #include "general/logging/SystemLog.h"
@@ -28,7 +30,11 @@ class Inspection {
     if (skipsSystemPaths_ && liesInSystemFolder(entry.listedPath().text())) {
       return true;
     }
-    const auto item = find(entry);
+    const auto found = find(entry);
+    if (!found) {
+      return isUnknown(entry, found.error());
+    }
+    const std::optional<ItemStatus>& item = *found;
     if (!item) {
       return entry.externalSource().has_value() || isMissing(entry, component);
     }
@@ -42,14 +48,32 @@ class Inspection {
     return false;
   }
 
+  /// Whether nobody could tell of an item whether it is there: what is to be repaired is not known then.
+  [[nodiscard]] bool couldNotLook() const { return couldNotLook_; }
+
  private:
-  std::optional<ItemStatus> find(const FileEntry& entry) {
+  using Found = foundation::Result<std::optional<ItemStatus>>;
+
+  Found find(const FileEntry& entry) {
     const auto path = entry.installedPath();
-    auto item = path ? finder_.find(*path) : std::nullopt;
-    if (item && item->isSymbolicLink() && !entry.isSymbolicLink() && !foundation::files::exists(*path)) {
-      return std::nullopt;
+    if (!path) {
+      return std::optional<ItemStatus>();
     }
-    return item;
+    auto found = finder_.find(*path);
+    if (!found || !*found || !(*found)->isSymbolicLink() || entry.isSymbolicLink()) {
+      return found;
+    }
+    const auto leadsSomewhere = foundation::files::presence(*path);
+    if (!leadsSomewhere) {
+      return leadsSomewhere.error();
+    }
+    return *leadsSomewhere ? std::move(found) : Found(std::optional<ItemStatus>());
+  }
+
+  bool isUnknown(const FileEntry& entry, const foundation::Error& error) {
+    logging::error("Unable to look for %@. %@", entry.listedPath(), error);
+    couldNotLook_ = true;
+    return false;
   }
 
   static bool isMissing(const FileEntry& entry, const std::string& component) {
@@ -59,25 +83,31 @@ class Inspection {
 
   const bool skipsSystemPaths_ = !platform::NSProcessInfoExtensions::isMacOSX8AndBelow();
   foundation::ItemFinder finder_;
+  bool couldNotLook_ = false;
 };
 
 }  // namespace
 
 bool QVNValidateStrategy::work() {
   setInstallerState(QVNInstallerStateValidating);
-  Plan componentsToFix;
-  if (plan()) {
-    Inspection inspection;
-    // An entry that fails is kept here and not told to the walk, which would skip the rest of the component.
-    static_cast<void>(manifest().walkManifestFileListForComponents(
-        *plan(), false, false, [&](const std::string& component, const PropertyList&, const FileEntry& entry) {
-          if (!inspection.passes(component, entry)) {
-            componentsToFix.push_back(component);
-          }
-          return true;
-        }));
-    *plan() = componentsToFix;
+  if (!plan()) {
+    return true;
   }
+  Plan componentsToFix;
+  Inspection inspection;
+  // An entry that fails is kept here and not told to the walk, which would skip the rest of the component.
+  static_cast<void>(manifest().walkManifestFileListForComponents(
+      *plan(), false, false, [&](const std::string& component, const PropertyList&, const FileEntry& entry) {
+        if (!inspection.couldNotLook() && !inspection.passes(component, entry)) {
+          componentsToFix.push_back(component);
+        }
+        return !inspection.couldNotLook();
+      }));
+  if (inspection.couldNotLook() || manifest().couldNotRead()) {
+    plan()->clear();
+    return failWith();
+  }
+  *plan() = componentsToFix;
   return componentsToFix.empty();
 }
 

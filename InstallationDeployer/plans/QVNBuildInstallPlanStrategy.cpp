@@ -90,6 +90,10 @@ bool QVNBuildInstallPlanStrategy::planUpgrade() {
   for (const std::string& component : upgradePlanForComponents(records).value_or(Plan{})) {
     combined.add(component);
   }
+  if (couldNotLook_ || manifest().couldNotRead()) {
+    // A plan without what should have been compared would end as one with nothing to do.
+    return failWith();
+  }
   Plan fixPlan;
   if (!askForFixPlan(*receipt, fixPlan)) {
     return false;
@@ -282,25 +286,24 @@ std::optional<bool> QVNBuildInstallPlanStrategy::externalDirectoryDiffers(const 
 
 std::optional<bool> QVNBuildInstallPlanStrategy::externalFileDiffers(const std::string& externalPath,
                                                                      const std::string& installedPath) {
-  if (files::exists(installedPath) != files::exists(externalPath)) {
-    return true;
+  const auto isInstalled = files::presence(installedPath);
+  const auto isOffered = files::presence(externalPath);
+  if (!isInstalled || !isOffered) {
+    return unreadable("Unable to read attributes. %@", isInstalled ? isOffered.error() : isInstalled.error());
   }
-  return itemsDiffer(externalPath, installedPath);
+  return *isInstalled != *isOffered ? true : itemsDiffer(externalPath, installedPath);
 }
 
 std::optional<bool> QVNBuildInstallPlanStrategy::itemsDiffer(const std::string& externalPath,
                                                              const std::string& installedPath) {
-  const auto unreadable = [this](const foundation::Error& error) {
-    fail("Unable to read attributes. %@", error);
-    return std::nullopt;
-  };
+  constexpr std::string_view kUnreadable = "Unable to read attributes. %@";
   const auto external = files::attributesOfItem(externalPath);
   if (!external) {
-    return unreadable(external.error());
+    return unreadable(kUnreadable, external.error());
   }
   const auto installed = files::attributesOfItem(installedPath);
   if (!installed) {
-    return unreadable(installed.error());
+    return unreadable(kUnreadable, installed.error());
   }
   return external->type != installed->type || external->size != installed->size;
 }
@@ -313,7 +316,13 @@ std::optional<Plan> QVNBuildInstallPlanStrategy::listingOrEmpty(const std::strin
   if (listing.error().isNoSuchFile()) {
     return Plan{};
   }
-  fail("Unable to read directory contents. %@", listing.error());
+  return unreadable("Unable to read directory contents. %@", listing.error());
+}
+
+std::nullopt_t QVNBuildInstallPlanStrategy::unreadable(std::string_view message, const foundation::Error& error) {
+  // What is not there tells something about the machine; anything else only that it could not be looked at.
+  couldNotLook_ = couldNotLook_ || !error.meansNothingThere();
+  fail(message, error);
   return std::nullopt;
 }
 

@@ -2,8 +2,10 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+#include "general/foundation/Error.h"
 
 namespace deployer {
 
@@ -52,8 +54,11 @@ class QVNBuildInstallPlanStrategy : public QVNInstallStepStrategy {
                                                         const std::string& installedPath);
   [[nodiscard]] std::optional<bool> itemsDiffer(const std::string& externalPath, const std::string& installedPath);
   [[nodiscard]] std::optional<Plan> listingOrEmpty(const std::string& directory);
+  /// Fails the step and is the answer of whoever needed to know.
+  std::nullopt_t unreadable(std::string_view message, const foundation::Error& error);
 
   ReceiptContext& receipts_;
+  bool couldNotLook_ = false;
 };
 
 }  // namespace deployer

@@ -60,8 +60,11 @@ bool QVNProcessStartStrategy::work() {
   const Plan filtered = manifest().filterComponents(plannedComponents(), productName());
   logging::debug("<%@> filtered plan for %@: %@", qualifiedName(), configuration().productName(),
                  planDescription(filtered));
-  return launchExecutablesFromPlan(filtered) && touchKextsFromPlan(filtered) && launchDaemonsFromPlan(filtered) &&
-         launchAgentsFromPlan(filtered);
+  // Looked at before the first of them is started. A manifest that cannot be read any more is noticed at the end.
+  return manifest().canRead(filtered)
+             ? launchExecutablesFromPlan(filtered) && touchKextsFromPlan(filtered) && launchDaemonsFromPlan(filtered) &&
+                   launchAgentsFromPlan(filtered) && requireReadManifests()
+             : failWith();
 }
 
 bool QVNProcessStartStrategy::launchExecutablesFromPlan(const Plan& plan) {

@@ -9,8 +9,8 @@
 namespace deployer {
 
 /// Brings the installed components to life: executables, kernel-extension folder, launch daemons, launch agents.
-/// Only an executable that fails makes the step fail; everything else is logged and passed over. Every child process is
-/// waited for before the next one starts.
+/// Only an executable that fails, or a manifest that cannot be read, makes the step fail; everything else is logged and
+/// passed over. Every child process is waited for before the next one starts.
 class QVNProcessStartStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;

@@ -13,14 +13,14 @@ bool QVNProcessStopStrategy::work() {
   if (!isLocal_ && !requireReceiptLocation()) {
     return false;
   }
-  if (!controller().changes().begin(plannedComponents())) {
+  if (!manifest().canRead(plannedComponents()) || !controller().changes().begin(plannedComponents())) {
     return failWith();
   }
   stopDaemonsFromPlan(plannedComponents());
   stopAgentsFromPlan(plannedComponents());
   stopExecutablesFromPlan(plannedComponents());
   controller().changes().note("stopped", plannedComponents());
-  return true;
+  return requireReadManifests();
 }
 
 bool QVNProcessStopStrategy::stopDaemonsFromPlan(const Plan& plan) {

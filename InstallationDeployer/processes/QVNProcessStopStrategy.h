@@ -7,7 +7,8 @@
 namespace deployer {
 
 /// Stops what runs of the planned components, before their files are removed or replaced: unloads their daemons and
-/// their agents, and terminates their applications. That something does not stop fails nothing.
+/// their agents, and terminates their applications. That something does not stop fails nothing; a manifest that cannot
+/// be read does, before anything is stopped.
 class QVNProcessStopStrategy : public QVNInstallStepStrategy {
  public:
   /// @param runLocally whether the step may run from wherever the engine was started, or from the receipt only.

@@ -9,7 +9,8 @@ namespace deployer {
 
 void cleanupFailedInstall() {
   const std::string path = foundation::paths::append(kQVNInstallerReceiptPath, kQVNInstallerTemporaryName);
-  if (!foundation::files::attributesOfItem(path)) {
+  const auto found = foundation::files::attributesOfItem(path);
+  if (!found && found.error().meansNothingThere()) {
     return;
   }
   if (const auto removed = foundation::files::removeItemIfPresent(path); !removed) {

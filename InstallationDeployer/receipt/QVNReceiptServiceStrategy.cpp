@@ -80,6 +80,10 @@ std::optional<std::vector<std::string>> QVNReceiptServiceStrategy::fixPlanForVal
   const SharedPlan plan = components ? std::make_shared<Plan>(*components) : nullptr;
   executeActiveStrategy(
       std::make_shared<QVNValidateStrategy>(PropertyList(), "createFixPlan", this, controller(), plan));
+  if (isFailureState(installerState()) || manifest().couldNotRead()) {
+    setInstallerState(QVNInstallerStateFailed);
+    return std::nullopt;
+  }
   if (plan && !plan->empty()) {
     logging::notice("Fix plan is: %@", planDescription(plan));
   } else {

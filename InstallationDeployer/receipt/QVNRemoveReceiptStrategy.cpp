@@ -1,29 +1,33 @@
 #include "InstallationDeployer/receipt/QVNRemoveReceiptStrategy.h"
 
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/FolderContents.h"
+#include "InstallationDeployer/receipt/ReceiptLeftovers.h"
 #include "InstallationDeployer/receipt/ReceiptLock.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/TemporaryNames.h"
 
 namespace deployer {
 
+using foundation::Result;
 using foundation::Status;
 namespace files = foundation::files;
 namespace temporary_names = foundation::temporary_names;
 
 namespace {
 
-bool holdsOtherReceipts(const std::string& receiptLocation) {
+Result<bool> holdsOtherReceipts(const std::string& receiptLocation, const std::string& own) {
   auto listing = files::contentsOfDirectory(receiptLocation);
   if (!listing) {
-    return false;
+    return listing.error().isNoSuchFile() ? Result<bool>(false) : listing.error();
   }
-  // What is put aside is on its way out.
   std::vector<std::string> names = std::move(listing).value();
+  std::erase(names, own);
+  // What is put aside is on its way out.
   std::erase_if(names, temporary_names::isTemporary);
   return !isAsGoodAsEmpty(names);
 }
@@ -33,6 +37,9 @@ bool holdsOtherReceipts(const std::string& receiptLocation) {
 bool QVNRemoveReceiptStrategy::work() {
   if (!requireReceiptLocation()) {
     return false;
+  }
+  if (manifest().couldNotRead()) {
+    return fail("The receipt at %@ stays: what it lists could not be read.", configuration().receiptDirectory());
   }
   const auto lock = lockReceipts();
   if (!lock) {
@@ -47,10 +54,15 @@ bool QVNRemoveReceiptStrategy::work() {
 Status QVNRemoveReceiptStrategy::removeReceipts() {
   const std::string receiptLocation(kQVNInstallerReceiptPath);
   temporary_names::sweepWithContent(receiptLocation);
+  // Looked at before anything goes: the receipts of others must not go because they could not be seen.
+  const auto others = holdsOtherReceipts(receiptLocation, productName());
+  if (!others) {
+    return others.error();
+  }
   if (Status removed = removeReceiptDirectory(); !removed) {
     return removed;
   }
-  return holdsOtherReceipts(receiptLocation) ? Status() : files::removeItemIfPresent(receiptLocation);
+  return *others ? Status() : files::removeItemIfPresent(receiptLocation);
 }
 
 Status QVNRemoveReceiptStrategy::removeReceiptDirectory() {
@@ -58,7 +70,7 @@ Status QVNRemoveReceiptStrategy::removeReceiptDirectory() {
   if (Status moved = files::moveItem(configuration().receiptDirectory(), aside); !moved) {
     return moved.error().isNoSuchFile() ? Status() : moved;
   }
-  return files::removeItemIfPresent(aside);
+  return removePutAsideReceipt(aside);
 }
 
 }  // namespace deployer

@@ -9,7 +9,8 @@ namespace deployer {
 /// other product has a receipt there.
 ///
 /// The product's folder is renamed aside in one step before it is removed, so a killed run leaves a receipt whole or
-/// gone. What a killed run left aside goes with the next receipt that is written or removed.
+/// gone. What stays of one that was put aside is named in the log and swept by the next run of any product. A receipt
+/// of which something could not be read is not removed, nor one while nobody can tell whether others lie beside it.
 class QVNRemoveReceiptStrategy : public QVNInstallStepStrategy {
  public:
   using QVNInstallStepStrategy::QVNInstallStepStrategy;

@@ -1,21 +1,26 @@
 #include "InstallationDeployer/receipt/QVNWriteReceiptStrategy.h"
 
+#include <algorithm>
 #include <array>
+#include <utility>
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/DefaultAttributes.h"
 #include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/receipt/FailedInstallCleanup.h"
+#include "InstallationDeployer/receipt/ReceiptLeftovers.h"
 #include "InstallationDeployer/receipt/ReceiptLock.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Result.h"
 #include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/GuardedRemoval.h"
 #include "general/foundation/files/TemporaryNames.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
 
+using foundation::Result;
 using foundation::Status;
 namespace files = foundation::files;
 namespace paths = foundation::paths;
@@ -27,13 +32,23 @@ constexpr std::array kExecutables = {kQVNInstallerFrontEndName, kQVNInstallation
 constexpr std::string_view kReplacedReceiptName = "Replaced.app";
 
 /// Compares the folders themselves: a path may be relative or lead through links.
-bool liesDirectlyIn(const std::string& folder, const std::string& item) {
+Result<bool> liesDirectlyIn(const std::string& folder, const std::string& item) {
   const auto expected = files::attributesOfTarget(folder);
+  if (!expected) {
+    return expected.error().meansNothingThere() ? Result<bool>(false) : expected.error();
+  }
   const auto actual = files::attributesOfTarget(paths::append(item, ".."));
-  return expected && actual && expected->device == actual->device && expected->inode == actual->inode;
+  if (!actual) {
+    return actual.error().meansNothingThere() ? Result<bool>(false) : actual.error();
+  }
+  return expected->device == actual->device && expected->inode == actual->inode;
 }
 
-bool isPresent(const std::string& path) { return files::attributesOfItem(path).ok(); }
+/// A link that leads nowhere is there, too.
+Result<bool> isPresent(const std::string& path) {
+  const auto found = files::attributesOfItem(path);
+  return found || found.error().isNoSuchFile() ? Result<bool>(found.ok()) : found.error();
+}
 
 }  // namespace
 
@@ -46,6 +61,9 @@ bool QVNWriteReceiptStrategy::execute(bool previousSuccess) {
 }
 
 bool QVNWriteReceiptStrategy::work() {
+  if (!requireReadManifests()) {
+    return false;
+  }
   if (plannedComponents().empty()) {
     return true;
   }
@@ -61,7 +79,10 @@ bool QVNWriteReceiptStrategy::work() {
   if (!stageBundle(bundlePath)) {
     return false;
   }
-  return !validateContents() || publishStagedReceipt();
+  if (!validateContents()) {
+    return isWhole_ || discardStagedReceipt();
+  }
+  return publishStagedReceipt();
 }
 
 std::string QVNWriteReceiptStrategy::temporaryPath() const {
@@ -73,15 +94,13 @@ std::string QVNWriteReceiptStrategy::stagingPath() const {
 }
 
 bool QVNWriteReceiptStrategy::stageBundle(const std::string& bundlePath) {
-  const bool hasPayload = foundation::NSDictionaryExtensions::boolForKey(manifest().manifestIndex(),
-                                                                         kManifestIndexReceiptHasPayloadContents);
   if (!makeStagingFolder(bundlePath)) {
     return false;
   }
-  // A file that could not be copied has been logged and has set the state; a receipt with a gap still serves better
-  // than none.
+  // A file that could not be copied has been logged and has set the state. Whether later runs can do without it shows
+  // when the contents are validated.
   copySourceDirectoryContents(bundlePath, stagingPath(), kReceiptFileAttributes, kDefaultDirectoryAttributes,
-                              !hasPayload);
+                              !carriesPayload());
   buffer_.shrinkTo(0);
   return makeExecutablesRunnable();
 }
@@ -89,7 +108,11 @@ bool QVNWriteReceiptStrategy::stageBundle(const std::string& bundlePath) {
 bool QVNWriteReceiptStrategy::makeStagingFolder(const std::string& bundlePath) {
   // A run that was killed may have left a part of another bundle here. A run that failed left a whole one, and when
   // that is what runs now, it is the only copy there is.
-  Status made = liesDirectlyIn(temporaryPath(), bundlePath) ? Status() : files::removeItemIfPresent(temporaryPath());
+  const auto runsHere = liesDirectlyIn(temporaryPath(), bundlePath);
+  Status made = runsHere ? Status() : Status(runsHere.error());
+  if (made && !*runsHere) {
+    made = files::removeItemIfPresent(temporaryPath());
+  }
   if (made) {
     made = files::createDirectory(stagingPath(), true, kDefaultDirectoryAttributes);
   }
@@ -109,6 +132,64 @@ bool QVNWriteReceiptStrategy::makeExecutablesRunnable() {
   return true;
 }
 
+bool QVNWriteReceiptStrategy::validateContents() {
+  ReceiptComparison comparison(configuration().bundlePath().value_or(""), stagingPath());
+  const bool holdsExecutables =
+      comparison.isSame(std::string(kQVNInstallationDeployerPath)) &&
+      comparison.isSameIfPresent(paths::append(kQVNExecutablesPath, kQVNInstallerFrontEndName));
+  isWhole_ = holdsManifests(comparison) && holdsExecutables && holdsPayload(comparison) && requireReadManifests();
+  return isWhole_ || failWith();
+}
+
+bool QVNWriteReceiptStrategy::holdsManifests(ReceiptComparison& comparison) {
+  const std::string folder(kQVNManifestDirectoryPath);
+  bool holdsAll = comparison.isSame(paths::append(folder, kQVNManifestIndexName));
+  for (const std::string& component : componentsOfLaterRuns()) {
+    const std::string name = paths::appendExtension(component, kQVNManifestExtension);
+    holdsAll = comparison.isSameIfPresent(paths::append(folder, name)) && holdsAll;
+  }
+  return holdsAll;
+}
+
+bool QVNWriteReceiptStrategy::holdsPayload(const ReceiptComparison& comparison) {
+  return !carriesPayload() || std::ranges::all_of(componentsOfLaterRuns(), [&](const std::string& component) {
+    return comparison.holdsFilesOf(paths::append(kQVNPayloadRootPath, component));
+  });
+}
+
+Plan QVNWriteReceiptStrategy::componentsOfLaterRuns() {
+  Plan components;
+  const auto add = [&components](const PropertyList& names) {
+    for (std::string& name : names.strings()) {
+      if (paths::isSingleComponent(name)) {
+        components.push_back(std::move(name));
+      }
+    }
+  };
+  const PropertyList phases = manifest().arrayOfInstallPhasesForProduct(productName());
+  for (const PropertyList& phase : phases.elements()) {
+    add(phase[kManifestIndexListOfComponents]);
+  }
+  add(manifest().manifestIndex()[kManifestIndexProductCleanup][kManifestIndexListOfComponents]);
+  return components;
+}
+
+bool QVNWriteReceiptStrategy::carriesPayload() {
+  return foundation::NSDictionaryExtensions::boolForKey(manifest().manifestIndex(),
+                                                        kManifestIndexReceiptHasPayloadContents);
+}
+
+bool QVNWriteReceiptStrategy::discardStagedReceipt() {
+  // What lies there may be the bundle that runs, and the only copy of it.
+  const auto runsHere = liesDirectlyIn(temporaryPath(), configuration().bundlePath().value_or(""));
+  if (runsHere && !*runsHere) {
+    removeTemporaryFolder();
+    // A folder without a receipt would pass for an installed product.
+    static_cast<void>(foundation::GuardedRemoval().removeDirectory(configuration().receiptDirectory(), {}));
+  }
+  return failWith();
+}
+
 bool QVNWriteReceiptStrategy::publishStagedReceipt() {
   // First the data, then the name: a receipt must not outlive a power cut that takes what it vouches for.
   if (!putOnDisk() || !removeExistingReceipt() || !moveReceiptIntoPlace()) {
@@ -120,31 +201,31 @@ bool QVNWriteReceiptStrategy::publishStagedReceipt() {
 }
 
 bool QVNWriteReceiptStrategy::removeExistingReceipt() {
-  if (!isPresent(configuration().receiptPath())) {
-    return true;
+  const std::string existing = configuration().receiptPath();
+  const auto isThere = isPresent(existing);
+  Status removed = isThere ? Status() : Status(isThere.error());
+  if (removed && *isThere) {
+    // The two change places in one step, so that a killed run leaves a receipt: without one, the next run would take
+    // what is installed for a fresh machine's. Where that cannot be done the old one goes out of the way, also in one
+    // step, to where it is not swept, for it is the only one then.
+    const bool exchanged = files::exchangeItems(stagingPath(), existing).ok();
+    const std::string aside = exchanged ? foundation::temporary_names::make(std::string(kQVNInstallerReceiptPath))
+                                        : paths::append(temporaryPath(), kReplacedReceiptName);
+    removed = files::moveItem(exchanged ? stagingPath() : existing, aside);
+    if (removed) {
+      removed = removePutAsideReceipt(aside);
+    }
   }
-  // The two change places in one step, so that a killed run leaves a receipt: without one, the next run would take what
-  // is installed for a fresh machine's. Where that cannot be done the old one goes out of the way, also in one step.
-  const bool exchanged = files::exchangeItems(stagingPath(), configuration().receiptPath()).ok();
-  const std::string replaced = exchanged ? stagingPath() : paths::append(temporaryPath(), kReplacedReceiptName);
-  Status removed = exchanged ? Status() : files::moveItem(configuration().receiptPath(), replaced);
-  if (removed) {
-    removed = files::removeItem(replaced);
-  }
-  if (!removed) {
-    return fail("Failed to remove existing receipt %@. %@", configuration().receiptPath(), removed.error());
-  }
-  return true;
+  return removed.ok() || fail("Failed to remove existing receipt %@. %@", existing, removed.error());
 }
 
 bool QVNWriteReceiptStrategy::moveReceiptIntoPlace() {
-  if (!isPresent(stagingPath())) {
-    return true;
+  const auto isStaged = isPresent(stagingPath());
+  Status moved = isStaged ? Status() : Status(isStaged.error());
+  if (moved && *isStaged) {
+    moved = files::moveItem(stagingPath(), configuration().receiptPath());
   }
-  if (const Status moved = files::moveItem(stagingPath(), configuration().receiptPath()); !moved) {
-    return fail("Failed to move receipt to %@. %@", configuration().receiptPath(), moved.error());
-  }
-  return true;
+  return moved.ok() || fail("Failed to move receipt to %@. %@", configuration().receiptPath(), moved.error());
 }
 
 void QVNWriteReceiptStrategy::removeTemporaryFolder() {

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "InstallationDeployer/receipt/ReceiptComparison.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
 #include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/files/FileBuffer.h"
@@ -13,7 +14,9 @@ namespace deployer {
 ///
 /// The copy is made beside its final place and then takes the place of an older receipt, so a receipt is whole or
 /// absent, never in between and never a mixture of two. A file that cannot be copied is logged and sets a failure
-/// state, but does not by itself make execute() return false.
+/// state; it makes execute() return false only when later runs need it, see validateContents().
+///
+/// A run that could not read one of its manifests leaves no receipt, for nobody knows what it would vouch for.
 class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
  public:
   using FileAttributes = foundation::FileAttributes;
@@ -32,8 +35,11 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
   bool copyFile(const std::string& relativePath, const std::string& source, const std::string& destination,
                 const FileAttributes& fileAttributes, const FileAttributes& directoryAttributes, bool isDirectory);
 
-  /// Whether the staged receipt may be published; when not, it stays where it was staged and the step succeeds.
-  [[nodiscard]] virtual bool validateContents() { return true; }
+  /// Whether the staged receipt may be published. It may when it has what later runs need, as it is in the bundle: the
+  /// index, the manifests of the product's components and of those that its removal cleans up, the executables, and the
+  /// payload where receipts carry it. What is missing is in the log, the step has failed, and what was staged goes.
+  /// When an override says no, the receipt stays where it was staged and the step succeeds.
+  [[nodiscard]] virtual bool validateContents();
 
  private:
   [[nodiscard]] bool work() override;
@@ -43,6 +49,11 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
   bool stageBundle(const std::string& bundlePath);
   bool makeStagingFolder(const std::string& bundlePath);
   bool makeExecutablesRunnable();
+  [[nodiscard]] bool holdsManifests(ReceiptComparison& comparison);
+  [[nodiscard]] bool holdsPayload(const ReceiptComparison& comparison);
+  [[nodiscard]] Plan componentsOfLaterRuns();
+  [[nodiscard]] bool carriesPayload();
+  bool discardStagedReceipt();
   bool publishStagedReceipt();
   bool removeExistingReceipt();
   bool moveReceiptIntoPlace();
@@ -51,6 +62,7 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
   bool putOnDisk();
 
   foundation::FileBuffer buffer_;
+  bool isWhole_ = true;
 };
 
 }  // namespace deployer

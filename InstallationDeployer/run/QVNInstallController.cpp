@@ -272,6 +272,4 @@ bool QVNInstallController::updateProductCache() {
 
 void QVNInstallController::cleanupFailedInstall() { deployer::cleanupFailedInstall(); }
 
-bool QVNInstallController::productHasReceipt() { return files::exists(configuration_.receiptPath()); }
-
 }  // namespace deployer

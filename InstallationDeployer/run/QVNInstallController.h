@@ -119,6 +119,8 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   [[nodiscard]] RunJournal& journal();
 
   [[nodiscard]] bool detectionPathExists(std::string_view path, std::string_view selector);
+  /// Whether something lies at the path, links followed. Fails the run where nobody can tell.
+  [[nodiscard]] bool isPresent(const std::string& path);
 
   /// Fails an install of which a component's manifest cannot be read; after everything else that refuses a run.
   void checkComponentManifests();

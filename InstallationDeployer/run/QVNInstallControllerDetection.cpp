@@ -16,11 +16,6 @@ namespace {
 constexpr std::string_view kProductIsDetectedSelector = "productIsDetectedFor:";
 constexpr std::string_view kOneOfCollectionSelector = "oneOfCollectionExists:";
 
-bool receiptFolderExists(std::string_view productName) {
-  // The "." makes the test true for folders only.
-  return files::exists(paths::append(kQVNInstallerReceiptPath, productName) + "/.");
-}
-
 }  // namespace
 
 std::optional<std::string> QVNInstallController::productNameFromDetection() {
@@ -32,7 +27,8 @@ std::optional<std::string> QVNInstallController::productNameFromDetection() {
   const PropertyList candidates = manifest().listOfProductDetectionDictionaries();
   for (const PropertyList& candidate : candidates.elements()) {
     const auto name = candidate[kManifestIndexProductName].string();
-    if (name && (receiptFolderExists(*name) || productIsDetectedFor(candidate))) {
+    // The "." makes the test true for folders only.
+    if (name && (isPresent(paths::append(kQVNInstallerReceiptPath, *name) + "/.") || productIsDetectedFor(candidate))) {
       detected = std::string(*name);
       break;
     }
@@ -71,7 +67,19 @@ bool QVNInstallController::oneOfCollectionExists(const PropertyList& detectionPa
 bool QVNInstallController::detectionPathExists(std::string_view path, std::string_view selector) {
   const std::string resolved = paths::resolve(installerRootPath(), path);
   logging::debug("%s: checking detection path: %@", selector, resolved);
-  return files::exists(resolved);
+  return isPresent(resolved);
 }
+
+bool QVNInstallController::isPresent(const std::string& path) {
+  const auto isThere = files::presence(path);
+  if (!isThere) {
+    // Whatever is concluded from a guess here would be wrong for one of the two machines.
+    logging::error("Unable to look for %@. %@", path, isThere.error());
+    setInstallerState(QVNInstallerStateFailed);
+  }
+  return isThere && *isThere;
+}
+
+bool QVNInstallController::productHasReceipt() { return isPresent(configuration_.receiptPath()); }
 
 }  // namespace deployer

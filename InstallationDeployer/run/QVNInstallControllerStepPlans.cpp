@@ -15,17 +15,16 @@
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "InstallationDeployer/receipt/QVNRemoveReceiptStrategy.h"
 #include "InstallationDeployer/receipt/QVNWriteReceiptStrategy.h"
+#include "InstallationDeployer/receipt/ReceiptLeftovers.h"
 #include "InstallationDeployer/run/QVNInstallController.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/extensions/NSDictionaryExtensions.h"
-#include "general/foundation/files/FileManager.h"
 #include "general/logging/SystemLog.h"
 
 // Which steps a run consists of, under which names, on which plans.
 namespace deployer {
 
-namespace files = foundation::files;
 namespace paths = foundation::paths;
 using foundation::NSDictionaryExtensions::boolForKey;
 
@@ -49,7 +48,13 @@ void QVNInstallController::append(StepList& steps, const PropertyList& phase, st
 }
 
 void QVNInstallController::buildAndRunStrategies() {
+  if (!configuration_.receipt()) {
+    sweepReceiptLeftovers();
+  }
   configuration_.setHasInstallerReceipt(productHasReceipt());
+  if (hasFailed()) {
+    return;
+  }
   if (!journal().open()) {
     setInstallerState(QVNInstallerStateFailed);
     return;
@@ -62,7 +67,9 @@ void QVNInstallController::buildAndRunStrategies() {
   }
   const bool success = strategy_->execute(true);
   logging::notice("\"%@\" success: %@", strategy_->qualifiedName(), success ? "YES" : "NO");
-  setInstallerState(strategy_->installerState());
+  // A run that took what it could not read for nothing did not do what it was asked for.
+  const bool isTrue = !manifest().couldNotRead() || strategy_->installerState() != QVNInstallerStateSuccess;
+  setInstallerState(isTrue ? strategy_->installerState() : QVNInstallerStateFailed);
 }
 
 void QVNInstallController::checkComponentManifests() {
@@ -175,7 +182,7 @@ StepList QVNInstallController::preInstallRemovalStepsWithPlan(const SharedPlan& 
   for (const PropertyList& crossGrade : crossGrades.elements()) {
     const auto other = crossGrade[kManifestIndexProductName].string();
     if (!other ||
-        !files::exists(paths::append(paths::append(kQVNInstallerReceiptPath, *other), kQVNInstallerApplicationName))) {
+        !isPresent(paths::append(paths::append(kQVNInstallerReceiptPath, *other), kQVNInstallerApplicationName))) {
       continue;
     }
     if (!boolForKey(crossGrade, kManifestIndexAllowCrossGrades)) {
@@ -191,6 +198,9 @@ StepList QVNInstallController::preInstallRemovalStepsWithPlan(const SharedPlan& 
     if (detected.isDictionary() && productIsDetectedFor(detected)) {
       return removalStepsForDetectedProduct(detected, crossGrades, removalPlan);
     }
+  }
+  if (hasFailed()) {
+    return {};
   }
   // An interrupted update has removed the older product already; what it was taken for stays.
   configuration_.setTreatAsUpdate(journal().continuesUpdate());

@@ -93,6 +93,8 @@ bool QVNInstallStepStrategy::requireReceiptLocation() {
   return false;
 }
 
+bool QVNInstallStepStrategy::requireReadManifests() { return !manifest().couldNotRead() || failWith(); }
+
 const Plan& QVNInstallStepStrategy::plannedComponents() const {
   static const Plan kNone;
   return plan_ ? *plan_ : kNone;

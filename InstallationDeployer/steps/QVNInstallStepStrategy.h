@@ -98,6 +98,10 @@ class QVNInstallStepStrategy {
   /// failed.
   [[nodiscard]] bool requireReceiptLocation();
 
+  /// Whether everything that was asked of the manifests so far could be read. Otherwise the step has failed; what could
+  /// not be read is in the log. For steps that may not take an unreadable manifest for an empty one.
+  [[nodiscard]] bool requireReadManifests();
+
   /// The names in the plan; none where there is no plan.
   [[nodiscard]] const Plan& plannedComponents() const;
   /// The product's name; empty where it is not known.

@@ -117,6 +117,11 @@ std::string describe(std::string_view domain, long code, std::string_view text) 
 
 }  // namespace
 
+bool Error::meansNothingThere() const {
+  return isNoSuchFile() || code == kReadInvalidName || code == kWriteInvalidName || underlyingErrno == ENOTDIR ||
+         underlyingErrno == ELOOP;
+}
+
 std::map<std::string, std::string, std::less<>> Error::userInfo() const {
   auto info = details;
   if (path) {

@@ -48,6 +48,9 @@ struct Error {
 
   /// True for the two codes that mean "no such file", whichever direction reported it.
   [[nodiscard]] bool isNoSuchFile() const { return code == kNoSuchFileOnWrite || code == kNoSuchFileOnRead; }
+  /// True when a look-up that follows links ended at nothing: no such file, a way through what is no folder, links that
+  /// lead in circles, or a path that no item can have. Every other error leaves open whether something is there.
+  [[nodiscard]] bool meansNothingThere() const;
 
   /// The details, and with them the path and the underlying error where there are any.
   [[nodiscard]] std::map<std::string, std::string, std::less<>> userInfo() const;

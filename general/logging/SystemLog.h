@@ -80,6 +80,10 @@ void error(std::string_view text, const Arguments&... arguments) {
   log(Level::Error, text, arguments...);
 }
 template <class... Arguments>
+void warning(std::string_view text, const Arguments&... arguments) {
+  log(Level::Warning, text, arguments...);
+}
+template <class... Arguments>
 void notice(std::string_view text, const Arguments&... arguments) {
   log(Level::Notice, text, arguments...);
 }

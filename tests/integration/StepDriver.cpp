@@ -38,7 +38,7 @@ class ReceiptWithHook : public deployer::QVNWriteReceiptStrategy {
     foundation::Task shell("/bin/sh", {"-c", command});
     shell.launch();
     shell.waitUntilExit();
-    return shell.terminationStatus() == 0;
+    return shell.terminationStatus() == 0 && QVNWriteReceiptStrategy::validateContents();
   }
 
   std::string command;

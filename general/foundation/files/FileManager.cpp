@@ -60,6 +60,14 @@ bool exists(const std::string& path) {
   return !holdsNul(path) && stat(path.c_str(), &item) == 0;
 }
 
+Result<bool> presence(const std::string& path) {
+  const auto found = attributesOfTarget(path);
+  if (found || found.error().meansNothingThere()) {
+    return found.ok();
+  }
+  return found.error();
+}
+
 Result<ItemStatus> attributesOfItem(const std::string& path) {
   struct stat item {};
   const Status status = perform(path, Access::Read, [&] { return lstat(withoutTrailingSlashes(path).c_str(), &item); });

@@ -17,8 +17,12 @@
 /// is too long is an error of its own, never a shorter path. All functions may be called from any thread.
 namespace foundation::files {
 
-/// Follows links: a link that leads nowhere does not exist.
+/// Follows links: a link that leads nowhere does not exist. False also when nobody can tell, so only for callers that
+/// go on to do what would fail then; where nothing being there has a meaning, ask for the presence.
 [[nodiscard]] bool exists(const std::string& path);
+/// Whether something lies at the path. Follows links: one that leads nowhere or in circles is nothing, and so is what
+/// no item can be named by. Whatever else kept the system from looking (memory, descriptors, a device) is an error.
+[[nodiscard]] Result<bool> presence(const std::string& path);
 /// Does not follow a link: describes the link itself.
 [[nodiscard]] Result<ItemStatus> attributesOfItem(const std::string& path);
 /// As attributesOfItem, but follows links.

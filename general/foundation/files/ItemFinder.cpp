@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <string_view>
+#include <cerrno>
 
 #include "general/foundation/files/internal/FilePrimitives.h"
 #include "general/foundation/files/internal/StatConversion.h"
@@ -11,22 +11,41 @@
 
 namespace foundation {
 
-std::optional<ItemStatus> ItemFinder::find(const std::string& path) {
+namespace {
+
+Result<std::optional<ItemStatus>> unlessNothingThere(Error error) {
+  if (error.meansNothingThere()) {
+    return std::optional<ItemStatus>();
+  }
+  return error;
+}
+
+}  // namespace
+
+Result<std::optional<ItemStatus>> ItemFinder::find(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string::npos || path.front() != '/' || system_paths::holdsNul(path)) {
-    return std::nullopt;
+    return std::optional<ItemStatus>();
   }
-  const std::string_view folder = std::string_view(path).substr(0, slash + 1);
-  if (!folder_.isOpen() || folder != folderPath_) {
-    folderPath_ = folder;
-    folder_ = Descriptor(file_primitives::openFolder(folderPath_.c_str()));
+  if (const Status entered = enterFolder(std::string_view(path).substr(0, slash + 1)); !entered) {
+    return unlessNothingThere(entered.error());
   }
   const char* const name = path.c_str() + slash + 1;
   struct stat item {};
-  if (!folder_.isOpen() || fstatat(folder_.number(), *name == '\0' ? "." : name, &item, AT_SYMLINK_NOFOLLOW) != 0) {
-    return std::nullopt;
+  if (fstatat(folder_.number(), *name == '\0' ? "." : name, &item, AT_SYMLINK_NOFOLLOW) != 0) {
+    return unlessNothingThere(fileError(errno, Access::Read, path));
   }
-  return statusFrom(item);
+  return std::optional(statusFrom(item));
+}
+
+Status ItemFinder::enterFolder(std::string_view folder) {
+  if (folder_.isOpen() && folder == folderPath_) {
+    return {};
+  }
+  folder_.reset();
+  folderPath_ = folder;
+  folder_ = Descriptor(file_primitives::openFolder(folderPath_.c_str()));
+  return folder_.isOpen() ? Status() : Status(fileError(errno, Access::Read, folderPath_));
 }
 
 }  // namespace foundation

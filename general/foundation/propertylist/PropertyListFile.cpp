@@ -1,5 +1,6 @@
 #include "general/foundation/propertylist/PropertyListFile.h"
 
+#include <cerrno>
 #include <new>
 #include <stdexcept>
 
@@ -38,7 +39,10 @@ Result<PropertyList> parse(std::string_view document) {
     if (document.starts_with(kBinaryMagic)) return parseBinary(std::as_bytes(std::span(document)));
     return parseXml(document);
   } catch (const std::bad_alloc&) {
-    return readError("There is not enough memory for the property list.");
+    // Says nothing of the document: with more memory it may be a good one.
+    Error error = plainError(kReadUnknown, "There is not enough memory for the property list.");
+    error.underlyingErrno = ENOMEM;
+    return error;
   } catch (const std::length_error&) {
     return readError("There is not enough memory for the property list.");
   }
@@ -67,6 +71,10 @@ Result<PropertyList> readDictionary(const std::string& path) {
     return withPath(readError("The property list is not valid: its top level is no dictionary."), path);
   }
   return value;
+}
+
+bool doesNotParse(const Error& error) {
+  return error.code == kReadCorrupt || (error.code == kReadTooLarge && error.underlyingErrno == 0);
 }
 
 Status writeFile(const PropertyList& value, const std::string& path, Format format) {

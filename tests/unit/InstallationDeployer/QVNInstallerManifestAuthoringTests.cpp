@@ -497,8 +497,11 @@ TEST_F(ManifestAuthoring, SaysThatAComponentCannotBeRegistered) {
   bundle_.directory().makeDirectory("Installer.app/Contents/Install/Manifests/Index.plist/in the way");
   CapturedLog log;
   EXPECT_FALSE(add());
-  EXPECT_EQ(log.texts("Error"), (Names{"Failed to write updated manifest index.",
-                                       "Failed to update the manifest index for Core productName: P"}));
+  const auto errors = log.texts("Error");
+  ASSERT_EQ(errors.size(), 3U) << log.text();
+  EXPECT_TRUE(errors[0].starts_with("Failed to read manifest index: ")) << "a folder is no index that is missing";
+  EXPECT_EQ(errors[1], "Failed to write updated manifest index.");
+  EXPECT_EQ(errors[2], "Failed to update the manifest index for Core productName: P");
   EXPECT_EQ(manifests_.installerState(), 1);
 }
 

@@ -12,6 +12,7 @@
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/support/CapturedLog.h"
+#include "tests/support/NoDescriptors.h"
 #include "tests/support/PropertyLists.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -89,14 +90,86 @@ TEST_F(ManifestQueries, IndexThatDoesNotParseIsAbsentWithoutAWord) {
   EXPECT_TRUE(log.messages().empty());
 }
 
-TEST_F(ManifestQueries, IndexThatCannotBeReadIsLoggedAndChangesNoState) {
+TEST_F(ManifestQueries, IndexThatCannotBeReadFailsTheManifest) {
   directory_.write("Contents/Install", "a file where a folder should be");
   const tests::CapturedLog log;
   EXPECT_TRUE(manifest_.manifestIndex().isNil());
   const auto errors = log.texts("Error");
   ASSERT_EQ(errors.size(), 1U);
   EXPECT_TRUE(errors[0].starts_with("Failed to read manifest index: " + file("Index") + ". Error Domain="));
+  EXPECT_EQ(manifest_.installerState(), 1);
+  EXPECT_TRUE(manifest_.couldNotRead());
+}
+
+TEST_F(ManifestQueries, IndexThatIsThereButCannotBeOpenedIsNoMissingOne) {
+  writeIndex(dictionary({{"PayloadSize", 5}}));
+  const tests::CapturedLog log;
+  {
+    const tests::NoDescriptors none;
+    EXPECT_TRUE(manifest_.manifestIndex().isNil());
+  }
+  EXPECT_TRUE(log.text().find("Failed to read manifest index: " + file("Index") + ". Error Domain=") !=
+              std::string::npos)
+      << log.text();
+  EXPECT_EQ(manifest_.installerState(), 1);
+  EXPECT_EQ(manifest_.manifestIndex()["PayloadSize"].integer(), 5);
+  EXPECT_TRUE(manifest_.couldNotRead());
+}
+
+TEST_F(ManifestQueries, ComponentManifestThatIsThereButCannotBeReadIsNoMissingOne) {
+  write("Core", dictionary({{"ComponentVersion", "1.0"}}));
+  directory_.makeDirectory("Contents/Install/Manifests/Folder.plist");
+  ASSERT_EQ(mkfifo(file("Pipe").c_str(), 0644), 0);
+  const tests::CapturedLog log;
+  for (const char* const unreadable : {"Folder", "Pipe"}) {
+    QVNInstallerManifest manifest(directory_.path());
+    EXPECT_TRUE(manifest.getManifestForComponent(unreadable).isNil());
+    EXPECT_EQ(manifest.installerState(), 1);
+    EXPECT_TRUE(manifest.couldNotRead());
+  }
+  EXPECT_EQ(log.texts("Error").size(), 2U) << log.text();
+  const tests::NoDescriptors none;
+  EXPECT_TRUE(manifest_.getManifestForComponent("Core").isNil());
+  EXPECT_TRUE(manifest_.couldNotRead());
+}
+
+TEST_F(ManifestQueries, WhetherManifestsCanBeReadIsToldBeforeTheyAreNeeded) {
+  writeProduct("P", Names{"Core", "Broken", "Missing"});
+  write("Core", dictionary({{"ComponentVersion", "1.0"}}));
+  directory_.write("Contents/Install/Manifests/Broken.plist", "<plist><dict>");
+  EXPECT_TRUE(manifest_.canRead({"Core", "Broken", "Missing"}));
   EXPECT_EQ(manifest_.installerState(), 0);
+  directory_.makeDirectory("Contents/Install/Manifests/Folder.plist");
+  const tests::CapturedLog log;
+  EXPECT_FALSE(manifest_.canRead({"Core", "Folder"}));
+}
+
+TEST_F(ManifestQueries, AVersionThatIsMissingIsNothingThatCouldNotBeRead) {
+  writeProduct("P", Names{"Core"});
+  const tests::CapturedLog log;
+  EXPECT_TRUE(manifest_.componentsAndVersionsForProduct("P").isNil());
+  EXPECT_EQ(manifest_.installerState(), 1);
+  EXPECT_FALSE(manifest_.couldNotRead());
+}
+
+TEST_F(ManifestQueries, WalkGoesOnWithoutAComponentThatIsKnownToBeMissing) {
+  writeFiles("Core", {"/a"});
+  manifest_.setInstallerState(1);
+  std::string visited;
+  const auto walk = [&] {
+    visited.clear();
+    return manifest_.walkManifestFileListForComponents(Names{"Gone", "Core"}, false, true,
+                                                       [&](const std::string& component, const auto&, const auto&) {
+                                                         visited += component;
+                                                         return true;
+                                                       });
+  };
+  EXPECT_FALSE(walk());
+  EXPECT_FALSE(manifest_.listOfExecutablesForComponents({"Gone"}));
+  manifest_.goOnWithout("Gone");
+  EXPECT_TRUE(walk());
+  EXPECT_EQ(visited, "Core");
+  EXPECT_TRUE(manifest_.listOfExecutablesForComponents({"Gone"}));
 }
 
 TEST_F(ManifestQueries, ComponentManifestMissingOrUnparsableIsSilentlyAbsent) {

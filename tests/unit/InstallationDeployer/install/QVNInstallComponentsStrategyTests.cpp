@@ -306,9 +306,11 @@ TEST_F(InstallComponents, AChecksumMismatchFailsAndWritesNothingNotEvenTheParent
   writeFile(payload() + "/" + claimed, "what lies there");
   const CapturedLog log;
   EXPECT_FALSE(install({fileWithChecksum("/a/tool", claimed)}));
-  EXPECT_EQ(log.texts("Error"),
-            std::vector<std::string>{"Checksum mismatch for component Core.\n\tFound:" + checksumOf("what lies there") +
-                                     ". \n\tExpected: " + claimed + "\n\tDestination: " + target("/a/tool")});
+  const std::vector<std::string> expected{
+      "Checksum mismatch for component Core.\n\tFound:" + checksumOf("what lies there") + ". \n\tExpected: " + claimed +
+          "\n\tDestination: " + target("/a/tool"),
+      "The file that does not match is " + payload() + "/" + claimed};
+  EXPECT_EQ(log.texts("Error"), expected);
   EXPECT_FALSE(exists(target("/a")));
 }
 

@@ -11,6 +11,7 @@
 #include "general/foundation/propertylist/TextFormat.h"
 #include "tests/support/PropertyLists.h"
 #include "tests/support/StepTest.h"
+#include "tests/support/Unprivileged.h"
 
 namespace {
 
@@ -259,6 +260,50 @@ TEST_F(Validate, ManifestsThatAreMissingOrHoldNoListHaveNothingToRepair) {
   const CapturedLog log;
   EXPECT_TRUE(validate(Plan{"Absent", "Odd"}));
   EXPECT_EQ(fixPlan(), Plan{});
+}
+
+TEST_F(Validate, AnItemOfWhichNobodyCanTellIsNeitherThereNorMissingAndThereIsNoFixPlan) {
+  const std::string hidden = makeFile("closed/file");
+  ASSERT_EQ(chmod(path("").c_str(), 0755), 0);
+  ASSERT_EQ(chmod(path("closed").c_str(), 0700), 0);
+  describe("Core", {entry(path("missing"), own(0644)), entry(hidden, own(0644)), entry(path("other"), own(0644))});
+  describe("More", {entry(path("missing"), own(0644))});
+  const CapturedLog log;
+  {
+    const tests::Unprivileged nobody;
+    ASSERT_TRUE(nobody.changed());
+    EXPECT_FALSE(validate(Plan{"Core", "More"}));
+  }
+  EXPECT_EQ(fixPlan(), Plan{});
+  EXPECT_EQ(step_->installerState(), deployer::QVNInstallerStateFailed);
+  ASSERT_EQ(log.texts("Error").size(), 1U) << log.text();
+  EXPECT_TRUE(log.texts("Error")[0].starts_with("Unable to look for " + hidden + ". Error Domain="));
+}
+
+TEST_F(Validate, ALinkOfWhichNobodyCanTellWhereItLeadsIsNoMissingFile) {
+  makeFile("closed/file");
+  ASSERT_EQ(symlink("closed/file", path("link").c_str()), 0);
+  ASSERT_EQ(chmod(path("").c_str(), 0755), 0);
+  ASSERT_EQ(chmod(path("closed").c_str(), 0700), 0);
+  describe("Core", {entry(path("link"), own(0644))});
+  const CapturedLog log;
+  {
+    const tests::Unprivileged nobody;
+    ASSERT_TRUE(nobody.changed());
+    EXPECT_FALSE(validate(Plan{"Core"}));
+  }
+  EXPECT_EQ(fixPlan(), Plan{});
+  EXPECT_TRUE(mentions(log, "<Error>: Unable to look for " + path("link") + ". Error Domain=")) << log.text();
+}
+
+TEST_F(Validate, AManifestThatCannotBeReadLeavesNoFixPlan) {
+  describe("Core", {entry(path("missing"), own(0644))});
+  std::filesystem::create_directories(run().manifest().getPathForComponent("Folder"));
+  const CapturedLog log;
+  EXPECT_FALSE(validate(Plan{"Core", "Folder"}));
+  EXPECT_EQ(fixPlan(), Plan{});
+  EXPECT_EQ(step_->installerState(), deployer::QVNInstallerStateFailed);
+  EXPECT_TRUE(mentions(log, "<Error>: Failed to read manifest for Folder. Error Domain=")) << log.text();
 }
 
 TEST_F(Validate, WithoutAPlanThereIsNothingToRepair) {

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "InstallationDeployer/plans/QVNBuildInstallPlanStrategy.h"
+#include "tests/support/Unprivileged.h"
 #include "tests/unit/InstallationDeployer/ReceiptAskingTest.h"
 
 namespace deployer {
@@ -42,6 +45,37 @@ TEST_F(PlanUpgrade, CarriesADroppedComponentIntoThePlan) {
   client_.records = records({{"A", "1.0"}, {"B", "1.1"}, {"C", "1.0"}, {"Dropped", "1.0"}});
   EXPECT_TRUE(step_.execute(true));
   EXPECT_EQ(*plan_, Plan{"Dropped"});
+}
+
+TEST_F(PlanUpgrade, AManifestThatCannotBeReadFailsTheStepInsteadOfLeavingNothingToDo) {
+  client_.records = records({{"A", "1.0"}, {"B", "1.1"}, {"C", "1.0"}});
+  std::filesystem::remove(run_.manifest().getPathForComponent("B"));
+  std::filesystem::create_directory(run_.manifest().getPathForComponent("B"));
+  const tests::CapturedLog log;
+  EXPECT_FALSE(step_.execute(true));
+  EXPECT_EQ(step_.installerState(), QVNInstallerStateFailed);
+  EXPECT_TRUE(plan_->empty());
+}
+
+TEST_F(PlanUpgrade, AnExternalFileThatCannotBeLookedAtFailsTheStepInsteadOfLeavingNothingToDo) {
+  client_.records = records({{"A", "1.0"}, {"B", "1.1"}, {"C", "1.0"}});
+  const std::string hidden = directory().write("closed/file", "x");
+  for (const std::string& open : {directory().path(), path()}) {
+    ASSERT_EQ(chmod(open.c_str(), 0755), 0);
+  }
+  ASSERT_EQ(chmod(directory().path("closed").c_str(), 0700), 0);
+  writeManifest(
+      "C",
+      dictionary({{"ComponentVersion", "1.0"},
+                  {"ListOfFiles", array({external("/installed", hidden, {{"CheckForExternalFileChanges", true}})})}}));
+  const tests::CapturedLog log;
+  {
+    const tests::Unprivileged nobody;
+    ASSERT_TRUE(nobody.changed());
+    EXPECT_FALSE(step_.execute(true));
+  }
+  EXPECT_EQ(step_.installerState(), QVNInstallerStateFailed);
+  EXPECT_TRUE(log.text().find("<Error>: Unable to read attributes. Error Domain=") != std::string::npos) << log.text();
 }
 
 TEST_F(PlanUpgrade, FailsWithoutAReceiptProxyOrAStatusProxyAndAsksNothing) {

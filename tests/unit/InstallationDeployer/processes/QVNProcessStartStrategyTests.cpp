@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -47,6 +48,17 @@ class ProcessStart : public tests::StepTest {
     return makeStep<QVNProcessStartStrategy>({"Core"});
   }
 };
+
+TEST_F(ProcessStart, AManifestThatCannotBeReadFailsTheStepBeforeAnythingIsStarted) {
+  writeIndex(std::vector<std::string>{"Core", "Folder"});
+  writeComponent("Core", executables({executable(makeScript("once"))}));
+  std::filesystem::create_directory(run().manifest().getPathForComponent("Folder"));
+  const auto step = makeStep<QVNProcessStartStrategy>({"Core", "Folder"});
+  const CapturedLog log;
+  EXPECT_FALSE(step->execute(true));
+  EXPECT_EQ(step->installerState(), deployer::QVNInstallerStateFailed);
+  EXPECT_EQ(journal(), "");
+}
 
 TEST_F(ProcessStart, DoesNothingAfterAFailedStep) {
   const auto step = stepFor(executables({executable(makeScript("once"))}));

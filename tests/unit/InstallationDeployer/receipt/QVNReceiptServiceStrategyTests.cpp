@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <optional>
 
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "general/foundation/Thread.h"
@@ -87,6 +89,19 @@ TEST_F(ReceiptService, AProductWithoutComponentsHasNoFixPlan) {
   const tests::CapturedLog log;
   EXPECT_EQ(step_.fixPlanForValidation(), std::nullopt);
   EXPECT_TRUE(log.contains("Notice", "Fix plan is empty. Nothing to fix"));
+}
+
+TEST_F(ReceiptService, AManifestThatCannotBeReadGivesNoAnswerAndTheStateOfFailure) {
+  const std::string manifest = path("Contents/Install/Manifests/B.plist");
+  std::filesystem::remove(manifest);
+  std::filesystem::create_directory(manifest);
+  const tests::CapturedLog log;
+  EXPECT_EQ(step_.fixPlanForValidation(), std::nullopt);
+  EXPECT_EQ(step_.installerState(), QVNInstallerStateFailed);
+  EXPECT_EQ(run_.states.back(), QVNInstallerStateFailed);
+  EXPECT_TRUE(log.texts("Notice").empty()) << "no plan is told";
+  EXPECT_TRUE(step_.componentsAndVersions().isNil());
+  EXPECT_FALSE(step_.removeComponents({"A"}));
 }
 
 TEST_F(ReceiptService, RemovesTheFilesOfTheComponentsAskedForAndOfNoOthers) {

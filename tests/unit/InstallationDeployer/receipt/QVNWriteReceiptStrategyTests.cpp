@@ -7,6 +7,7 @@
 
 #include "InstallationDeployer/receipt/QVNWriteReceiptStrategy.h"
 #include "tests/support/StepTest.h"
+#include "tests/support/Unprivileged.h"
 
 namespace {
 
@@ -183,25 +184,6 @@ TEST_F(WriteReceipt, AFolderThatCannotBeCreatedIsAnErrorThatNamesTheDestination)
   EXPECT_EQ(step_->installerState(), deployer::QVNInstallerStateFailed);
 }
 
-/// Without the rights of root while it lives.
-class Unprivileged {
- public:
-  Unprivileged() : before_(geteuid()) { changed_ = before_ != 0 || seteuid(kNobody) == 0; }
-  ~Unprivileged() {
-    if (before_ == 0 && seteuid(0) != 0) {
-      std::abort();
-    }
-  }
-  Unprivileged(const Unprivileged&) = delete;
-  Unprivileged& operator=(const Unprivileged&) = delete;
-  bool changed() const { return changed_; }
-
- private:
-  static constexpr uid_t kNobody = 65534;
-  uid_t before_;
-  bool changed_;
-};
-
 TEST_F(WriteReceipt, AttributesThatCannotBeSetAreAnErrorThatNamesTheDestination) {
   writeFile(bundle() + "/file", "x");
   for (const std::string& folder : {path(""), bundle(), copy()}) {
@@ -210,7 +192,7 @@ TEST_F(WriteReceipt, AttributesThatCannotBeSetAreAnErrorThatNamesTheDestination)
   files_.owner = 0;
   const CapturedLog log;
   {
-    const Unprivileged nobody;
+    const tests::Unprivileged nobody;
     ASSERT_TRUE(nobody.changed());
     EXPECT_FALSE(copyOne("/file"));
   }
@@ -229,6 +211,45 @@ TEST_F(WriteReceipt, AFailureInAFolderIsLoggedAndTheCopyGoesOnBesideIt) {
   EXPECT_EQ(step_->installerState(), deployer::QVNInstallerStateFailed);
 }
 
-TEST_F(WriteReceipt, TheContentsAreNotCheckedBeforePublishing) { EXPECT_TRUE(step_->validateContents()); }
+TEST_F(WriteReceipt, AFolderThatCannotBeListedIsLoggedAndTheCopyGoesOnBesideIt) {
+  writeFile(bundle() + "/closed/file", "x");
+  writeFile(bundle() + "/open", "x");
+  for (const std::string& folder : {path(""), bundle(), copy()}) {
+    ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
+  }
+  ASSERT_EQ(chmod((bundle() + "/closed").c_str(), 0700), 0);
+  files_ = folders_ = {};
+  folders_.permissions = 0755;
+  const CapturedLog log;
+  {
+    const tests::Unprivileged nobody;
+    ASSERT_TRUE(nobody.changed());
+    EXPECT_TRUE(copyBundle(true));
+  }
+  EXPECT_TRUE(mentions(log, "<Error>: Unable to read directory contents. Error Domain=")) << log.text();
+  EXPECT_TRUE(mentions(log, "NSFilePath=" + bundle() + "/closed,")) << log.text();
+  EXPECT_EQ(contentOf(copy() + "/open"), "x");
+}
+
+TEST_F(WriteReceipt, NothingStagedIsNoReceiptThatMayBePublished) {
+  writeIndex(std::vector<std::string>{"Core"});
+  const CapturedLog log;
+  EXPECT_FALSE(step_->validateContents());
+  EXPECT_TRUE(
+      mentions(log, "Receipt incomplete. It does not hold the bundle's Contents/Install/Manifests/Index.plist: "))
+      << log.text();
+  EXPECT_EQ(step_->installerState(), deployer::QVNInstallerStateFailed);
+}
+
+TEST_F(WriteReceipt, AfterAManifestThatCouldNotBeReadNoReceiptIsWritten) {
+  std::filesystem::create_directories(run().manifest().getPathForComponent("Core"));
+  const CapturedLog log;
+  EXPECT_FALSE(run().manifest().canRead({"Core"}));
+  EXPECT_FALSE(step_->execute(true));
+  EXPECT_EQ(step_->installerState(), deployer::QVNInstallerStateFailed);
+  EXPECT_FALSE(receiptFolderExists());
+  const auto idle = makeStep<QVNWriteReceiptStrategy>({});
+  EXPECT_FALSE(idle->execute(true)) << "a run with nothing to do does not know that there is nothing";
+}
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -15,6 +16,7 @@
 #include "general/foundation/files/FileManager.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/PrivateRunFolder.h"
+#include "tests/support/Unprivileged.h"
 #include "tests/unit/InstallationDeployer/BundleFixture.h"
 
 namespace deployer {
@@ -131,6 +133,22 @@ TEST_F(InstallController, FirstDetectedProductOfSeveralIsChosen) {
   EXPECT_EQ(controller.productNameFromDetection(), "B");
   EXPECT_TRUE(log.contains("Debug", "productIsDetectedFor:: checking detection path: /nowhere/a"));
   EXPECT_TRUE(log.contains("Debug", "Product detected to install: B"));
+}
+
+TEST_F(InstallController, DetectionPathOfWhichNobodyCanTellFailsTheRun) {
+  const std::string hidden = directory().write("closed/present", "");
+  ASSERT_EQ(chmod(directory().path().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(directory().path("closed").c_str(), 0700), 0);
+  QVNInstallController controller(installOf("A"));
+  const tests::CapturedLog log;
+  {
+    const tests::Unprivileged nobody;
+    ASSERT_TRUE(nobody.changed());
+    EXPECT_FALSE(controller.oneOfCollectionExists(array({PropertyList(hidden)})));
+  }
+  EXPECT_EQ(controller.installerState(), QVNInstallerStateFailed);
+  ASSERT_EQ(log.texts("Error").size(), 1U);
+  EXPECT_TRUE(log.texts("Error")[0].starts_with("Unable to look for " + hidden + ". Error Domain=")) << log.text();
 }
 
 TEST_F(InstallController, MissingIndexFailsTheRunWithNoProductsAtAll) {

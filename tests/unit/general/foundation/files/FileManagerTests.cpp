@@ -44,6 +44,31 @@ TEST_F(FileManager, ExistsFollowsLinks) {
   EXPECT_FALSE(files::exists(tooLongPath()));
 }
 
+TEST_F(FileManager, PresenceTellsWhatIsThereFromWhatIsNot) {
+  box_.write("file", "x");
+  ASSERT_EQ(symlink("file", path("link").c_str()), 0);
+  ASSERT_EQ(symlink("nowhere", path("dangling").c_str()), 0);
+  ASSERT_EQ(symlink("loop", path("loop").c_str()), 0);
+  for (const std::string& there : {path("file"), path("link"), folder()}) {
+    EXPECT_TRUE(files::presence(there).value()) << there;
+  }
+  for (const std::string& nothing :
+       {path("missing"), path("file/below"), path("dangling"), path("loop"), path("file\0x"s), ""s, tooLongPath()}) {
+    EXPECT_FALSE(files::presence(nothing).value()) << nothing;
+  }
+}
+
+TEST_F(FileManager, WhatCannotBeLookedAtIsNeitherPresentNorMissing) {
+  box_.write("closed/file", "x");
+  ASSERT_EQ(chmod(folder().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(path("closed").c_str(), 0700), 0);
+  ASSERT_EQ(seteuid(65534), 0);
+  const auto isThere = files::presence(path("closed/file"));
+  ASSERT_EQ(seteuid(0), 0);
+  ASSERT_FALSE(isThere.ok());
+  EXPECT_EQ(isThere.error().code, kReadNoPermission);
+}
+
 TEST_F(FileManager, AttributesDescribeALinkItself) {
   box_.write("file", "12345");
   ASSERT_EQ(symlink("file", path("link").c_str()), 0);

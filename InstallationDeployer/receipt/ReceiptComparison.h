@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "general/foundation/files/FileBuffer.h"
+
+namespace deployer {
+
+/// Compares a receipt that was staged with the bundle that it is a copy of. What is not as it is in the bundle is an
+/// error in the log, with the reason. Used by one thread.
+class ReceiptComparison {
+ public:
+  ReceiptComparison(std::string bundle, std::string receipt);
+
+  /// Whether a file has the same bytes in both.
+  /// @param relativePath below the roots of both.
+  [[nodiscard]] bool isSame(const std::string& relativePath);
+  /// The same for a file that the bundle need not have; a folder in its place is none.
+  [[nodiscard]] bool isSameIfPresent(const std::string& relativePath);
+  /// Whether every regular file directly in a folder of the bundle is in the receipt, too, with the same size. A folder
+  /// that the bundle does not have is empty.
+  [[nodiscard]] bool holdsFilesOf(const std::string& relativeFolder) const;
+
+ private:
+  [[nodiscard]] bool holdsFile(const std::string& relativePath) const;
+  [[nodiscard]] std::string inBundle(const std::string& relativePath) const;
+  [[nodiscard]] std::string inReceipt(const std::string& relativePath) const;
+
+  std::string bundle_;
+  std::string receipt_;
+  foundation::FileBuffer originalBytes_;
+  foundation::FileBuffer copiedBytes_;
+};
+
+}  // namespace deployer

@@ -16,6 +16,13 @@ namespace {
 constexpr std::string_view kProductIsDetectedSelector = "productIsDetectedFor:";
 constexpr std::string_view kOneOfCollectionSelector = "oneOfCollectionExists:";
 
+// A receipt whose index is missing still tells by its place whose it is.
+std::optional<std::string> productOfReceiptAt(const std::string& bundlePath) {
+  const std::string folder = paths::deleteLastComponent(bundlePath);
+  return paths::deleteLastComponent(folder) == kQVNInstallerReceiptPath ? std::optional(paths::lastComponent(folder))
+                                                                        : std::nullopt;
+}
+
 }  // namespace
 
 std::optional<std::string> QVNInstallController::productNameFromDetection() {
@@ -32,6 +39,9 @@ std::optional<std::string> QVNInstallController::productNameFromDetection() {
       detected = std::string(*name);
       break;
     }
+  }
+  if (!detected && configuration_.remove() && manifest().manifestIndex().isNil() && !manifest().couldNotRead()) {
+    detected = productOfReceiptAt(installerPath());
   }
   logging::debug("Product detected to install: %@", detected);
   return detected;

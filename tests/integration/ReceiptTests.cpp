@@ -223,6 +223,61 @@ TEST_F(Receipt, AFileThatCannotBeCopiedSetsTheStateAndTheReceiptIsWrittenAllTheS
   EXPECT_FALSE(root().exists(kReceipt + "/Contents/Resources/pipe"));
 }
 
+/// What is done to the staged receipt, and the item that is missing for it.
+struct Gap {
+  const char* damage;
+  const char* item;
+};
+
+class ReceiptWithGap : public Receipt, public ::testing::WithParamInterface<Gap> {};
+
+TEST_P(ReceiptWithGap, DoesNotTakeTheOldOnesPlace) {
+  makeBundle(true);
+  makeOldReceipt();
+  const Snapshot before = root().snapshot(kFolder);
+  const Outcome outcome = writeReceipt(
+      {"--before-publishing", "cd '" + kStaging + "/Contents' && " + std::string(GetParam().damage), "Core"});
+  EXPECT_EQ(outcome.standardOutput, kFailed) << outcome.standardError;
+  EXPECT_TRUE(loggedBeginning(
+      outcome, "Error",
+      "Receipt incomplete. It does not hold the bundle's Contents/" + std::string(GetParam().item) + ": "))
+      << outcome.standardError;
+  EXPECT_EQ(root().snapshot(kFolder), before) << "the old one stays, and what was staged goes";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, ReceiptWithGap,
+    ::testing::Values(Gap{"rm Install/Manifests/Index.plist", "Install/Manifests/Index.plist"},
+                      Gap{"printf x >> Install/Manifests/Index.plist", "Install/Manifests/Index.plist"},
+                      Gap{"rm Install/Manifests/Core.plist", "Install/Manifests/Core.plist"},
+                      Gap{"rm Install/Manifests/Core.plist && mkdir Install/Manifests/Core.plist",
+                          "Install/Manifests/Core.plist"},
+                      Gap{"printf Engine > MacOS/InstallationDeployer", "MacOS/InstallationDeployer"},
+                      Gap{"rm MacOS/Installer", "MacOS/Installer"},
+                      Gap{"rm Install/Root/Core/abc", "Install/Root/Core/abc"},
+                      Gap{"printf x > Install/Root/Core/abc", "Install/Root/Core/abc"}));
+
+TEST_F(Receipt, OneThatIsNotWholeLeavesNoFolderOfAFirstInstallation) {
+  const Outcome outcome =
+      writeReceipt({"--before-publishing", "rm '" + kStaging + "/Contents/Install/Manifests/Core.plist'", "Core"});
+  EXPECT_EQ(outcome.standardOutput, kFailed) << outcome.standardError;
+  EXPECT_FALSE(root().exists(kFolder));
+}
+
+TEST_F(Receipt, ABundleThatFailsToBeAReceiptWhereItWasStagedStays) {
+  ASSERT_EQ(writeReceipt({"--before-publishing", "false", "Core"}).standardOutput, kSucceeded);
+  const std::string index = kStaging + "/Contents/Install/Manifests/Index.plist";
+  const Outcome outcome = root().run({kDriver, "write-receipt", kStaging, kProduct, "--before-publishing",
+                                      "mkfifo /pipe && mv /pipe '" + index + "'", "Core"});
+  EXPECT_EQ(outcome.standardOutput, kFailed) << outcome.standardError;
+  EXPECT_TRUE(root().exists(kStaging + "/Contents/MacOS/Installer")) << "the only copy that there is";
+}
+
+TEST_F(Receipt, ManifestsThatOnlyTheBundleLacksAreNotMissed) {
+  writeIndex({"Core", "Absent"});
+  EXPECT_EQ(writeReceipt().standardOutput, kSucceeded);
+}
+
 TEST_F(Receipt, ContentsThatAreNotValidStayInStagingAndTheStepSucceeds) {
   makeOldReceipt();
   const Snapshot before = receipt();
@@ -249,6 +304,9 @@ TEST_F(Receipt, AnOldReceiptThatCannotBeRemovedFailsTheStepAndTheNewOneIsInPlace
   const Outcome outcome = writeReceiptWithoutOverride();
   EXPECT_EQ(outcome.standardOutput, kFailed);
   EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to remove existing receipt " + kReceipt + ". Error Domain="))
+      << outcome.standardError;
+  EXPECT_TRUE(loggedBeginning(outcome, "Error",
+                              "What is left of the receipt lies at " + kLocation + "/.com.corvane.installer."))
       << outcome.standardError;
   EXPECT_EQ(root().readFile(kReceipt + "/Contents/MacOS/InstallationDeployer"), "engine");
   EXPECT_FALSE(root().exists(kReceipt + "/Contents/Install/Manifests/Old.plist"));

@@ -118,8 +118,8 @@ TEST_F(RemoveReceipt, AReceiptThatIsALinkGoesAndWhatItLeadsToStays) {
 /// A root that has to obey the permissions of folders, so that something can go wrong for it.
 class RemoveStuckReceipt : public RemoveReceipt {
  protected:
-  void expectFailureWithStuck(const std::string& folder) {
-    ASSERT_TRUE(root().shell("chown 501 '" + folder + "' && chmod 555 '" + folder + "'").succeeded());
+  Outcome expectFailureWithStuck(const std::string& folder) {
+    EXPECT_TRUE(root().shell("chown 501 '" + folder + "' && chmod 555 '" + folder + "'").succeeded());
     const std::string setpriv = "/usr/bin/setpriv";
     if (!root().exists(setpriv)) {
       root().copyIn(setpriv, setpriv);
@@ -130,18 +130,31 @@ class RemoveStuckReceipt : public RemoveReceipt {
     EXPECT_TRUE(
         loggedBeginning(outcome, "Error", "Unable to remove receipt at " + kFolder + "\n\terror: Error Domain="))
         << outcome.standardError;
+    return outcome;
   }
 };
 
 TEST_F(RemoveStuckReceipt, AReceiptThatCannotBePutAsideStaysWholeAndFailsTheStep) {
   const Snapshot before = root().snapshot(kFolder);
-  expectFailureWithStuck(kLocation);
+  static_cast<void>(expectFailureWithStuck(kLocation));
   EXPECT_EQ(root().snapshot(kFolder), before);
 }
 
-TEST_F(RemoveStuckReceipt, AReceiptThatCannotBeRemovedFailsTheStepAndIsNeverTorn) {
-  expectFailureWithStuck(kReceipt + "/Contents/MacOS");
+TEST_F(RemoveStuckReceipt, AReceiptThatCannotBeRemovedFailsTheStepAndIsNamedWhereItIsThen) {
+  const Outcome outcome = expectFailureWithStuck(kReceipt + "/Contents/MacOS");
   EXPECT_FALSE(root().exists(kFolder));
+  const std::string left = "What is left of the receipt lies at " + kLocation + "/.com.corvane.installer.";
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", left)) << outcome.standardError;
+}
+
+TEST_F(RemoveStuckReceipt, AReceiptStaysWhileNobodyCanTellWhetherOthersLieBesideIt) {
+  root().writeFile(kLocation + "/Shield/Installer.app/Contents/Info.plist", "other");
+  const Snapshot before = root().snapshot(kReceipt);
+  // Whoever may not list the folder may still rename what is in it.
+  ASSERT_TRUE(root().shell("chmod 333 '" + kLocation + "'").succeeded());
+  static_cast<void>(expectFailureWithStuck(kFolder + "/more"));
+  EXPECT_EQ(root().readFile(kLocation + "/Shield/Installer.app/Contents/Info.plist"), "other");
+  EXPECT_EQ(root().snapshot(kReceipt), before);
 }
 
 TEST_F(RemoveReceipt, KilledAtAnyChangeTheReceiptIsWholeOrGoneAndTheNextReceiptSweepsWhatIsLeft) {

@@ -8,6 +8,8 @@ namespace deployer {
 
 namespace {
 
+constexpr std::size_t kLongestText = 1000;
+
 std::string reasonIn(const foundation::Error& error) {
   return error.underlyingErrno != 0 ? std::generic_category().message(error.underlyingErrno) : error.text;
 }
@@ -41,7 +43,16 @@ BundleProblem problemOfReading(const std::string& path, const std::string& compo
   return {.kind = Kind::Unreadable, .file = path, .what = "cannot be read: " + reasonIn(error), .component = component};
 }
 
+std::string shortened(std::string text) {
+  if (text.size() > kLongestText) {
+    text.resize(kLongestText);
+    text += "...";
+  }
+  return text;
+}
+
 void BundleProblems::add(std::uint64_t place, BundleProblem problem) {
+  problem.what = shortened(std::move(problem.what));
   const foundation::MutexLock lock(mutex_);
   ++count_;
   kept_.emplace(place, std::move(problem));

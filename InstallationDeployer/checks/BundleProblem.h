@@ -36,12 +36,16 @@ struct BundleProblem {
 [[nodiscard]] BundleProblem problemOfReading(const std::string& path, const std::string& component,
                                              const foundation::Error& error);
 
+/// The beginning of a text that may be of any length, with a mark where something was cut off.
+[[nodiscard]] std::string shortened(std::string text);
+
 /// The problems found, of which the first ones are kept and all are counted: a hostile bundle may have any number. May
 /// be used by several threads.
 class BundleProblems {
  public:
   static constexpr std::size_t kMostKept = 20;
 
+  /// Keeps the beginning of what is wrong only.
   /// @param place where in the bundle's order it belongs.
   void add(std::uint64_t place, BundleProblem problem);
 

@@ -151,7 +151,7 @@ void BundleReading::readNestedPhase(const std::string& product, const PropertyLi
 
 PropertyList BundleReading::readManifest(const std::string& component) {
   if (!paths::isSingleComponent(component)) {
-    addMalformed(indexPath(), component, format("lists a component whose name is no file name: \"%@\"", component));
+    addMalformed(indexPath(), "", format("lists a component whose name is no file name: \"%@\"", component));
     return {};
   }
   PropertyList manifest = manifest_.getManifestForComponent(component);
@@ -248,9 +248,10 @@ void BundleReading::readExternalSource(const std::string& component, const Insta
 }
 
 void BundleReading::readExecutables(const InstallRules& rules, const PropertyList& manifest) {
+  const bool mayFollowAnother = !manifest_.productsForRemoval().elements().empty();
   for (const PropertyList& element : manifest[kManifestListOfExecutables].elements()) {
     const ExecutableEntry executable(element);
-    const bool isOfFirstInstall = executable.runsOnce() && rules.keepsModifiableFiles;
+    const bool isOfFirstInstall = executable.runsOnce() && (rules.keepsModifiableFiles || mayFollowAnother);
     if (executable.isApplication() || !executable.runsOnInstall() || isOfFirstInstall) {
       continue;
     }
@@ -270,7 +271,7 @@ void BundleReading::addMalformed(const std::string& file, const std::string& com
 
 void BundleReading::warn(std::string text) {
   if (warnings_.size() < kMostWarnings) {
-    warnings_.push_back(std::move(text));
+    warnings_.push_back(shortened(std::move(text)));
   }
 }
 

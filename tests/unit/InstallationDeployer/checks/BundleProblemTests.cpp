@@ -58,5 +58,13 @@ TEST(BundleProblems, CountsAllAndKeepsTheFirstOnesInTheBundlesOrder) {
   }
 }
 
+TEST(BundleProblems, KeepTheBeginningOfTextsOfAnyLength) {
+  BundleProblems problems;
+  problems.add(0, {.file = {}, .what = std::string(1000, 'x'), .component = {}});
+  problems.add(1, {.file = {}, .what = std::string(std::size_t{10} << 20U, 'x'), .component = {}});
+  EXPECT_EQ(problems.first()[0].what, std::string(1000, 'x'));
+  EXPECT_EQ(problems.first()[1].what, std::string(1000, 'x') + "...");
+}
+
 }  // namespace
 }  // namespace deployer

@@ -106,6 +106,8 @@ TEST_F(ReadingABundle, NeedsComponentsThatAreTextsAndNamesOfFiles) {
   expectMalformed(manifestPath("Index"), "lists a component whose name is no file name: \"\"");
   writePhases({CheckedBundle::localPayload({"../evil"})});
   expectMalformed(manifestPath("Index"), "lists a component whose name is no file name: \"../evil\"");
+  writePhases({CheckedBundle::localPayload({std::string(std::size_t{1} << 20U, 'x')})});
+  EXPECT_LT(onlyProblem().what.size(), 2000U) << "whatever the length of the name";
 }
 
 TEST_F(ReadingABundle, NeedsTheManifestsOfLaterPhasesButNotTheirPayload) {
@@ -203,6 +205,11 @@ TEST_F(ReadingABundle, NeedsProgramsThatCanBeRun) {
   EXPECT_TRUE(read().empty()) << "nobody runs an application";
   writeCore({}, CheckedBundle::array({PropertyList::dictionary({{"Path", "run"}})}));
   EXPECT_TRUE(read().empty()) << "not run by an install";
+  writeCore({}, program({{"Path", "run"}, {"RunOnce", true}}));
+  expectMalformed(manifestPath("Core"), "has a program without an absolute path: run");
+  bundle_.writeIndex(
+      CheckedBundle::indexOfComponents("Guard", {"Core"}).with("ProductRemovals", CheckedBundle::array({"any"})));
+  EXPECT_TRUE(read().empty()) << "not run by an update of another product";
 }
 
 // --- the payload ---

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <random>
 #include <sstream>
@@ -93,27 +94,49 @@ class TogetherOnAProduct : public PairInRoot {
 
   /// Starts what is to be done within a few moments of each other, and looks at what has come of it.
   void goRound(Start start, const std::vector<Deed>& deeds, unsigned long seed) {
-    machine().putBack(stateNameOf(start));
     std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
+    auto runs = startTogether(start, deeds, random);
+    for (auto& [deed, run] : runs) {
+      expectSensibleEnd(deed, run.wait());
+    }
+    EXPECT_EQ(whatIsWrong(start, wayThatWasGone(), deeds), "");
+  }
+
+  /// The same, but one of them is killed at some moment; then somebody goes the way to its end.
+  void goRoundWithOneKilled(Start start, const std::vector<Deed>& deeds, Way way, unsigned long seed) {
+    std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
+    auto runs = startTogether(start, deeds, random);
+    std::this_thread::sleep_for(std::chrono::milliseconds(random() % 200));
+    const std::size_t killed = random() % runs.size();
+    runs[killed].second.kill(SIGKILL);
+    for (std::size_t run = 0; run < runs.size(); ++run) {
+      const Outcome outcome = runs[run].second.wait();
+      if (run != killed || outcome.signal != SIGKILL) {
+        expectSensibleEnd(runs[run].first, outcome);
+      }
+    }
+    const Outcome last = machine().go(way);
+    EXPECT_EQ(last.exitCode, 0) << last.standardError;
+    EXPECT_EQ(whatIsWrong(start, way, deeds), "");
+  }
+
+ private:
+  static std::string stateNameOf(Start start) { return std::to_string(static_cast<int>(start)); }
+
+  std::vector<std::pair<Deed, RunningProgram>> startTogether(Start start, const std::vector<Deed>& deeds,
+                                                             std::mt19937& random) {
+    machine().putBack(stateNameOf(start));
     std::vector<std::pair<Deed, RunningProgram>> runs;
     for (const Deed deed : deeds) {
       // Nothing depends on it: it only lets them meet at other moments each time.
       std::this_thread::sleep_for(std::chrono::milliseconds(random() % 40));
       begin(deed, runs);
     }
-    for (auto& [deed, run] : runs) {
-      expectSensibleEnd(deed, run.wait());
-    }
-    EXPECT_EQ(whatIsWrong(start, deeds), "");
+    return runs;
   }
-
- private:
-  static std::string stateNameOf(Start start) { return std::to_string(static_cast<int>(start)); }
-
-  [[nodiscard]] std::string whatIsWrong(Start start, const std::vector<Deed>& deeds) {
+  [[nodiscard]] std::string whatIsWrong(Start start, Way way, const std::vector<Deed>& deeds) {
     const bool removes = std::ranges::find(deeds, Deed::Removal) != deeds.end();
-    std::istringstream wrong(
-        machine().whatIsWrong(start, wayThatWasGone(), removes ? Story::DisturbedRemoval : Story::Disturbed));
+    std::istringstream wrong(machine().whatIsWrong(start, way, removes ? Story::DisturbedRemoval : Story::Disturbed));
     std::string text;
     for (std::string line; std::getline(wrong, line);) {
       // An upgrade writes no modifiable files, and what it upgrades may be newly installed after the removal.
@@ -162,13 +185,24 @@ TEST_F(TogetherOnAProduct, TwoLeaveTheTreeOfTheReceipt) {
 }
 
 TEST_F(TogetherOnAProduct, FourLeaveTheTreeOfTheReceipt) {
-  const unsigned long rounds = roundsFrom("CORVANE_ROUNDS_OF_FOUR", 2);
+  const unsigned long rounds = roundsFrom("CORVANE_ROUNDS_OF_MORE", 2);
   for (unsigned long round = 0; round < rounds && !HasFailure(); ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     std::vector<Deed> deeds(std::begin(kDeeds), std::end(kDeeds));
     std::mt19937 random(static_cast<std::mt19937::result_type>(round));
     std::shuffle(deeds.begin(), deeds.end(), random);
     goRound(round % 2 == 0 ? Start::First : Start::Second, deeds, round);
+  }
+}
+
+TEST_F(TogetherOnAProduct, ThreeOfWhichOneIsKilledLeaveNothingThatTheNextRunDoesNotPutRight) {
+  const unsigned long rounds = roundsFrom("CORVANE_ROUNDS_OF_MORE", 3);
+  for (unsigned long round = 0; round < rounds && !HasFailure(); ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    constexpr Way kWays[] = {Way::First, Way::Second, Way::Removal};
+    const std::vector<Deed> deeds = round % 2 == 0 ? std::vector{Deed::Upgrade, Deed::Downgrade, Deed::Upgrade}
+                                                   : std::vector{Deed::Upgrade, Deed::Removal, Deed::Downgrade};
+    goRoundWithOneKilled(round % 4 < 2 ? Start::First : Start::Second, deeds, kWays[round % 3], round);
   }
 }
 

@@ -29,16 +29,11 @@ folder=${TMPDIR:-/tmp}
 
 wrong=
 for system in $systems; do
-  if ! PATH=/usr/sbin:/sbin:$PATH command -v "mkfs.$system" >/dev/null; then
-    say "$system: skipped: there is no mkfs.$system"
-    continue
-  fi
-  grep -qw "$system" /proc/filesystems || { say "$system: skipped: the kernel does not know it"; continue; }
   status=0
   build/release/bin/power-cuts --file-system "$system" --moments "$moments" --seed "$seed" --folder "$folder" || status=$?
   case $status in
     0) ;;
-    77) say "$system: skipped" ;;
+    77) ;; # said why
     *) wrong="$wrong $system" ;;
   esac
 done

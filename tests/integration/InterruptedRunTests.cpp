@@ -1,4 +1,5 @@
 #include <csignal>
+#include <ostream>
 #include <string>
 #include <tuple>
 
@@ -20,6 +21,8 @@ std::string nameOf(Interruption interruption) {
       return "it is killed";
   }
 }
+
+void PrintTo(Interruption interruption, std::ostream* stream) { *stream << nameOf(interruption); }
 
 /// What an administrator tries when a run did not come to its end.
 class InterruptedRun : public PairInRoot {
@@ -89,10 +92,18 @@ TEST_P(InterruptedInstall, IsFollowedByWhateverVersionIsWantedOrByARemoval) {
   expectWholeAfterEachWay(start);
 }
 
+std::string nameOfStory(const ::testing::TestParamInfo<std::tuple<Start, Interruption>>& story) {
+  const char* starts[] = {"FromNothing", "FromTheFirstVersion", "FromTheSecondVersion", "FromTheOlderProduct"};
+  const char* ends[] = {"WhoseProgramFails", "Cancelled", "Killed"};
+  const auto [start, interruption] = story.param;
+  return std::string(starts[static_cast<int>(start)]) + ends[static_cast<int>(interruption)];
+}
+
 INSTANTIATE_TEST_SUITE_P(
     FromEveryStart, InterruptedInstall,
     ::testing::Combine(::testing::Values(Start::Nothing, Start::First, Start::Second, Start::Classic),
-                       ::testing::Values(Interruption::ProgramFails, Interruption::Cancelled, Interruption::Killed)));
+                       ::testing::Values(Interruption::ProgramFails, Interruption::Cancelled, Interruption::Killed)),
+    nameOfStory);
 
 /// The older product is replaced by a bundle of which one file is damaged.
 class InterruptedReplacement : public InterruptedRun {

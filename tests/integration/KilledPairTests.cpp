@@ -2,6 +2,7 @@
 #include <climits>
 #include <cstdlib>
 #include <optional>
+#include <ostream>
 #include <random>
 #include <set>
 #include <string>
@@ -23,6 +24,8 @@ struct Flow {
   Start start;
   Way way;
 };
+
+void PrintTo(const Flow& flow, std::ostream* stream) { *stream << flow.name; }
 
 constexpr Flow kFlows[] = {
     {"Install", Start::Nothing, Way::First},           {"Upgrade", Start::First, Way::Second},

@@ -2,12 +2,17 @@
 
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 
 #include "tests/integration/InPrivateRoot.h"
 #include "tests/support/PairMachine.h"
 
 namespace tests {
+
+// What a parameter of a test is called in its name.
+inline void PrintTo(Start start, std::ostream* stream) { *stream << nameOf(start); }
+inline void PrintTo(Way way, std::ostream* stream) { *stream << nameOf(way); }
 
 /// A test with a machine that knows both versions of a product and what each way of going on promises.
 class PairInRoot : public InPrivateRoot {

@@ -14,10 +14,18 @@ TEST_P(PairOfVersions, EndsWithExactlyThePromisedTree) {
   EXPECT_EQ(machine().whatIsWrong(start, way, Story::Undisturbed), "");
 }
 
+std::string nameOfPromise(const ::testing::TestParamInfo<std::tuple<Start, Way>>& promise) {
+  const char* starts[] = {"FromNothing", "FromTheFirstVersion", "FromTheSecondVersion", "FromTheOlderProduct"};
+  const char* ways[] = {"ToTheFirst", "ToTheSecond", "ToNothing"};
+  const auto [start, way] = promise.param;
+  return std::string(starts[static_cast<int>(start)]) + ways[static_cast<int>(way)];
+}
+
 INSTANTIATE_TEST_SUITE_P(FromEveryStart, PairOfVersions,
                          ::testing::Combine(::testing::Values(Start::Nothing, Start::First, Start::Second,
                                                               Start::Classic),
-                                            ::testing::Values(Way::First, Way::Second, Way::Removal)));
+                                            ::testing::Values(Way::First, Way::Second, Way::Removal)),
+                         nameOfPromise);
 
 TEST(ProductPairKinds, AreManyAndEachShowsInOneOfTheTrees) {
   EXPECT_GE(ProductPair::kindsOfChange().size(), 23U);

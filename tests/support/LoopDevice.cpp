@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 
 #include "tests/support/Program.h"
 #include "tests/support/RootDirectory.h"
@@ -18,6 +19,8 @@ namespace {
 
 constexpr const char* kControl = "/dev/loop-control";
 constexpr int kTries = 20;
+/// Those who make file systems are not on everybody's path.
+const std::string kSearchPath = "PATH=/usr/sbin:/sbin:/usr/bin:/bin; ";
 
 class Descriptor {
  public:
@@ -129,6 +132,20 @@ std::optional<std::string> LoopDevice::whyImpossible() {
   }
 }
 
+std::optional<std::string> whyNoFileSystem(const std::string& fileSystem) {
+  const std::string maker = "mkfs." + fileSystem;
+  if (!runOnHost({"/bin/sh", "-c", kSearchPath + "command -v \"$0\"", maker}).succeeded()) {
+    return "there is no " + maker;
+  }
+  std::ifstream known("/proc/filesystems");
+  for (std::string line; std::getline(known, line);) {
+    if (line.ends_with("\t" + fileSystem)) {
+      return std::nullopt;
+    }
+  }
+  return "the kernel does not know " + fileSystem;
+}
+
 void makeImage(const std::string& image, const std::string& fileSystem, std::uint64_t sizeBytes) {
   {
     const Descriptor file(image, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -136,8 +153,7 @@ void makeImage(const std::string& image, const std::string& fileSystem, std::uin
       throwErrno("making " + image);
     }
   }
-  const Outcome outcome =
-      runOnHost({"/bin/sh", "-c", "PATH=/usr/sbin:/sbin:$PATH exec mkfs." + fileSystem + " \"$0\"", image});
+  const Outcome outcome = runOnHost({"/bin/sh", "-c", kSearchPath + "exec mkfs." + fileSystem + " \"$0\"", image});
   if (!outcome.succeeded()) {
     throw PrivateRootError("mkfs." + fileSystem + ": " + outcome.description());
   }

@@ -25,6 +25,8 @@ class LoopDevice {
   int descriptor_ = -1;
 };
 
+/// Why no file system of that type can be made and mounted here; nothing when it can.
+[[nodiscard]] std::optional<std::string> whyNoFileSystem(const std::string& fileSystem);
 /// Makes a file of that size with a file system in it, by its own mkfs. Throws PrivateRootError.
 void makeImage(const std::string& image, const std::string& fileSystem, std::uint64_t sizeBytes);
 

@@ -304,7 +304,10 @@ std::optional<Wishes> parse(int count, char** values) {
   return good && optind == count && !wishes.fileSystem.empty() ? std::optional(wishes) : std::nullopt;
 }
 
-std::optional<std::string> whyImpossible() {
+std::optional<std::string> whyImpossible(const std::string& fileSystem) {
+  if (const auto reason = support::whyNoFileSystem(fileSystem)) {
+    return reason;
+  }
   if (const auto reason = PrivateRoot::whyImpossible(PrivateRoot::Way::Mounts)) {
     return reason;
   }
@@ -345,7 +348,7 @@ int main(int count, char** values) {
     return kUsageError;
   }
   try {
-    if (const auto reason = whyImpossible()) {
+    if (const auto reason = whyImpossible(wishes->fileSystem)) {
       std::cerr << "power-cuts: skipped: " << *reason << "\n";
       return kSkipped;
     }

@@ -42,8 +42,7 @@ bool QVNRestoreCacheComponentStrategy::work() {
 
 bool QVNRestoreCacheComponentStrategy::restoreOwedFiles() {
   return std::ranges::all_of(controller().changes().owedFiles(), [this](const std::string& path) {
-    const std::string cached = component_cache::cachedPath(path);
-    return restored_.contains(path) || !files::exists(cached) || copyFile(cached, path);
+    return restored_.contains(path) || restoreIfCached(component_cache::cachedPath(path), path);
   });
 }
 
@@ -90,7 +89,10 @@ bool QVNRestoreCacheComponentStrategy::restoreEntry(const std::string& component
   if (entry.isWildcard()) {
     return restoreMatches(path);
   }
-  const std::string cached = component_cache::cachedPath(path);
+  return restoreIfCached(component_cache::cachedPath(path), path);
+}
+
+bool QVNRestoreCacheComponentStrategy::restoreIfCached(const std::string& cached, const std::string& path) {
   const auto isThere = files::presence(cached);
   if (!isThere) {
     return fail("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", isThere.error());

@@ -64,6 +64,16 @@ TEST_F(ComponentCache, CarriesAFileOverWithItsOwnerGroupAndMode) {
   EXPECT_FALSE(root().exists(kCacheFolder));
 }
 
+TEST_F(ComponentCache, AFolderOfItThatIsThereButCannotBeListedIsNoEmptyOne) {
+  root().writeFile(kCache + "/Library/Guard", "a file where a folder should be");
+  const Outcome restored = restore({wildcard(kFolder + "/*.conf")});
+  EXPECT_EQ(restored.standardOutput, kFailure) << restored.standardError;
+  EXPECT_TRUE(loggedBeginning(
+      restored, "Error",
+      "QVNCacheComponentStrategy: Unable to get contents of " + kCache + "/Library/Guard. Error:Error Domain="))
+      << restored.standardError;
+}
+
 TEST_F(ComponentCache, MakesFoldersOfRootAndAdmin) {
   root().writeFile(kFolder + "/settings", "edited", 0600, 501, 20);
   const Entries entries{settings(kFolder + "/settings")};

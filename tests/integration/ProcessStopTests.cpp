@@ -77,6 +77,15 @@ class ProcessStop : public tests::StepInRoot {
   bool needsProcesses() { return !root().hasProcesses(); }
 };
 
+TEST_F(ProcessStop, AManifestThatCannotBeReadFailsTheStepBeforeAnythingIsStopped) {
+  component({.daemons = {"com.example.daemon"}});
+  root().makeDirectory(inBundle("Contents/Install/Manifests/Folder.plist"));
+  const Outcome outcome = stop({"Core", "Folder"});
+  EXPECT_EQ(outcome.standardOutput, "success=0 state=1 published=\n") << outcome.standardError;
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to read manifest for Folder. Error Domain="));
+  EXPECT_TRUE(launched().empty());
+}
+
 TEST_F(ProcessStop, DaemonsAreUnloadedInOrder) {
   component({.daemons = {"d.one", "d.two"}});
   const Outcome outcome = stop();

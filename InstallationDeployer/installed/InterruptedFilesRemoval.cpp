@@ -18,6 +18,7 @@ namespace deployer {
 using foundation::FileType;
 using foundation::GuardedRemoval;
 using foundation::PropertyList;
+using foundation::Result;
 using foundation::Status;
 namespace files = foundation::files;
 namespace paths = foundation::paths;
@@ -99,7 +100,14 @@ Status InterruptedFilesRemoval::removeLinks(bool forGood, GuardedRemoval& remova
   // Where one version has a folder and the other a link, what the folder held must not be looked for through the link.
   // From the root to the leaves, so that no link leads to another one.
   for (auto place = places_.rbegin(); place != places_.rend(); ++place) {
-    if (!place->second.isLink || removal.typeOf(place->first) != FileType::SymbolicLink) {
+    if (!place->second.isLink) {
+      continue;
+    }
+    const auto type = removal.typeOf(place->first);
+    if (!type) {
+      return type.error();
+    }
+    if (*type != FileType::SymbolicLink) {
       continue;
     }
     if (Status gone = removeFrom(place->first, place->second, forGood, removal); !gone) {
@@ -111,16 +119,25 @@ Status InterruptedFilesRemoval::removeLinks(bool forGood, GuardedRemoval& remova
 
 Status InterruptedFilesRemoval::removeFrom(const std::string& path, const Place& place, bool forGood,
                                            GuardedRemoval& removal) {
-  const auto type = removal.typeOf(path);
+  const auto found = removal.typeOf(path);
+  if (!found) {
+    return found.error();
+  }
+  if (!found->has_value()) {
+    return {};
+  }
+  const FileType type = **found;
   if (type == FileType::Directory) {
     return removeDirectory(path, place, removal);
   }
-  const bool isSomebodysLink = type == FileType::SymbolicLink && place.isOnlyDirectory;
-  if (isSomebodysLink || (type && !forGood && staysWithItsUser(path, place, *type))) {
+  if (type == FileType::SymbolicLink && place.isOnlyDirectory) {
     return {};
   }
-  // Also where the type could not be told: then this says why.
-  return removed(removal.removeFile(path));
+  const auto stays = staysWithItsUser(path, place, type);
+  if (!stays) {
+    return stays.error();
+  }
+  return *stays && !forGood ? Status() : removed(removal.removeFile(path));
 }
 
 Status InterruptedFilesRemoval::removeDirectory(const std::string& path, const Place& place, GuardedRemoval& removal) {
@@ -138,14 +155,16 @@ Status InterruptedFilesRemoval::removeDirectory(const std::string& path, const P
   return emptied ? Status() : asStatus(emptied.error());
 }
 
-bool InterruptedFilesRemoval::staysWithItsUser(const std::string& path, const Place& place, FileType type) {
-  if (!place.isModifiable || (type == FileType::SymbolicLink && place.isPlacedLink)) {
-    return false;
+Result<bool> InterruptedFilesRemoval::staysWithItsUser(const std::string& path, const Place& place, FileType type) {
+  if (!place.isModifiable || type != FileType::Regular) {
+    return place.isModifiable && !(type == FileType::SymbolicLink && place.isPlacedLink);
   }
   foundation::FileBuffer buffer;
   const auto content = files::readItself(path, buffer);
-  return !content ||
-         std::ranges::find(place.written, QVNInstallerChecksum::generateSHA256(*content)) == place.written.end();
+  if (!content) {
+    return content.error();
+  }
+  return std::ranges::find(place.written, QVNInstallerChecksum::generateSHA256(*content)) == place.written.end();
 }
 
 }  // namespace deployer

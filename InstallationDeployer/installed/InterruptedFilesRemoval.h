@@ -52,7 +52,8 @@ class InterruptedFilesRemoval {
                                                      foundation::GuardedRemoval& removal);
   [[nodiscard]] static foundation::Status removeDirectory(const std::string& path, const Place& place,
                                                           foundation::GuardedRemoval& removal);
-  [[nodiscard]] static bool staysWithItsUser(const std::string& path, const Place& place, foundation::FileType type);
+  [[nodiscard]] static foundation::Result<bool> staysWithItsUser(const std::string& path, const Place& place,
+                                                                 foundation::FileType type);
 
   // What a directory holds comes before the directory.
   std::map<std::string, Place, std::greater<>> places_;

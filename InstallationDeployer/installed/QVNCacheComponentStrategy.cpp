@@ -64,7 +64,11 @@ bool QVNCacheComponentStrategy::fillCache() {
 Status QVNCacheComponentStrategy::removeStaleCache() {
   // What an interrupted run, or the run of another product, is to put back stays.
   const ChangeRecord& changes = controller().changes();
-  return changes.owedFiles().empty() && !changes.sharesCache() ? component_cache::remove() : Status();
+  const auto isShared = changes.sharesCache();
+  if (!isShared) {
+    return isShared.error();
+  }
+  return changes.owedFiles().empty() && !*isShared ? component_cache::remove() : Status();
 }
 
 bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const FileEntry& entry) {

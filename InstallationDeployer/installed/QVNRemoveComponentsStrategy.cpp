@@ -58,7 +58,11 @@ bool QVNRemoveComponentsStrategy::removeWithContents(const std::string& path, Gu
 }
 
 bool QVNRemoveComponentsStrategy::removeUnlessInUse(const std::string& path, GuardedRemoval& removal) {
-  if (removal.typeOf(path) == FileType::SymbolicLink) {
+  const auto type = removal.typeOf(path);
+  if (!type) {
+    return fail("Unable to read directory contents. %@", type.error());
+  }
+  if (*type == FileType::SymbolicLink) {
     logging::debug("Did not remove directory, a link is in its place. Directory: %@", path);
     return true;
   }
@@ -82,7 +86,8 @@ bool QVNRemoveComponentsStrategy::removeFile(const std::string& path, GuardedRem
     return true;
   }
   // Whoever made a directory in the file's place may have put something there that nobody listed.
-  if (removal.typeOf(path) == FileType::Directory) {
+  const auto type = removal.typeOf(path);
+  if (type && *type == FileType::Directory) {
     return removeUnlessInUse(path, removal);
   }
   return fail("Unable to remove file. %@", removed.error());

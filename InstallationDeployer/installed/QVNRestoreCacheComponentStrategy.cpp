@@ -41,9 +41,8 @@ bool QVNRestoreCacheComponentStrategy::work() {
 }
 
 bool QVNRestoreCacheComponentStrategy::restoreOwedFiles() {
-  return std::ranges::all_of(controller().changes().owedFiles(), [this](const std::string& path) {
-    return restored_.contains(path) || restoreIfCached(component_cache::cachedPath(path), path);
-  });
+  return std::ranges::all_of(controller().changes().owedFiles(),
+                             [this](const std::string& path) { return restored_.contains(path) || restoreFile(path); });
 }
 
 bool QVNRestoreCacheComponentStrategy::flushRestored() {
@@ -58,7 +57,11 @@ bool QVNRestoreCacheComponentStrategy::flushRestored() {
 }
 
 Status QVNRestoreCacheComponentStrategy::removeCache() {
-  if (!controller().changes().sharesCache()) {
+  const auto isShared = controller().changes().sharesCache();
+  if (!isShared) {
+    return isShared.error();
+  }
+  if (!*isShared) {
     return component_cache::remove();
   }
   for (const std::string& path : controller().changes().owedFiles()) {
@@ -89,10 +92,11 @@ bool QVNRestoreCacheComponentStrategy::restoreEntry(const std::string& component
   if (entry.isWildcard()) {
     return restoreMatches(path);
   }
-  return restoreIfCached(component_cache::cachedPath(path), path);
+  return restoreFile(path);
 }
 
-bool QVNRestoreCacheComponentStrategy::restoreIfCached(const std::string& cached, const std::string& path) {
+bool QVNRestoreCacheComponentStrategy::restoreFile(const std::string& path) {
+  const std::string cached = component_cache::cachedPath(path);
   const auto isThere = files::presence(cached);
   if (!isThere) {
     return fail("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", isThere.error());
@@ -121,7 +125,11 @@ bool QVNRestoreCacheComponentStrategy::copyFile(const std::string& cached, const
   logging::debug("QVNRestoreCacheComponentStrategy:\n\tsourceFilePath = %@\n\ttargetFilePath = %@", cached, target);
   // A file or link in the way is replaced in one step by the copy; only what cannot be replaced has to go first.
   foundation::GuardedRemoval removal;
-  if (removal.typeOf(target) == foundation::FileType::Directory) {
+  const auto type = removal.typeOf(target);
+  if (!type) {
+    return fail("Unable to remove file. %@", type.error());
+  }
+  if (*type == foundation::FileType::Directory) {
     if (const Status removed = removal.removeItem(target); !removed && !removed.error().isNoSuchFile()) {
       return fail("Unable to remove file. %@", removed.error());
     }

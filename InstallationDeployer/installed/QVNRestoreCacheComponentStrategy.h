@@ -21,7 +21,7 @@ class QVNRestoreCacheComponentStrategy : public QVNInstallStepStrategy {
   [[nodiscard]] bool work() override;
   bool restoreFiles();
   bool restoreEntry(const std::string& component, const FileEntry& entry);
-  bool restoreIfCached(const std::string& cached, const std::string& path);
+  bool restoreFile(const std::string& path);
   bool restoreMatches(const std::string& path);
   [[nodiscard]] bool restoreOwedFiles();
   [[nodiscard]] bool flushRestored();

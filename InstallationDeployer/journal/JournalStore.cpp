@@ -38,11 +38,11 @@ std::string fileNameFor(std::string_view product) {
   return name + std::string(kExtension);
 }
 
-bool owesFiles(const std::string& path) {
+Result<bool> owesFiles(const std::string& path) {
   foundation::FileBuffer buffer;
   const auto content = files::readItself(path, buffer);
   if (!content) {
-    return !content.error().isNoSuchFile();
+    return content.error().isNoSuchFile() ? Result<bool>(false) : content.error();
   }
   const auto journal = ChangeJournal::parse(*content);
   return !journal || !journal->owedFiles.empty();
@@ -122,15 +122,19 @@ Result<std::string> JournalStore::setAside(std::string_view product) const {
   return aside;
 }
 
-bool JournalStore::anotherOwesFiles(std::string_view product) const {
+Result<bool> JournalStore::anotherOwesFiles(std::string_view product) const {
   const auto names = files::contentsOfDirectory(folder_);
   if (!names) {
-    return !names.error().isNoSuchFile();
+    return names.error().isNoSuchFile() ? Result<bool>(false) : names.error();
   }
   const std::string own = fileNameFor(product);
   for (const std::string& name : *names) {
-    if (name != own && name.ends_with(kExtension) && owesFiles(paths::append(folder_, name))) {
-      return true;
+    if (name == own || !name.ends_with(kExtension)) {
+      continue;
+    }
+    const auto owes = owesFiles(paths::append(folder_, name));
+    if (!owes || *owes) {
+      return owes;
     }
   }
   return false;

@@ -33,9 +33,9 @@ class JournalStore {
   /// Gives the journal another name, under which no run looks for it. @return the new path.
   [[nodiscard]] foundation::Result<std::string> setAside(std::string_view product) const;
 
-  /// Whether the journal of any other product says that the cache holds files of the user. A journal that cannot be
-  /// read counts as one that does.
-  [[nodiscard]] bool anotherOwesFiles(std::string_view product) const;
+  /// Whether the journal of any other product says that the cache holds files of the user. One that makes no sense
+  /// counts as one that does.
+  [[nodiscard]] foundation::Result<bool> anotherOwesFiles(std::string_view product) const;
 
  private:
   [[nodiscard]] foundation::Status makeFolder() const;

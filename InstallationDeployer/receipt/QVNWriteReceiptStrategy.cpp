@@ -31,19 +31,6 @@ constexpr std::array kExecutables = {kQVNInstallerFrontEndName, kQVNInstallation
 /// Name below the temporary folder under which the receipt that is being replaced awaits its removal.
 constexpr std::string_view kReplacedReceiptName = "Replaced.app";
 
-/// Compares the folders themselves: a path may be relative or lead through links.
-Result<bool> liesDirectlyIn(const std::string& folder, const std::string& item) {
-  const auto expected = files::attributesOfTarget(folder);
-  if (!expected) {
-    return expected.error().meansNothingThere() ? Result<bool>(false) : expected.error();
-  }
-  const auto actual = files::attributesOfTarget(paths::append(item, ".."));
-  if (!actual) {
-    return actual.error().meansNothingThere() ? Result<bool>(false) : actual.error();
-  }
-  return expected->device == actual->device && expected->inode == actual->inode;
-}
-
 /// A link that leads nowhere is there, too.
 Result<bool> isPresent(const std::string& path) {
   const auto found = files::attributesOfItem(path);

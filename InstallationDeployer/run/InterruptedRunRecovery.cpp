@@ -16,6 +16,7 @@
 namespace deployer {
 
 using foundation::PropertyList;
+using foundation::Result;
 using foundation::Status;
 using Role = JournaledManifest::Role;
 namespace files = foundation::files;
@@ -30,6 +31,29 @@ void forEachEntry(const ChangeJournal& journal, const Visitor& visit) {
       visit(manifest, FileEntry(element));
     }
   }
+}
+
+/// Paths of modifiable files that went for good, or that another version put something else in the place of.
+std::set<std::string> modifiableFilesTaken(const ChangeJournal& journal) {
+  std::set<std::string, std::less<>> components;
+  std::set<std::string, std::less<>> replaced;
+  forEachEntry(journal, [&](const JournaledManifest& manifest, const FileEntry& entry) {
+    if (manifest.role == Role::Removed && manifest.withModifiableFiles) {
+      components.insert(manifest.component);
+    }
+    if (manifest.role == Role::Placed && !entry.isModifiable() && entry.path()) {
+      replaced.emplace(*entry.path());
+    }
+  });
+  std::set<std::string> taken;
+  forEachEntry(journal, [&](const JournaledManifest& manifest, const FileEntry& entry) {
+    const bool isTaken = components.contains(manifest.component) ||
+                         (manifest.role == Role::Removed && replaced.contains(entry.path().value_or("")));
+    if (isTaken && entry.isModifiable() && entry.hasUsablePath()) {
+      taken.emplace(*entry.path());
+    }
+  });
+  return taken;
 }
 
 }  // namespace
@@ -60,8 +84,14 @@ void InterruptedRunRecovery::stopProcesses() const {
 
 Status InterruptedRunRecovery::saveUsersFiles() const {
   for (const std::string& path : interrupted_.owedFiles) {
-    if (std::ranges::find(interrupted_.owedFromElsewhere, path) != interrupted_.owedFromElsewhere.end() ||
-        !isUsers(path)) {
+    if (std::ranges::find(interrupted_.owedFromElsewhere, path) != interrupted_.owedFromElsewhere.end()) {
+      continue;
+    }
+    const auto counts = isUsers(path);
+    if (!counts) {
+      return counts.error();
+    }
+    if (!*counts) {
       continue;
     }
     // What lies at its place now is newer than the copy.
@@ -73,11 +103,18 @@ Status InterruptedRunRecovery::saveUsersFiles() const {
   return interrupted_.owedFiles.empty() ? Status() : component_cache::flush();
 }
 
-bool InterruptedRunRecovery::isUsers(const std::string& path) const {
+Result<bool> InterruptedRunRecovery::isUsers(const std::string& path) const {
+  const auto item = files::attributesOfItem(path);
+  if (!item) {
+    return item.error().meansNothingThere() ? Result<bool>(false) : item.error();
+  }
+  if (item->type != foundation::FileType::Regular) {
+    return item->isSymbolicLink();
+  }
   foundation::FileBuffer buffer;
   const auto content = files::readItself(path, buffer);
   if (!content) {
-    return false;
+    return content.error();
   }
   const std::string checksum = QVNInstallerChecksum::generateSHA256(*content);
   for (const Component& component : components_) {
@@ -107,29 +144,19 @@ Status InterruptedRunRecovery::removeFiles(bool forGood) const {
   return removal.remove(forGood);
 }
 
-std::set<std::string, std::less<>> InterruptedRunRecovery::missingModifiableFiles(const ChangeJournal& journal) {
-  std::set<std::string, std::less<>> takenComponents;
-  std::set<std::string, std::less<>> takenPaths;
-  forEachEntry(journal, [&](const JournaledManifest& manifest, const FileEntry& entry) {
-    if (manifest.role == Role::Removed && manifest.withModifiableFiles) {
-      takenComponents.insert(manifest.component);
-    }
-    if (manifest.role == Role::Placed && !entry.isModifiable() && entry.path()) {
-      takenPaths.emplace(*entry.path());
-    }
-  });
+Result<std::set<std::string, std::less<>>> InterruptedRunRecovery::missingModifiableFiles(
+    const ChangeJournal& journal) {
   std::set<std::string, std::less<>> missing;
-  forEachEntry(journal, [&](const JournaledManifest& manifest, const FileEntry& entry) {
-    if (!entry.isModifiable() || !entry.hasUsablePath()) {
-      return;
+  for (const std::string& path : modifiableFilesTaken(journal)) {
+    const auto item = files::attributesOfItem(path);
+    if (item) {
+      continue;
     }
-    const std::string path(*entry.path());
-    const bool isTaken =
-        takenComponents.contains(manifest.component) || (manifest.role == Role::Removed && takenPaths.contains(path));
-    if (isTaken && !files::attributesOfItem(path)) {
-      missing.insert(path);
+    if (!item.error().meansNothingThere()) {
+      return item.error();
     }
-  });
+    missing.insert(path);
+  }
   return missing;
 }
 

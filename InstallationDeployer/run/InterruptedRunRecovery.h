@@ -23,7 +23,8 @@ class InterruptedRunRecovery {
   /// Paths of modifiable files that are not there, because an interrupted run took them away for good or put something
   /// else in their place: nobody but an install brings them back.
   /// @param journal of the run that puts things right; it has the manifests of what was interrupted, too.
-  [[nodiscard]] static std::set<std::string, std::less<>> missingModifiableFiles(const ChangeJournal& journal);
+  [[nodiscard]] static foundation::Result<std::set<std::string, std::less<>>> missingModifiableFiles(
+      const ChangeJournal& journal);
 
  private:
   struct Component {
@@ -33,7 +34,7 @@ class InterruptedRunRecovery {
 
   void stopProcesses() const;
   [[nodiscard]] foundation::Status saveUsersFiles() const;
-  [[nodiscard]] bool isUsers(const std::string& path) const;
+  [[nodiscard]] foundation::Result<bool> isUsers(const std::string& path) const;
   [[nodiscard]] foundation::Status removeFiles(bool forGood) const;
 
   const ChangeJournal& interrupted_;

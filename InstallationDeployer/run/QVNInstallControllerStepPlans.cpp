@@ -49,7 +49,7 @@ void QVNInstallController::append(StepList& steps, const PropertyList& phase, st
 
 void QVNInstallController::buildAndRunStrategies() {
   if (!configuration_.receipt()) {
-    sweepReceiptLeftovers();
+    sweepReceiptLeftovers(configuration_);
   }
   configuration_.setHasInstallerReceipt(productHasReceipt());
   if (hasFailed()) {

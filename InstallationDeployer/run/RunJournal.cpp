@@ -245,12 +245,17 @@ bool RunJournal::recover() {
   if (!interrupted_) {
     return true;
   }
-  InterruptedRunRecovery recovery(*interrupted_);
-  if (const auto recovered = recovery.run(configuration_.remove() && !configuration_.install()); !recovered) {
+  const bool forGood = configuration_.remove() && !configuration_.install();
+  if (const auto recovered = InterruptedRunRecovery(*interrupted_).run(forGood); !recovered) {
     logging::error("Unable to put right what an interrupted run left. %@", recovered.error());
     return false;
   }
-  modifiableFilesToWrite_ = InterruptedRunRecovery::missingModifiableFiles(journal_);
+  auto missing = InterruptedRunRecovery::missingModifiableFiles(journal_);
+  if (!missing) {
+    logging::error("Unable to put right what an interrupted run left. %@", missing.error());
+    return false;
+  }
+  modifiableFilesToWrite_ = *std::move(missing);
   note("put right", interrupted_->components());
   return true;
 }
@@ -301,6 +306,6 @@ std::shared_ptr<const void> RunJournal::lockCache() {
   return lock ? std::make_shared<const ipc::NamedLock>(std::move(*lock)) : nullptr;
 }
 
-bool RunJournal::sharesCache() const { return store_.anotherOwesFiles(product()); }
+foundation::Result<bool> RunJournal::sharesCache() const { return store_.anotherOwesFiles(product()); }
 
 }  // namespace deployer

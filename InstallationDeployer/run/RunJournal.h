@@ -38,7 +38,7 @@ class RunJournal : public ChangeRecord {
   [[nodiscard]] const Names& owedFiles() const override { return journal_.owedFiles; }
   void noteOwedFile(const std::string& path, bool fromElsewhere) override;
   [[nodiscard]] std::shared_ptr<const void> lockCache() override;
-  [[nodiscard]] bool sharesCache() const override;
+  [[nodiscard]] foundation::Result<bool> sharesCache() const override;
   [[nodiscard]] const std::set<std::string, std::less<>>& modifiableFilesToWrite() const override {
     return modifiableFilesToWrite_;
   }

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "general/foundation/Result.h"
 #include "general/foundation/propertylist/PropertyList.h"
 
 namespace deployer {
@@ -43,7 +44,7 @@ class ChangeRecord {
   /// Waits for who has it. Null, and an error in the log, when it cannot be had. Nothing else is waited for meanwhile.
   [[nodiscard]] virtual std::shared_ptr<const void> lockCache() = 0;
   /// Whether the run of another product has copies in the cache.
-  [[nodiscard]] virtual bool sharesCache() const = 0;
+  [[nodiscard]] virtual foundation::Result<bool> sharesCache() const = 0;
   /// Paths of modifiable files that an install writes although it would leave them to their user: an interrupted run
   /// took them away. None before begin().
   [[nodiscard]] virtual const std::set<std::string, std::less<>>& modifiableFilesToWrite() const = 0;

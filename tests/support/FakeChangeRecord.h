@@ -41,7 +41,7 @@ class FakeChangeRecord : public deployer::ChangeRecord {
     }
   }
   std::shared_ptr<const void> lockCache() override { return std::make_shared<const int>(); }
-  bool sharesCache() const override { return shared; }
+  foundation::Result<bool> sharesCache() const override { return shared; }
   const std::set<std::string, std::less<>>& modifiableFilesToWrite() const override { return toWrite; }
 
   Names damaged;

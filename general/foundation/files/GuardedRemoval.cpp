@@ -68,11 +68,14 @@ Status GuardedRemoval::perform(const std::string& path, Access access, Call call
   return call() == 0 ? Status() : Status(fileError(errno, access, path));
 }
 
-std::optional<FileType> GuardedRemoval::typeOf(const std::string& path) {
+Result<std::optional<FileType>> GuardedRemoval::typeOf(const std::string& path) {
   struct stat item {};
   const Status found =
       perform(path, Access::Read, [&] { return fstatat(folder_.number(), name(), &item, AT_SYMLINK_NOFOLLOW); });
-  return found ? std::optional(statusFrom(item).type) : std::nullopt;
+  if (!found) {
+    return found.error().isNoSuchFile() ? Result(std::optional<FileType>()) : found.error();
+  }
+  return std::optional(statusFrom(item).type);
 }
 
 Result<std::vector<std::string>> GuardedRemoval::contentsOfDirectory(const std::string& path) {

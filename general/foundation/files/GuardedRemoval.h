@@ -19,8 +19,8 @@ namespace foundation {
 /// Used by one thread at a time.
 class GuardedRemoval {
  public:
-  /// What lies at the path, a link itself; nothing when there is nothing or it cannot be reached.
-  [[nodiscard]] std::optional<FileType> typeOf(const std::string& path);
+  /// What lies at the path, a link itself; nothing when there is nothing. An error when that cannot be told.
+  [[nodiscard]] Result<std::optional<FileType>> typeOf(const std::string& path);
   /// Names in the directory, without "." and ".."; a link to a directory is none.
   [[nodiscard]] Result<std::vector<std::string>> contentsOfDirectory(const std::string& path);
   /// Removes anything but a directory.

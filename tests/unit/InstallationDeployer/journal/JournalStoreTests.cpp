@@ -126,19 +126,29 @@ TEST_F(JournalStoreTest, TakesProductsOfAnyName) {
 }
 
 TEST_F(JournalStoreTest, KnowsWhetherAnotherProductsRunOwesFiles) {
-  EXPECT_FALSE(store_.anotherOwesFiles("Guard"));
+  EXPECT_FALSE(store_.anotherOwesFiles("Guard").value());
   ChangeJournal journal = journalOfAnUpgrade();
   journal.owedFiles = {"/Library/Guard/settings"};
   ASSERT_TRUE(store_.write(journal).ok());
-  EXPECT_FALSE(store_.anotherOwesFiles("Guard"));
-  EXPECT_TRUE(store_.anotherOwesFiles("Other"));
+  EXPECT_FALSE(store_.anotherOwesFiles("Guard").value());
+  EXPECT_TRUE(store_.anotherOwesFiles("Other").value());
   journal.owedFiles.clear();
   ASSERT_TRUE(store_.write(journal).ok());
-  EXPECT_FALSE(store_.anotherOwesFiles("Other"));
+  EXPECT_FALSE(store_.anotherOwesFiles("Other").value());
   writeRaw("nonsense");
-  EXPECT_TRUE(store_.anotherOwesFiles("Other")) << "it may owe some";
+  EXPECT_TRUE(store_.anotherOwesFiles("Other").value()) << "it may owe some";
   ASSERT_TRUE(store_.setAside("Guard").ok());
-  EXPECT_FALSE(store_.anotherOwesFiles("Other"));
+  EXPECT_FALSE(store_.anotherOwesFiles("Other").value());
+}
+
+TEST_F(JournalStoreTest, SaysThatItCannotTellWhetherAnotherProductsRunOwesFiles) {
+  box_.write("db/com.corvane.installer", "a file");
+  EXPECT_FALSE(store_.anotherOwesFiles("Guard").ok());
+}
+
+TEST_F(JournalStoreTest, SaysWhenTheJournalOfAnotherProductCannotBeRead) {
+  fs::create_directories(store_.pathFor("Other"));
+  EXPECT_FALSE(store_.anotherOwesFiles("Guard").ok());
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ TEST_F(InterruptedRunRecoveryTest, BringsBackWhatARemovalForGoodTookInWhateverVe
   journal_.add(journaled("Core", Role::Removed, manifestOf({entry(at("old.conf"), modifiable())}), true));
   journal_.add(journaled("Core", Role::Placed, manifestOf({entry(at("new.conf"), modifiable())})));
   journal_.add(journaled("Tools", Role::Placed, manifestOf({entry(at("tools.conf"), modifiable())})));
-  const auto missing = InterruptedRunRecovery::missingModifiableFiles(journal_);
+  const auto missing = InterruptedRunRecovery::missingModifiableFiles(journal_).value();
   EXPECT_TRUE(missing.contains(at("old.conf")));
   EXPECT_TRUE(missing.contains(at("new.conf")));
   EXPECT_FALSE(missing.contains(at("tools.conf"))) << "which no removal took";
@@ -35,7 +35,7 @@ TEST_F(InterruptedRunRecoveryTest, BringsBackWhatAnotherVersionPutSomethingElseI
   journal_.add(
       journaled("Core", Role::Removed, manifestOf({entry(at("a"), modifiable()), entry(at("b"), modifiable())})));
   journal_.add(journaled("Core", Role::Placed, manifestOf({entry(at("a"), {})})));
-  const auto missing = InterruptedRunRecovery::missingModifiableFiles(journal_);
+  const auto missing = InterruptedRunRecovery::missingModifiableFiles(journal_).value();
   EXPECT_TRUE(missing.contains(at("a")));
   EXPECT_FALSE(missing.contains(at("b"))) << "which its user may have removed";
 }
@@ -43,7 +43,7 @@ TEST_F(InterruptedRunRecoveryTest, BringsBackWhatAnotherVersionPutSomethingElseI
 TEST_F(InterruptedRunRecoveryTest, LeavesWhatIsThere) {
   box_.write("old.conf", "edited");
   journal_.add(journaled("Core", Role::Removed, manifestOf({entry(at("old.conf"), modifiable())}), true));
-  EXPECT_TRUE(InterruptedRunRecovery::missingModifiableFiles(journal_).empty());
+  EXPECT_TRUE(InterruptedRunRecovery::missingModifiableFiles(journal_)->empty());
 }
 
 TEST_F(InterruptedRunRecoveryTest, TakesAwayWhatBothVersionsList) {

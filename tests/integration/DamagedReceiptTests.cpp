@@ -85,10 +85,13 @@ TEST_F(DamagedReceipt, WhatIsLeftOfAReceiptIsSweptByTheNextRunOfAnyProduct) {
   const std::string aside =
       "/Library/Application Support/Corvane/.com.corvane.installer.4000000.0123456789abcdef0123456789abcdef";
   root().writeFile(aside + "/Installer.app/Contents/Info.plist", "put aside");
+  const std::string emptied = "/Library/Application Support/Corvane/Guard/temp";
+  root().makeDirectory(emptied);
   const auto outcome = install();
   EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
   EXPECT_TRUE(loggedBeginning(outcome, "Notice", "Upgrade plan is empty.")) << "nothing else was to be done";
   EXPECT_FALSE(root().exists(aside));
+  EXPECT_FALSE(root().exists(emptied));
 }
 
 }  // namespace

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "InstallationDeployer/FileEntry.h"
+#include "InstallationDeployer/InstallAction.h"
 #include "InstallationDeployer/install/DirectoryInstaller.h"
 #include "InstallationDeployer/install/FileInstaller.h"
-#include "InstallationDeployer/InstallAction.h"
 #include "InstallationDeployer/install/InstallResources.h"
 #include "InstallationDeployer/install/PayloadPrefetch.h"
 #include "general/foundation/propertylist/PropertyList.h"

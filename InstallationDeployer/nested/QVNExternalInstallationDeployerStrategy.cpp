@@ -1,6 +1,8 @@
 #include "InstallationDeployer/nested/QVNExternalInstallationDeployerStrategy.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/EngineOptions.h"
@@ -11,6 +13,8 @@
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/execution/TaskExitSource.h"
 #include "general/foundation/propertylist/TextFormat.h"
+#include "general/ipc/RemoteException.h"
+#include "general/ipc/ServiceSocket.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
@@ -23,10 +27,24 @@ namespace paths = foundation::paths;
 namespace {
 
 constexpr std::int64_t kCompleteProgress = 100;
+// How often an engine is looked for that this process cannot even ask for.
+constexpr int kMostLooksInVain = 10;
 
 std::optional<std::string> textIn(const foundation::PropertyList& dictionary, std::string_view key) {
   const auto text = dictionary[key].string();
   return text ? std::optional<std::string>(*text) : std::nullopt;
+}
+
+/// Why this process cannot even ask the service; nothing when the service is not there yet or does not answer.
+std::optional<std::string> whyNobodyCanAsk(const std::string& service,
+                                           const std::optional<ipc::RemoteException>& exception) {
+  if (exception && exception->name() == ipc::kFailedAuthenticationException) {
+    return exception->what();
+  }
+  if (ipc::vendingUnder(service) == ipc::Vending::CannotTell) {
+    return std::strerror(errno);
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -35,9 +53,7 @@ bool QVNExternalInstallationDeployerStrategy::work() {
   stepRole_.assumeHere();
   const auto bundlePath = textIn(installPhaseDictionary(), kQVNInstallPhaseExternalBundlePath);
   const auto productName = textIn(installPhaseDictionary(), kQVNInstallPhaseExternalProductName);
-  if (!observe(bundlePath)) {
-    return failWith();
-  }
+  observe(bundlePath);
   if (!bundlePath) {
     return fail("External deployer path is invalid");
   }
@@ -45,7 +61,9 @@ bool QVNExternalInstallationDeployerStrategy::work() {
   if (!productName) {
     return fail("No product is named for the external deployer at %@", executable);
   }
-  launch(executable, *productName);
+  if (!launch(executable, *productName)) {
+    return failWith();
+  }
   waitForFinalState(executable);
   logging::debug("%@ exited run loop with installer state: %d", qualifiedName(),
                  static_cast<std::uint32_t>(installerState()));
@@ -53,13 +71,9 @@ bool QVNExternalInstallationDeployerStrategy::work() {
   return installerState() == QVNInstallerStateSuccess;
 }
 
-bool QVNExternalInstallationDeployerStrategy::observe(const std::optional<std::string>& bundlePath) {
+void QVNExternalInstallationDeployerStrategy::observe(const std::optional<std::string>& bundlePath) {
+  // Where nothing can be heard, the engine is asked all the same.
   observer_ = std::make_unique<ipc::NotificationObserver>();
-  if (!observer_->isListening()) {
-    // What an engine announces that nobody can hear would be waited for in vain.
-    logging::error("Unable to hear of the external deployer in %@. It is not launched.", bundlePath);
-    return false;
-  }
   // The observer lives as long as the step does; what it hears after the wait concerns nobody.
   observer_->add(std::string(kQVNInstallationStatusServiceStartedNotification), bundlePath,
                  [this](const Notification& notification) {
@@ -78,15 +92,17 @@ bool QVNExternalInstallationDeployerStrategy::observe(const std::optional<std::s
   logging::debug("----- added observers for %@ and %@ notifications on object: %@",
                  kQVNInstallationStatusServiceStartedNotification, kQVNInstallationStatusUpdatedNotification,
                  bundlePath);
-  return true;
 }
 
-void QVNExternalInstallationDeployerStrategy::launch(const std::string& executable, const std::string& productName) {
+bool QVNExternalInstallationDeployerStrategy::launch(const std::string& executable, const std::string& productName) {
   try {
     static_cast<void>(launchExternalExecutable(executable, productName));
   } catch (const foundation::TaskLaunchException& exception) {
     logging::error("Failed to launch external deployer at %@. %@", executable, exception.what());
+    // Somebody else may run an engine that is not there yet. What the system lacks now, nobody brings.
+    return exception.cause() == foundation::TaskLaunchException::Cause::Program;
   }
+  return true;
 }
 
 bool QVNExternalInstallationDeployerStrategy::launchExternalExecutable(const std::string& executable,
@@ -133,10 +149,7 @@ void QVNExternalInstallationDeployerStrategy::lookAfterEngine(const std::string&
 void QVNExternalInstallationDeployerStrategy::askUnheard() {
   lastNews_ = RunLoop::Clock::now();
   if (!installationDeployer_ && engine_) {
-    const std::string name = statusServiceNameOfProcess(engine_->processIdentifier());
-    if (const auto proxy = QVNInstallationStatusProxy::ofService(name); stateFrom(*proxy)) {
-      reach(name);
-    }
+    lookForEngine(statusServiceNameOfProcess(engine_->processIdentifier()));
   }
   if (!installationDeployer_) {
     return;
@@ -145,6 +158,20 @@ void QVNExternalInstallationDeployerStrategy::askUnheard() {
   const auto state = stateFrom(*installationDeployer_);
   if (state && (*state != installerState() || isCompletionState(*state))) {
     takeState(*state);
+  }
+}
+
+void QVNExternalInstallationDeployerStrategy::lookForEngine(const std::string& name) {
+  const auto proxy = QVNInstallationStatusProxy::ofService(name);
+  if (stateFrom(*proxy)) {
+    reach(name);
+    return;
+  }
+  const auto why = whyNobodyCanAsk(name, proxy->remote().recentException());
+  if (why && ++looksInVain_ >= kMostLooksInVain) {
+    logging::error("Unable to reach the external deployer %@. %@", name, why);
+    setInstallerState(QVNInstallerStateFailed);
+    runLoopShouldKeepRunning_ = false;
   }
 }
 

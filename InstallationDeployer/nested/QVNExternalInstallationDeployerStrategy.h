@@ -46,13 +46,17 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
  private:
   /// True only when the other engine ended with success.
   [[nodiscard]] bool work() override;
-  [[nodiscard]] bool observe(const std::optional<std::string>& bundlePath) CORVANE_REQUIRES(stepRole_);
-  void launch(const std::string& executable, const std::string& productName);
+  void observe(const std::optional<std::string>& bundlePath) CORVANE_REQUIRES(stepRole_);
+  /// False when there is nothing to wait for; why has been logged.
+  [[nodiscard]] bool launch(const std::string& executable, const std::string& productName);
   void waitForFinalState(const std::string& executable) CORVANE_REQUIRES(stepRole_);
   /// Between two turns of the wait: ends it with an engine that has ended, and asks one that was not heard of.
   void lookAfterEngine(const std::string& executable) CORVANE_REQUIRES(stepRole_);
   /// Asks the engine although nothing was heard of it.
   void askUnheard() CORVANE_REQUIRES(stepRole_);
+  /// Follows the engine from now on if it answers under its name; gives it up when this process cannot even ask, time
+  /// and again.
+  void lookForEngine(const std::string& name) CORVANE_REQUIRES(stepRole_);
   void waitForExit() CORVANE_REQUIRES(stepRole_);
 
   [[nodiscard]] bool isAnotherEngine(const std::string& serviceName) const CORVANE_REQUIRES(stepRole_);
@@ -70,6 +74,7 @@ class QVNExternalInstallationDeployerStrategy : public QVNInstallStepStrategy {
   std::optional<foundation::Task> engine_ CORVANE_GUARDED_BY(stepRole_);
   std::unique_ptr<QVNInstallationStatusProxy> installationDeployer_ CORVANE_GUARDED_BY(stepRole_);
   bool runLoopShouldKeepRunning_ CORVANE_GUARDED_BY(stepRole_) = false;
+  int looksInVain_ CORVANE_GUARDED_BY(stepRole_) = 0;
   /// When the engine was last heard of or asked.
   foundation::RunLoop::Clock::time_point lastNews_ CORVANE_GUARDED_BY(stepRole_);
 

@@ -21,6 +21,9 @@ class QVNInstallationReceiptService : private QVNInstallationReceiptProtocol {
   [[nodiscard]] static std::unique_ptr<QVNInstallationReceiptService> serviceWithName(
       const std::string& name, QVNReceiptServiceStrategy& strategy);
 
+  /// Whether installers have waited in vain for a while because the process has no descriptor for one more.
+  [[nodiscard]] bool isStarved() const { return connection_.isStarved(); }
+
  private:
   explicit QVNInstallationReceiptService(QVNReceiptServiceStrategy& strategy);
 

@@ -1,21 +1,33 @@
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <utility>
+
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "InstallationDeployer/receipt/QVNReceiptServiceStrategy.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/Thread.h"
+#include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/propertylist/TextFormat.h"
+#include "general/ipc/ServiceSocket.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
 
+using foundation::RunLoop;
 using ipc::Notification;
 namespace paths = foundation::paths;
 
 namespace {
 
 constexpr std::string_view kClassName = "QVNReceiptClient";
+// How often a service is looked for that this process cannot even ask for, and how long one is told to end that cannot
+// be reached.
+constexpr int kMostLooksInVain = 10;
+constexpr std::chrono::seconds kPatienceWithUnreachable(5);
 
 template <class Proxy>
 std::string describe(const Proxy& proxy) {
@@ -53,9 +65,7 @@ bool QVNReceiptClient::launchReceiptExecutable() {
   receiptStatusProxy_.reset();
   // Needed no longer than the launch takes: later announcements are of other processes.
   ipc::NotificationObserver observer;
-  if (!observeServices(observer)) {
-    return failLaunch();
-  }
+  observeServices(observer);
   if (!currentStrategy_->configuration().productName()) {
     logging::error("Receipt path is invalid");
     return false;
@@ -64,7 +74,8 @@ bool QVNReceiptClient::launchReceiptExecutable() {
     return failLaunch();
   }
   runLoopShouldKeepRunning_ = true;
-  process_.awaitServices(runLoopShouldKeepRunning_);
+  looksInVain_ = 0;
+  process_.awaitServices(runLoopShouldKeepRunning_, [this] { lookForServices(); });
   logging::debug("Initialized receipt proxy. self.receiptProxy = %@", describe(receiptProxy_));
   return hasServices() || failLaunch();
 }
@@ -74,12 +85,7 @@ bool QVNReceiptClient::failLaunch() {
   return false;
 }
 
-bool QVNReceiptClient::observeServices(ipc::NotificationObserver& observer) {
-  if (!observer.isListening()) {
-    // What a process announces that nobody can hear would be waited for in vain.
-    logging::error("Unable to hear of the receipt's services. The receipt at %@ is not launched.", receiptPath());
-    return false;
-  }
+void QVNReceiptClient::observeServices(ipc::NotificationObserver& observer) {
   observeService(observer, kQVNInstallationReceiptServiceStartedNotification, receiptServiceNameOfProcess,
                  &QVNReceiptClient::handleReceiptStartNotification);
   observeService(observer, kQVNInstallationStatusServiceStartedNotification, statusServiceNameOfProcess,
@@ -87,7 +93,6 @@ bool QVNReceiptClient::observeServices(ipc::NotificationObserver& observer) {
   logging::debug("----- registered observers on %@ and %@ with object %@",
                  kQVNInstallationReceiptServiceStartedNotification, kQVNInstallationStatusServiceStartedNotification,
                  senderIdentifier());
-  return true;
 }
 
 void QVNReceiptClient::observeService(ipc::NotificationObserver& observer, std::string_view notification,
@@ -103,7 +108,11 @@ void QVNReceiptClient::observeService(ipc::NotificationObserver& observer, std::
 void QVNReceiptClient::handleReceiptStartNotification(const Notification& notification) {
   logging::debug("----- <%@>[%@ handleReceiptStartNotification:%@]", foundation::currentThreadName(), kClassName,
                  notification.description());
-  receiptServiceName_ = announcedService(notification);
+  reachReceipt(announcedService(notification));
+}
+
+void QVNReceiptClient::reachReceipt(std::optional<std::string> serviceName) {
+  receiptServiceName_ = std::move(serviceName);
   receiptProxy_ = QVNInstallationReceiptProxy::ofService(receiptServiceName_);
   exitRunLoopOnProxyInitialized();
 }
@@ -111,11 +120,41 @@ void QVNReceiptClient::handleReceiptStartNotification(const Notification& notifi
 void QVNReceiptClient::handleReceiptStatusStartNotification(const Notification& notification) {
   logging::debug("----- <%@>[%@ handleReceiptStatusStartNotification:%@]", foundation::currentThreadName(), kClassName,
                  notification.description());
-  receiptServiceName_ = announcedService(notification);
+  reachReceiptStatus(announcedService(notification));
+}
+
+void QVNReceiptClient::reachReceiptStatus(std::optional<std::string> serviceName) {
+  receiptServiceName_ = std::move(serviceName);
   receiptStatusProxy_ = QVNInstallationStatusProxy::ofService(receiptServiceName_);
   logging::debug("%s: self.receiptStatusProxy = %@",
                  "handleReceiptStatusStartNotification:", describe(receiptStatusProxy_));
   exitRunLoopOnProxyInitialized();
+}
+
+void QVNReceiptClient::lookForServices() {
+  const std::string status = statusServiceNameOfProcess(process_.processIdentifier());
+  if (!receiptStatusProxy_ && isVended(status)) {
+    logging::debug("Found the service %@, of which nothing was heard.", status);
+    reachReceiptStatus(status);
+  }
+  const std::string receipt = receiptServiceNameOfProcess(process_.processIdentifier());
+  if (!receiptProxy_ && isVended(receipt)) {
+    logging::debug("Found the service %@, of which nothing was heard.", receipt);
+    reachReceipt(receipt);
+  }
+}
+
+bool QVNReceiptClient::isVended(const std::string& serviceName) {
+  const ipc::Vending vending = ipc::vendingUnder(serviceName);
+  if (vending != ipc::Vending::CannotTell) {
+    return vending == ipc::Vending::Yes;
+  }
+  const int number = errno;
+  if (++looksInVain_ >= kMostLooksInVain) {
+    logging::error("Unable to reach the service %@ of the receipt. %s", serviceName, std::strerror(number));
+    runLoopShouldKeepRunning_ = false;
+  }
+  return false;
 }
 
 void QVNReceiptClient::exitRunLoopOnProxyInitialized() {
@@ -171,7 +210,21 @@ bool QVNReceiptClient::shutdownReceiptService() {
     // It lives but cannot be told, so waiting would never end. It ends with this process.
     return false;
   }
-  process_.awaitEnd();
+  return awaitEndOfProcess();
+}
+
+bool QVNReceiptClient::awaitEndOfProcess() {
+  auto lastTold = RunLoop::Clock::now();
+  while (!process_.awaitEnd(RunLoop::kTurn)) {
+    // In case it did not get through.
+    receiptProxy_->shutdownService();
+    if (receiptProxy_->remote().isConnected()) {
+      lastTold = RunLoop::Clock::now();
+    } else if (RunLoop::Clock::now() - lastTold >= kPatienceWithUnreachable) {
+      logging::error("The receipt process %@ cannot be reached.", executablePath());
+      return false;
+    }
+  }
   return true;
 }
 

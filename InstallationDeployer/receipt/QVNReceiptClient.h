@@ -44,7 +44,8 @@ class QVNReceiptClient {
   /// Whether the last message through the proxy was answered; otherwise the proxy is dropped. These launch nothing.
   [[nodiscard]] virtual bool lastReceiptProxyMessageSuccess();
   [[nodiscard]] virtual bool lastReceiptStatusProxyMessageSuccess();
-  /// Ends the receipt process and waits for its exit. False when it could not be told.
+  /// Ends the receipt process and waits for its exit, telling it again while it goes on. False when it could not be
+  /// told.
   [[nodiscard]] virtual bool shutdownReceiptService();
   /// Between these two, states of the receipt process become states of the step. Without a thread that serves watchers
   /// nothing happens.
@@ -52,7 +53,8 @@ class QVNReceiptClient {
   virtual void stopUpdatingCurrentStepStatusFromReceipt();
 
   /// Starts the receipt process and waits, without time limit, until both of its services can be reached or the process
-  /// has ended. False when they cannot be had; what went wrong has been logged.
+  /// has ended. It hears of them, and where it does not it finds them by the process's number. False when they cannot
+  /// be had; what went wrong has been logged.
   bool launchReceiptExecutable();
   /// Called for the start notifications of the receipt process.
   void handleReceiptStartNotification(const ipc::Notification& notification);
@@ -68,9 +70,16 @@ class QVNReceiptClient {
   [[nodiscard]] std::string executablePath() const;
   /// The object of everything that this receipt's process announces.
   [[nodiscard]] std::string senderIdentifier() const;
-  [[nodiscard]] bool observeServices(ipc::NotificationObserver& observer);
+  void observeServices(ipc::NotificationObserver& observer);
   void observeService(ipc::NotificationObserver& observer, std::string_view notification,
                       ServiceNameOfProcess serviceName, ServiceStarted handler);
+  /// Reaches those services that can be reached by their names but were not heard of. Nothing depends on hearing alone.
+  void lookForServices();
+  /// Whether the service can be reached; ends the wait when this process cannot even ask, time and again.
+  [[nodiscard]] bool isVended(const std::string& serviceName);
+  void reachReceipt(std::optional<std::string> serviceName);
+  void reachReceiptStatus(std::optional<std::string> serviceName);
+  [[nodiscard]] bool awaitEndOfProcess();
   [[nodiscard]] bool hasServices() const { return receiptProxy_ && receiptStatusProxy_; }
   void exitRunLoopOnProxyInitialized();
   bool failLaunch();
@@ -84,6 +93,7 @@ class QVNReceiptClient {
   std::optional<std::string> receiptServiceName_;
   ReceiptProcess process_;
   bool runLoopShouldKeepRunning_ = false;
+  int looksInVain_ = 0;
   /// Null while nothing is mirrored. It uses the status proxy, so it ends before that.
   std::unique_ptr<ReceiptStateMirror> mirror_;
 };

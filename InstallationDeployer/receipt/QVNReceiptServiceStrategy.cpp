@@ -35,9 +35,18 @@ bool QVNReceiptServiceStrategy::execute(bool previousSuccess) {
 
 bool QVNReceiptServiceStrategy::startReceiptService() {
   const std::string serviceName = setupReceiptService();
+  if (!installationReceiptService_) {
+    // The installer that waits for it sees this process end.
+    shutdownReceiptService();
+    return failWith();
+  }
   receiptRunLoopShouldKeepRunning_ = true;
   logging::debug("<%@>startReceiptService >> receiptServiceName = %@", foundation::currentThreadName(), serviceName);
-  foundation::RunLoop::current()->runWhile([this] { return receiptRunLoopShouldKeepRunning_; });
+  foundation::RunLoop::current()->runWhile([this] { return receiptRunLoopShouldKeepRunning_ && canBeReached(); });
+  if (receiptRunLoopShouldKeepRunning_) {
+    shutdownReceiptService();
+    return fail("The receipt process can let nobody in: no descriptor is left.");
+  }
   logging::debug("Shutting down service: %@", serviceName);
   logging::debug("exiting main run loop.");
   return true;
@@ -48,11 +57,19 @@ std::string QVNReceiptServiceStrategy::setupReceiptService() {
   logging::debug("<%@>[QVNReceiptServiceStrategy setupReceiptService]\n\treceiptPath = %@\n\tserviceName = %@",
                  foundation::currentThreadName(), controller().installerPath(), serviceName);
   installationReceiptService_ = QVNInstallationReceiptService::serviceWithName(serviceName, *this);
+  if (!installationReceiptService_) {
+    logging::error("Unable to acquire a connection for the receipt service %@", serviceName);
+    return serviceName;
+  }
   const std::string object = receipts_.postingNotificationId();
   logging::debug("----- posting %@ with object: %@", kQVNInstallationReceiptServiceStartedNotification, object);
   ipc::postDistributedNotification(
       serviceAnnouncement(kQVNInstallationReceiptServiceStartedNotification, object, serviceName));
   return serviceName;
+}
+
+bool QVNReceiptServiceStrategy::canBeReached() const {
+  return !installationReceiptService_->isStarved() && receipts_.canBeReached();
 }
 
 void QVNReceiptServiceStrategy::shutdownReceiptService() {

@@ -32,7 +32,7 @@ class QVNReceiptServiceStrategy : public QVNInstallStepStrategy {
   /// Distinguishes what a receipt process announces from what an installer at the same place announces.
   [[nodiscard]] static std::string receiptNotificationIdForBundlePath(std::string_view bundlePath);
 
-  /// Returns when the service has been told to end.
+  /// Returns when the service has been told to end. Fails when the service cannot be vended, or nobody can be let in.
   bool execute(bool previousSuccess) override;
   void setInstallerState(QVNInstallerState state) override;
   /// Progress of the request that is being served; 0 between requests.
@@ -47,8 +47,10 @@ class QVNReceiptServiceStrategy : public QVNInstallStepStrategy {
 
  private:
   bool startReceiptService();
+  /// Vends and announces the service; its name. There is none, with the error in the log, when it cannot be vended.
   [[nodiscard]] std::string setupReceiptService();
   void shutdownReceiptService();
+  [[nodiscard]] bool canBeReached() const;
   /// Runs a step on behalf of a request and takes its state over; its success.
   bool executeActiveStrategy(const std::shared_ptr<QVNInstallStepStrategy>& step);
   void setActiveStrategy(std::shared_ptr<QVNInstallStepStrategy> step);

@@ -19,6 +19,8 @@ class ReceiptContext {
   [[nodiscard]] virtual std::string postingNotificationId() const = 0;
   /// Ends the service for watchers, as a watcher would.
   virtual void shutdownStatusService() = 0;
+  /// Whether watchers can reach this run.
+  [[nodiscard]] virtual bool canBeReached() const { return true; }
 };
 
 }  // namespace deployer

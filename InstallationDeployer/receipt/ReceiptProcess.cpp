@@ -1,6 +1,5 @@
 #include "InstallationDeployer/receipt/ReceiptProcess.h"
 
-#include <chrono>
 #include <utility>
 
 #include "InstallationDeployer/EngineOptions.h"
@@ -36,15 +35,19 @@ bool ReceiptProcess::start(const std::string& executable) {
   return true;
 }
 
-void ReceiptProcess::awaitServices(const bool& areAwaited) {
+void ReceiptProcess::awaitServices(const bool& areAwaited, const std::function<void()>& look) {
   const auto loop = RunLoop::current();
   const foundation::TaskExitSource exit(*loop, *task_);
   bool hasEnded = false;
+  auto lastLook = RunLoop::Clock::now();
   loop->runWhile([&] { return areAwaited && !hasEnded; },
                  [&] {
                    hasEnded = !task_->isRunning();
                    if (hasEnded) {
                      reportEnd("The receipt process %@ ended before its services could be reached (%@).");
+                   } else if (RunLoop::Clock::now() - lastLook >= RunLoop::kTurn) {
+                     lastLook = RunLoop::Clock::now();
+                     look();
                    }
                  });
 }
@@ -62,9 +65,12 @@ bool ReceiptProcess::hasVanished(bool isConnected) {
   return true;
 }
 
-void ReceiptProcess::awaitEnd() {
-  task_->waitUntilExit();
+bool ReceiptProcess::awaitEnd(std::chrono::milliseconds patience) {
+  if (!task_->waitUntilExit(RunLoop::Clock::now() + patience)) {
+    return false;
+  }
   task_.reset();
+  return true;
 }
 
 void ReceiptProcess::reportEnd(std::string_view message) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,9 +24,10 @@ class ReceiptProcess {
   /// 0 when none is started.
   [[nodiscard]] int processIdentifier() const { return task_ ? task_->processIdentifier() : 0; }
 
-  /// Turns the run loop of the thread until one of its sources clears the flag, or the process has ended. One must be
-  /// started.
-  void awaitServices(const bool& areAwaited);
+  /// Turns the run loop of the thread until one of its sources, or the look, clears the flag, or the process has ended.
+  /// One must be started.
+  /// @param look called about every half second while nothing has cleared the flag, for what no source has told.
+  void awaitServices(const bool& areAwaited, const std::function<void()>& look);
 
   /// From now on the end of the process is no surprise.
   void expectEnd() { isEndExpected_ = true; }
@@ -32,8 +35,9 @@ class ReceiptProcess {
   /// @param isConnected whether the last message found a connection. Without one, the end is waited for for a moment,
   /// and being told is no excuse.
   [[nodiscard]] bool hasVanished(bool isConnected);
-  /// Waits for the end of a process that was started and told to end. Afterwards another one can be started.
-  void awaitEnd();
+  /// Waits for the end of a process that was started and told to end, for so long at most. True when it has ended;
+  /// another one can then be started.
+  [[nodiscard]] bool awaitEnd(std::chrono::milliseconds patience);
 
  private:
   void reportEnd(std::string_view message);

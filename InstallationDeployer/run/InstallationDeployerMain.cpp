@@ -65,6 +65,9 @@ int runEngine(const std::vector<std::string>& arguments) {
   }
   logging::debug("configuration.bundlePath = %@", configuration.bundlePath());
 
+  if (configuration.isReceiptMode() || configuration.statusServer()) {
+    logging::beHelper();
+  }
   QVNInstallController controller(std::move(configuration));
   logging::debug("main thread: %@", foundation::currentThreadName());
   if (!becomeRoot()) {

@@ -86,11 +86,20 @@ void QVNInstallController::runSteps() {
   if (installationStatusService_) {
     installationStatusService_->startServer();
   }
+  if (configuration_.isReceiptMode() && !canBeReached()) {
+    // Its installer would wait in vain for what it announces.
+    setInstallerState(QVNInstallerStateFailed);
+    return;
+  }
   failOnException([this] {
     if (haveProductToOneself()) {
       buildAndRunStrategies();
     }
   });
+}
+
+bool QVNInstallController::canBeReached() const {
+  return !installationStatusService_ || installationStatusService_->canBeReached();
 }
 
 void QVNInstallController::shutdownReceiptProcess() {
@@ -111,6 +120,10 @@ void QVNInstallController::shutdownReceiptProcess() {
 void QVNInstallController::completeMainThread() {
   mainThreadComplete_ = true;
   if (installationStatusService_) {
+    if (configuration_.isReceiptMode() && installationStatusService_->runLoopShouldKeepRunning()) {
+      // It ended without having been told to, and its installer sees it end.
+      installationStatusService_->shutdownStatusServer();
+    }
     installationStatusService_->waitForServiceCompletion();
   }
 }

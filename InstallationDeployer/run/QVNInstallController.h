@@ -57,6 +57,7 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   /// The run loop of the thread that serves watchers; null when the run has none.
   [[nodiscard]] std::shared_ptr<foundation::RunLoop> statusServerThread();
   void shutdownStatusService() override;
+  [[nodiscard]] bool canBeReached() const override;
   [[nodiscard]] QVNReceiptClient* getReceiptClientForStrategy(QVNInstallStepStrategy& step) override;
 
   // Parts of a run.

@@ -30,13 +30,38 @@ void QVNInstallationStatusService::startServer() {
     return;
   }
   notificationObject_ = controller_.postingNotificationId();
-  statusServerThread_.emplace(kStatusServerThreadName, [this] {
-    serverRole_.assumeHere();
-    startStatusService();
-  });
+  startThread();
   const foundation::MutexLock lock(lock_);
   while (!startFinished_) {
     runLoopCondition_.wait(lock_);
+  }
+}
+
+void QVNInstallationStatusService::startThread() {
+  try {
+    statusServerThread_.emplace(kStatusServerThreadName, [this] {
+      serverRole_.assumeHere();
+      runThread();
+    });
+  } catch (const std::exception& exception) {
+    logging::error("Unable to start the thread of the installation deployer status service. %@", exception.what());
+    giveUpStart();
+  }
+}
+
+void QVNInstallationStatusService::runThread() noexcept {
+  const EngineLog log;
+  try {
+    startStatusService();
+  } catch (const std::exception& exception) {
+    logging::error("The installation deployer status service cannot go on. %@", exception.what());
+  }
+  // However it ended, nobody waits for this thread any more.
+  connection_.reset();
+  if (serviceStarted_) {
+    stopKeepingRunning();
+  } else {
+    giveUpStart();
   }
 }
 
@@ -62,7 +87,8 @@ void QVNInstallationStatusService::stateUpdatedNotification() {
 void QVNInstallationStatusService::waitForServiceCompletion() {
   logging::debug("self.runLoopShouldKeepRunning = %d", runLoopShouldKeepRunning());
   const foundation::MutexLock lock(lock_);
-  while (runLoopShouldKeepRunning_) {
+  // A watcher who cannot come cannot say that the end was seen.
+  while (runLoopShouldKeepRunning_ && !(startFinished_ && !canBeReached())) {
     runLoopCondition_.wait(lock_);
   }
 }
@@ -105,10 +131,8 @@ void QVNInstallationStatusService::cancelInstallation() { controller_.cancelInst
 void QVNInstallationStatusService::shutdownService() { shutdownStatusServer(); }
 
 void QVNInstallationStatusService::startStatusService() {
-  const EngineLog log;
   if (!setupStatusService()) {
     logging::debug("<%@>startStatusService >> failed to setup status server.", currentThreadName());
-    finishStart(nullptr);
     return;
   }
   // The flag is true since the construction. It is not set again: that could undo a shutdown that came early.
@@ -150,7 +174,11 @@ bool QVNInstallationStatusService::vend() {
 
 void QVNInstallationStatusService::serveUntilShutdown(RunLoop& runLoop) {
   try {
-    runLoop.runWhile([this] { return runLoopShouldKeepRunning(); });
+    runLoop.runWhile([this] { return runLoopShouldKeepRunning(); },
+                     [this] {
+                       serverRole_.assumeHere();
+                       noteStarvation();
+                     });
     // What was asked or announced before the shutdown is still answered and sent.
     runLoop.runUntil(RunLoop::Clock::now());
   } catch (const std::exception& exception) {
@@ -158,10 +186,25 @@ void QVNInstallationStatusService::serveUntilShutdown(RunLoop& runLoop) {
   }
 }
 
+void QVNInstallationStatusService::noteStarvation() {
+  const bool isStarved = connection_->isStarved();
+  if (isStarved && !isStarved_) {
+    logging::error("The installation deployer status service can let nobody in: no descriptor is left.");
+  }
+  const foundation::MutexLock lock(lock_);
+  isStarved_ = isStarved;
+  runLoopCondition_.notifyAll();
+}
+
 void QVNInstallationStatusService::endServerThread() {
   connection_.reset();
   stopKeepingRunning();
   logging::debug("Shutting down service: %@ runLoopActive:%@", serviceName_, runLoopShouldKeepRunning() ? "YES" : "NO");
+}
+
+void QVNInstallationStatusService::giveUpStart() {
+  logging::error("Nobody can watch this run: it ends without waiting for a watcher.");
+  finishStart(nullptr);
 }
 
 void QVNInstallationStatusService::finishStart(std::shared_ptr<RunLoop> runLoop) {

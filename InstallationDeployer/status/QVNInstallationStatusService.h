@@ -35,14 +35,16 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   void startServer();
   /// Announces a change of the run's state. Before the service has started it does nothing.
   void stateUpdatedNotification();
-  /// Waits until the service was told to end. Deliberately for ever when it could not be set up, unless
-  /// shutdownStatusServer() is called.
+  /// Waits until the service was told to end. When it could not be set up, or can let nobody in, there is nobody to
+  /// wait for.
   void waitForServiceCompletion();
   /// Lets the service end, and with it who waits for its completion.
   void shutdownStatusServer();
 
   [[nodiscard]] const std::string& serviceName() const { return serviceName_; }
   [[nodiscard]] bool serviceStarted() const { return serviceStarted_; }
+  /// Whether a watcher can come: the service was set up, and the process has what it takes to let one in.
+  [[nodiscard]] bool canBeReached() const { return serviceStarted_ && !isStarved_; }
   /// True until the service is told to end, also when it could not be set up.
   [[nodiscard]] bool runLoopShouldKeepRunning();
   /// The run loop of the status server thread, also after the service has ended; null before startServer() and when the
@@ -57,14 +59,21 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   void shutdownService() override;
 
  private:
+  void startThread();
+
   // On the status server thread.
-  /// The body of the thread.
+  /// The body of the thread. Ends every wait for it, however it ends.
+  void runThread() noexcept CORVANE_REQUIRES(serverRole_);
   void startStatusService() CORVANE_REQUIRES(serverRole_);
   /// Vends and announces the service. False, with the error in the log, when it cannot be vended.
   [[nodiscard]] bool setupStatusService() CORVANE_REQUIRES(serverRole_);
   [[nodiscard]] bool vend() CORVANE_REQUIRES(serverRole_);
   void serveUntilShutdown(foundation::RunLoop& runLoop);
+  /// Between two turns: tells who waits for the end of the service when nobody can be let in any more.
+  void noteStarvation() CORVANE_REQUIRES(serverRole_);
   void endServerThread() CORVANE_REQUIRES(serverRole_);
+  /// The run goes on unwatched.
+  void giveUpStart();
   /// Lets startServer() return.
   /// @param runLoop null when nothing is served.
   void finishStart(std::shared_ptr<foundation::RunLoop> runLoop);
@@ -77,6 +86,7 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   WatchedRun& controller_;
   std::string notificationObject_;  // set before the thread starts, then constant
   std::atomic<bool> serviceStarted_ = false;
+  std::atomic<bool> isStarved_ = false;
 
   foundation::Mutex lock_;
   foundation::Condition runLoopCondition_;

@@ -1,5 +1,6 @@
 #include "general/foundation/Thread.h"
 
+#include <new>
 #include <utility>
 
 #include "general/foundation/ThreadPrimitives.h"
@@ -24,7 +25,11 @@ const std::string& currentThreadName() { return nameOfThisThread(); }
 
 NamedThread::NamedThread(std::string name, std::function<void()> body)
     : thread_([threadName = std::move(name), run = std::move(body)] {
-        setCurrentThreadName(threadName);
+        try {
+          setCurrentThreadName(threadName);
+        } catch (const std::bad_alloc&) {
+          // It goes without its name.
+        }
         run();
       }) {}
 

@@ -15,6 +15,7 @@ void setCurrentThreadName(const std::string& name);
 /// A thread that names itself before its body runs and is joined on destruction.
 class NamedThread {
  public:
+  /// Throws std::system_error when the system gives no thread. What the body throws ends the process.
   NamedThread(std::string name, std::function<void()> body);
   ~NamedThread();
   NamedThread(NamedThread&&) = default;

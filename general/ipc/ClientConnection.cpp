@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cmath>
 #include <deque>
+#include <thread>
 #include <utility>
 
 #include "general/foundation/Descriptor.h"
@@ -31,6 +32,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr double kDefaultTimeout = 10.0;
 constexpr double kLongestTimeout = 1e9;
+// Where the system cannot wait for a socket.
+constexpr std::chrono::milliseconds kPauseWithoutPoll{10};
 constexpr std::size_t kReadAtOnce = std::size_t{64} * 1024;
 // Enough for all that waits in a socket; who sends on and on does not keep its reader for ever.
 constexpr int kMostPiecesAtOnce = 64;
@@ -43,16 +46,21 @@ Clock::time_point after(double seconds) {
   return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(bounded));
 }
 
-/// Whether the socket became ready before the deadline. Errors count as ready: the next call on the socket tells them.
+/// Whether the socket may be ready before the deadline. Errors count as ready: the next call on the socket tells them.
 bool waitUntil(Clock::time_point deadline, int socket, short events) {
   while (true) {
     pollfd watched{socket, events, 0};
     const int ready = poll(&watched, 1, foundation::millisecondsUntil(deadline));
-    if (ready > 0 || (ready < 0 && errno != EINTR)) {
+    if (ready > 0) {
       return true;
     }
     if (Clock::now() >= deadline) {
       return false;
+    }
+    if (ready < 0 && errno != EINTR) {
+      // Whoever asks finds out what is ready, and comes back.
+      std::this_thread::sleep_for(kPauseWithoutPoll);
+      return true;
     }
   }
 }

@@ -18,6 +18,7 @@
 #include "general/ipc/Message.h"
 #include "general/ipc/ServiceFolder.h"
 #include "general/ipc/ServiceSocket.h"
+#include "general/ipc/SocketErrors.h"
 #include "general/ipc/SocketPrimitives.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
 #include "general/logging/SystemLog.h"
@@ -30,6 +31,9 @@ namespace trusted_folder = foundation::trusted_folder;
 using foundation::Descriptor;
 
 namespace {
+
+// What failed once is no reason to give an observer up.
+constexpr int kMostAttemptsToSend = 3;
 
 std::optional<std::string> frameOf(const Notification& notification) {
   Message message;
@@ -53,20 +57,35 @@ void complain(const std::string& observer, const Notification& notification) {
   logging::error("Unable to notify %@ of %@. %s", observer, notification.name, std::strerror(number));
 }
 
-void sendTo(const std::string& observer, std::string_view frame, const Notification& notification) {
+enum class Delivery { Done, OwnerIsDead, Failed };
+
+/// Failed, with errno set, when another attempt may do better.
+Delivery tryToSendTo(const std::string& observer, std::string_view frame) {
   const Descriptor connection = connectTo(observer, false);
   if (!connection.isOpen()) {
-    if (errno == ECONNREFUSED) {
-      // A socket listens before its name shows, and no name comes twice: its owner is dead.
-      unlink(observer.c_str());
-    } else if (errno != ENOENT) {
-      complain(observer, notification);
-    }
-    return;
+    // A socket listens before its name shows, and no name comes twice.
+    return errno == ECONNREFUSED ? Delivery::OwnerIsDead : meansNoSocket(errno) ? Delivery::Done : Delivery::Failed;
   }
-  if (primitives::userOfPeer(connection.number()) == uid_t{0} &&
-      primitives::sendSome(connection.number(), frame) != static_cast<ssize_t>(frame.size())) {
+  const auto owner = primitives::userOfPeer(connection.number());
+  if (!owner) {
+    return Delivery::Failed;
+  }
+  if (*owner != 0) {
+    return Delivery::Done;
+  }
+  const ssize_t sent = primitives::sendSome(connection.number(), frame);
+  return sent == static_cast<ssize_t>(frame.size()) ? Delivery::Done : Delivery::Failed;
+}
+
+void sendTo(const std::string& observer, std::string_view frame, const Notification& notification) {
+  Delivery delivery = Delivery::Failed;
+  for (int attempt = 0; attempt < kMostAttemptsToSend && delivery == Delivery::Failed; ++attempt) {
+    delivery = tryToSendTo(observer, frame);
+  }
+  if (delivery == Delivery::Failed) {
     complain(observer, notification);
+  } else if (delivery == Delivery::OwnerIsDead) {
+    unlink(observer.c_str());
   }
 }
 

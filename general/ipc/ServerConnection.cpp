@@ -67,6 +67,8 @@ class ServerConnection::Implementation : public std::enable_shared_from_this<Imp
     return true;
   }
 
+  [[nodiscard]] bool isStarved() const { return listener_ && listener_->isStarved(); }
+
   void close() {
     registered_.reset();
     listener_.reset();
@@ -196,5 +198,7 @@ bool ServerConnection::registerName(const std::string& name) { return implementa
 void ServerConnection::sendNotification(const Notification& notification) {
   implementation_->sendNotification(notification);
 }
+
+bool ServerConnection::isStarved() const { return implementation_->isStarved(); }
 
 }  // namespace ipc

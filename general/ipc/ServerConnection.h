@@ -38,6 +38,8 @@ class ServerConnection {
   [[nodiscard]] bool registerName(const std::string& name);
   /// Sends the notification to those peers that asked for notifications.
   void sendNotification(const Notification& notification);
+  /// Whether peers have waited in vain for a while because the process has no descriptor for one more.
+  [[nodiscard]] bool isStarved() const;
 
  private:
   class Implementation;

@@ -7,13 +7,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <exception>
 #include <utility>
 
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/TemporaryNames.h"
 #include "general/ipc/ServiceFolder.h"
+#include "general/ipc/SocketErrors.h"
 #include "general/ipc/SocketPrimitives.h"
 #include "general/logging/SystemLog.h"
 
@@ -25,7 +28,9 @@ using foundation::Descriptor;
 namespace {
 
 constexpr std::string_view kLockName = ".lock";
-constexpr timeval kPatienceWithBusyListener{10, 0};
+constexpr std::chrono::seconds kPatienceWithBusyListener{10};
+// A socket at which nobody listens refuses every time; a call that was disturbed fails once.
+constexpr int kMostAttemptsToConnect = 3;
 
 bool addressOf(const std::string& path, sockaddr_un& address) {
   if (path.size() >= sizeof address.sun_path) {
@@ -38,6 +43,31 @@ bool addressOf(const std::string& path, sockaddr_un& address) {
 }
 
 const sockaddr* generic(const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); }
+
+void waitForBusyListener(int socket) {
+  const timeval patience{kPatienceWithBusyListener.count(), 0};
+  primitives::setBlocking(socket, true);
+  setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+}
+
+/// Not open, with errno set, when this attempt failed.
+Descriptor connectOnce(const sockaddr_un& address, bool wait) {
+  Descriptor connection = primitives::makeSocket();
+  if (!connection.isOpen()) {
+    return {};
+  }
+  if (wait) {
+    waitForBusyListener(connection.number());
+  }
+  if (connect(connection.number(), generic(address), sizeof address) != 0) {
+    const int number = errno;
+    connection.reset();
+    errno = number;
+    return {};
+  }
+  primitives::setBlocking(connection.number(), false);
+  return connection;
+}
 
 void complain(std::string_view what, std::string_view path) {
   const int number = errno;
@@ -63,7 +93,7 @@ std::optional<ServiceFolderLock> ServiceFolderLock::acquire() {
 SocketState stateOfSocket(const std::string& path) {
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0) {
-    return SocketState::Absent;
+    return meansNoSocket(errno) ? SocketState::Absent : SocketState::Alive;
   }
   if (!S_ISSOCK(status.st_mode)) {
     return SocketState::Stale;
@@ -95,10 +125,14 @@ Descriptor listenAt(const std::string& path, mode_t mode, const ServiceFolderLoc
 SocketName::SocketName(std::string path) : path_(std::move(path)) { lstat(path_.c_str(), &status_); }
 
 SocketName::~SocketName() {
-  const auto lock = ServiceFolderLock::acquire();
-  struct stat now {};
-  if (lock && lstat(path_.c_str(), &now) == 0 && now.st_dev == status_.st_dev && now.st_ino == status_.st_ino) {
-    unlink(path_.c_str());
+  try {
+    const auto lock = ServiceFolderLock::acquire();
+    struct stat now {};
+    if (lock && lstat(path_.c_str(), &now) == 0 && now.st_dev == status_.st_dev && now.st_ino == status_.st_ino) {
+      unlink(path_.c_str());
+    }
+  } catch (const std::exception&) {
+    // Too little memory to lock the folder: the name stays and is swept as a stale one.
   }
 }
 
@@ -118,26 +152,31 @@ void sweepStaleSockets(std::string_view folder, const ServiceFolderLock& /*lock*
 
 Descriptor connectTo(const std::string& path, bool wait) {
   sockaddr_un address{};
-  Descriptor connection = primitives::makeSocket();
-  if (!connection.isOpen() || !addressOf(path, address)) {
+  if (!addressOf(path, address)) {
+    errno = ENAMETOOLONG;
     return {};
   }
-  if (wait) {
-    primitives::setBlocking(connection.number(), true);
-    setsockopt(connection.number(), SOL_SOCKET, SO_SNDTIMEO, &kPatienceWithBusyListener,
-               sizeof kPatienceWithBusyListener);
+  const auto deadline = std::chrono::steady_clock::now() + kPatienceWithBusyListener;
+  for (int attempt = 1;; ++attempt) {
+    Descriptor connection = connectOnce(address, wait);
+    if (connection.isOpen() || meansNoSocket(errno) || attempt == kMostAttemptsToConnect ||
+        std::chrono::steady_clock::now() >= deadline) {
+      return connection;
+    }
   }
-  int connected = -1;
-  while ((connected = connect(connection.number(), generic(address), sizeof address)) != 0 && errno == EINTR) {
+}
+
+Vending vendingUnder(std::string_view name) {
+  const auto path = socketPathOfService(name);
+  if (!path) {
+    return Vending::No;
   }
-  if (connected != 0) {
-    const int number = errno;
-    connection.reset();
-    errno = number;
-    return {};
+  const Descriptor connection = connectTo(*path, false);
+  if (connection.isOpen() || isMomentary(errno)) {
+    // One that is too busy to be connected to listens as well.
+    return Vending::Yes;
   }
-  primitives::setBlocking(connection.number(), false);
-  return connection;
+  return meansNoSocket(errno) || errno == ECONNREFUSED ? Vending::No : Vending::CannotTell;
 }
 
 }  // namespace ipc

@@ -35,7 +35,7 @@ class ServiceFolderLock {
 };
 
 enum class SocketState { Absent, Stale, Alive };
-/// Whether somebody listens at the socket.
+/// Whether somebody listens at the socket. One that cannot be asked counts as alive.
 [[nodiscard]] SocketState stateOfSocket(const std::string& path);
 
 /// A socket that listens at the path from now on, replacing what is there; it has its mode before its name shows. Not
@@ -58,8 +58,14 @@ class SocketName {
 /// Removes the sockets of the folder at which nobody listens, unfinished ones included. Under the lock.
 void sweepStaleSockets(std::string_view folder, const ServiceFolderLock& lock);
 
-/// A connection to the socket, non-blocking from then on; not open when nobody listens there. Waits for a listener that
-/// is busy for a bounded time with `wait`, not at all without.
+/// A connection to the socket, non-blocking from then on; not open, with errno set, when nobody listens there. Waits
+/// for a listener that is busy for a bounded time with `wait`, not at all without. One failure is no answer: what was
+/// refused or interrupted is tried again at once, a few times.
 [[nodiscard]] foundation::Descriptor connectTo(const std::string& path, bool wait);
+
+enum class Vending { Yes, No, CannotTell };
+/// Whether somebody vends under the name now, for who waits for that. It cannot tell, with errno set, when this process
+/// lacks what it takes to ask, such as a descriptor. Does not wait.
+[[nodiscard]] Vending vendingUnder(std::string_view name);
 
 }  // namespace ipc

@@ -20,4 +20,9 @@ inline constexpr std::chrono::milliseconds kPauseWithoutDescriptors{500};
   return errorNumber == ECONNABORTED || errorNumber == EINTR;
 }
 
+/// There is no such socket: asking again would find nothing either.
+[[nodiscard]] inline bool meansNoSocket(int errorNumber) {
+  return errorNumber == ENOENT || errorNumber == ENOTDIR || errorNumber == ENAMETOOLONG;
+}
+
 }  // namespace ipc

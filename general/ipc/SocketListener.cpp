@@ -48,8 +48,10 @@ void SocketListener::acceptPeers() {
     }
     Descriptor connection = primitives::acceptFrom(listener_.number());
     if (connection.isOpen()) {
+      pauses_ = 0;
       admit(std::move(connection));
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      pauses_ = 0;
       return;
     } else if (!concernsOneConnection(errno)) {
       pauseAccepting();
@@ -68,6 +70,7 @@ void SocketListener::pauseUntilSomebodyLeaves() {
 }
 
 void SocketListener::pauseAccepting() {
+  ++pauses_;
   accepting_.reset();
   pause_ = loop_->addTimer(kPauseWithoutDescriptors, false, [this] { listen(); });
 }

@@ -50,11 +50,16 @@ class SocketListener {
   void send(PeerId peer, std::string_view content);
   /// Closes the connection once what is queued for the peer has been sent; nothing more is read from it.
   void closeAfterSending(PeerId peer);
+  /// Whether nobody could be let in for a while because the process has no descriptor left, and somebody still waits.
+  [[nodiscard]] bool isStarved() const { return pauses_ >= kPausesOfTheStarved; }
   /// For a handler that turns the run loop, before and after: meanwhile nothing is read, so that no other frame comes.
   void hold() { held_ = true; }
   void resume();
 
  private:
+  // About two seconds.
+  static constexpr int kPausesOfTheStarved = 4;
+
   struct Peer {
     Peer(foundation::Descriptor connection, uid_t peerUser, std::size_t frameSize)
         : socket(std::move(connection)), user(peerUser), reader(frameSize) {}
@@ -91,6 +96,7 @@ class SocketListener {
   Handlers handlers_;
   foundation::RunLoop::Source accepting_;
   foundation::RunLoop::Source pause_;
+  int pauses_ = 0;  // in a row
   bool waitingForRoom_ = false;
   bool held_ = false;
   std::vector<PeerId> putAside_;  // who had something to say meanwhile

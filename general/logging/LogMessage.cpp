@@ -42,4 +42,14 @@ Level LogMessage::level() const {
   return found == kLevelNames.end() ? Level::Debug : static_cast<Level>(found - kLevelNames.begin());
 }
 
+LogMessage messageOfLoss(const LogMessage& latest, std::size_t count, std::string_view where) {
+  LogMessage message;
+  message.set(kSenderKey, latest.value(kSenderKey));
+  message.set(kFacilityKey, latest.value(kFacilityKey));
+  message.setLevel(Level::Warning);
+  message.set(kMessageKey,
+              std::to_string(count).append(" messages could not be written to ").append(where).append("."));
+  return message;
+}
+
 }  // namespace logging

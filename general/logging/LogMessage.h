@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -37,5 +38,8 @@ class LogMessage {
  private:
   std::vector<Entry> entries_;
 };
+
+/// Says under the sender and facility of the latest message how many could not be written, and where to.
+[[nodiscard]] LogMessage messageOfLoss(const LogMessage& latest, std::size_t count, std::string_view where);
 
 }  // namespace logging

@@ -21,8 +21,8 @@ struct LogSocketPaths {
 /// Sends one datagram without waiting. False, with errno set, when the service did not take it.
 [[nodiscard]] bool sendDatagram(const foundation::Descriptor& socket, std::string_view datagram);
 
-/// Hands over what is too long for a datagram as a sealed file in memory, which the journal takes as well. Does nothing
-/// where the system has no such files.
-void sendInMemoryFile(const foundation::Descriptor& socket, std::string_view content);
+/// Hands over what is too long for a datagram as a sealed file in memory, which the journal takes as well. False, with
+/// errno set, when the service did not take it; EMSGSIZE where the system has no such files.
+[[nodiscard]] bool sendInMemoryFile(const foundation::Descriptor& socket, std::string_view content);
 
 }  // namespace logging

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -13,7 +13,7 @@
 #include <new>
 #include <utility>
 
-#include "general/foundation/Mutex.h"
+#include "general/logging/LineOutput.h"
 #include "general/logging/LogSocketPrimitives.h"
 
 namespace logging {
@@ -29,6 +29,10 @@ constexpr const char* kDefaultFacility = "com.corvane.logger";
 constexpr const char* kSecureFacility = "com.corvane.tidewell";
 constexpr std::size_t kSecureBufferSize = 8192;
 constexpr std::size_t kLongestHostName = 256;
+constexpr std::string_view kStandardErrorName = "standard error";
+// Together with those of an engine's helpers, that share its standard error, no more than a second.
+constexpr std::chrono::milliseconds kPatienceWithReaders{400};
+constexpr std::chrono::milliseconds kPatienceOfHelpers{200};
 
 std::atomic<Level> leastUrgentLevel = Level::Debug;
 
@@ -54,21 +58,11 @@ std::tm localTime() {
   return parts;
 }
 
-/// The system keeps one write whole only for some kinds of files and lengths; long messages to a pipe are not.
-foundation::Mutex standardErrorLock;
-
-void writeToStandardError(std::string_view line) {
-  const foundation::MutexLock lock(standardErrorLock);
-  while (!line.empty()) {
-    const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      return;
-    }
-    line.remove_prefix(static_cast<std::size_t>(written));
-  }
+/// One for all threads: the system keeps one write whole only for some kinds of files and lengths.
+LineOutput& standardError() {
+  // Never destroyed: threads may log until the very end.
+  static auto& output = *new LineOutput(STDERR_FILENO, kPatienceWithReaders);
+  return output;
 }
 
 /// Null when there is no memory for a client.
@@ -125,10 +119,25 @@ void Client::send(LogMessage message) const noexcept {
       message.set(kFacilityKey, facility_);
     }
     const LogOrigin origin{localTime(), host_, static_cast<int>(getpid())};
-    writeToStandardError(standardErrorLine(message, origin));
+    standardError().write(standardErrorLine(message, origin), [&](std::size_t dropped) {
+      return standardErrorLine(messageOfLoss(message, dropped, kStandardErrorName), origin);
+    });
     service_.send(message, origin);
   } catch (const std::exception&) {
     return;  // no memory for the text: a message is lost, the run goes on
+  }
+}
+
+void Client::tellDropped() const noexcept {
+  try {
+    LogMessage mine;
+    mine.set(kSenderKey, sender_);
+    const LogOrigin origin{localTime(), host_, static_cast<int>(getpid())};
+    standardError().tellDropped([&](std::size_t dropped) {
+      return standardErrorLine(messageOfLoss(mine, dropped, kStandardErrorName), origin);
+    });
+  } catch (const std::exception&) {
+    return;
   }
 }
 
@@ -170,6 +179,7 @@ void corvanelogger_close() {
   }
   const std::uint32_t previousCount = record->openCount--;
   if (previousCount == 1 && record->client != nullptr) {
+    record->client->tellDropped();
     delete record->client;
     std::free(record);
     pthread_setspecific(g_asl_client_key, nullptr);
@@ -212,6 +222,8 @@ void corvane_secure_log(const char* sender, const char* format, ...) {
     return;
   }
 }
+
+void beHelper() noexcept { standardError().setPatience(kPatienceOfHelpers); }
 
 void setLeastUrgentLevel(Level level) noexcept { leastUrgentLevel = level; }
 

@@ -15,8 +15,11 @@
 ///
 /// Standard error carries `Mmm dd hh:mm:ss host Sender[pid] <Level>: message`; further lines of one message are
 /// indented by a tab and control characters are escaped, so no text from outside can pass for a line of the log.
-/// Messages of several threads do not mix, and each is one write. Logging never fails, never throws and never waits for
-/// the log service.
+/// Messages of several threads do not mix, and each is one write. Logging never fails and never throws.
+///
+/// Who reads slowly is waited for. A standard error or a log service that nobody reads holds the process up for well
+/// below a second in all; from then on it loses messages, and is told how many ("… messages could not be written to …")
+/// once it takes some again.
 namespace logging {
 
 /// An open client of the log service: who speaks, and for which facility. Belongs to the thread that opened it.
@@ -31,6 +34,8 @@ class Client {
   /// Sends the message to the service and to standard error, with the client's sender and facility where it has none.
   void send(LogMessage message) const noexcept;
   void send(Level level, std::string_view text) const noexcept;
+  /// Says on standard error what had to be dropped there, if it can be said now.
+  void tellDropped() const noexcept;
 
  private:
   std::string sender_;
@@ -63,6 +68,9 @@ void corvane_secure_log(const char* sender, const char* format, ...) __attribute
 /// The message that corvane_secure_log sends for a finished text.
 [[nodiscard]] LogMessage secureMessage(std::string_view text);
 
+/// For a process that works for another one and shares its standard error: waits for its reader for a shorter time, so
+/// that all of them together hold a run up for a second at most.
+void beHelper() noexcept;
 /// Drops, in the whole process, what is less urgent than this level. The engine logs everything; this is for commands
 /// that use its code and speak to a person.
 void setLeastUrgentLevel(Level level) noexcept;

@@ -1,5 +1,6 @@
 #include "general/system/SystemProfile.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 
@@ -10,6 +11,8 @@ namespace platform {
 namespace {
 
 using Run = std::array<std::uint8_t, 16>;
+constexpr double kUnknownBootTime = -1.0;
+
 using SecondRun = std::array<std::uint8_t, 8>;
 
 // Chosen at random. Both ends of a connection must have the same ones, across versions too: they never change.
@@ -32,6 +35,16 @@ constexpr SecondRun reversed(const SecondRun& run) {
   return result;
 }
 
+/// The boot does not change while a process lives, and every message needs it. What the system could not tell once it
+/// may tell the next time.
+double bootTimeOnceKnown() {
+  static std::atomic<double> known = kUnknownBootTime;
+  if (known == kUnknownBootTime) {
+    known = systemBootTime();
+  }
+  return known;
+}
+
 ProfileData combine(const Run& run, const SecondRun& second, std::uint8_t key) {
   ProfileData data{};
   for (std::size_t i = 0; i < data.size(); ++i) {
@@ -47,7 +60,7 @@ double systemBootTime() {
   const auto seconds = bootSeconds();
   if (!seconds) {
     std::perror("sysctl");
-    return -1.0;
+    return kUnknownBootTime;
   }
   return static_cast<double>(*seconds);
 }
@@ -58,8 +71,8 @@ ProfileData systemProfileDataFor(double bootTime) {
 
 ProfileData clientProfileDataFor(double bootTime) { return combine(kClientRun, kClientSecondRun, bootByte(bootTime)); }
 
-ProfileData systemProfileData() { return systemProfileDataFor(systemBootTime()); }
+ProfileData systemProfileData() { return systemProfileDataFor(bootTimeOnceKnown()); }
 
-ProfileData clientProfileData() { return clientProfileDataFor(systemBootTime()); }
+ProfileData clientProfileData() { return clientProfileDataFor(bootTimeOnceKnown()); }
 
 }  // namespace platform

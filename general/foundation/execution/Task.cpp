@@ -32,8 +32,24 @@ bool holdsNul(const std::string& text) { return text.find('\0') != std::string::
 
 std::string reason(int errnoValue) { return std::system_category().message(errnoValue); }
 
-[[noreturn]] void refuse(const std::string& program, const std::string& why) {
-  throw TaskLaunchException("cannot launch " + program + ": " + why);
+using Cause = TaskLaunchException::Cause;
+
+[[noreturn]] void refuse(const std::string& program, const std::string& why, Cause cause = Cause::Program) {
+  throw TaskLaunchException("cannot launch " + program + ": " + why, cause);
+}
+
+Cause causeOf(const ChildStart& start) {
+  switch (start.errnoValue) {
+    case ENOENT:
+    case ENOTDIR:
+    case EACCES:
+    case ENOEXEC:
+    case ELOOP:
+    case ENAMETOOLONG:
+      return start.failure == ChildStart::Failure::Resources ? Cause::System : Cause::Program;
+    default:
+      return Cause::System;
+  }
 }
 
 void refuseTextWithNul(const std::string& program, const std::vector<std::string>& arguments,
@@ -64,7 +80,7 @@ std::string failureText(const ChildStart& start, const std::optional<std::string
 Pipe outputPipe(const std::string& program) {
   auto pipe = makePipe();
   if (!pipe || !setNonBlocking(pipe->readEnd)) {
-    refuse(program, reason(errno));
+    refuse(program, reason(errno), Cause::System);
   }
   return std::move(*pipe);
 }
@@ -146,7 +162,7 @@ void Task::launch() {
 
   const ChildStart start = startChild(plan);
   if (start.failure != ChildStart::Failure::None) {
-    refuse(launchPath_, failureText(start, currentDirectory_));
+    refuse(launchPath_, failureText(start, currentDirectory_), causeOf(start));
   }
   outputFile_.reset();
   processIdentifier_ = start.processIdentifier;

@@ -14,7 +14,14 @@ namespace foundation {
 /// A program that could not be started at all; what() says why.
 class TaskLaunchException : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  /// Program: it is missing or cannot be run as it is. System: the system lacked something that it takes to start any.
+  enum class Cause { Program, System };
+  explicit TaskLaunchException(const std::string& why, Cause cause = Cause::Program)
+      : std::runtime_error(why), cause_(cause) {}
+  [[nodiscard]] Cause cause() const { return cause_; }
+
+ private:
+  Cause cause_;
 };
 
 /// One child process. Nothing of the engine's own descriptors reaches it but the three standard ones; ignored signals

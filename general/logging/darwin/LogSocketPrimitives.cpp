@@ -5,6 +5,7 @@
 #include <sys/un.h>
 
 #include <algorithm>
+#include <cerrno>
 
 namespace logging {
 
@@ -34,6 +35,9 @@ bool sendDatagram(const foundation::Descriptor& socket, std::string_view datagra
   return send(socket.number(), datagram.data(), datagram.size(), 0) >= 0;
 }
 
-void sendInMemoryFile(const foundation::Descriptor&, std::string_view) {}
+bool sendInMemoryFile(const foundation::Descriptor&, std::string_view) {
+  errno = EMSGSIZE;
+  return false;
+}
 
 }  // namespace logging

@@ -6,6 +6,7 @@
 #include <sys/un.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 namespace logging {
@@ -47,10 +48,11 @@ bool sendDatagram(const foundation::Descriptor& socket, std::string_view datagra
   return send(socket.number(), datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
 }
 
-void sendInMemoryFile(const foundation::Descriptor& socket, std::string_view content) {
+bool sendInMemoryFile(const foundation::Descriptor& socket, std::string_view content) {
   const foundation::Descriptor file = sealedFile(content);
   if (!file.isOpen()) {
-    return;
+    errno = EMSGSIZE;
+    return false;
   }
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
   msghdr header{};
@@ -62,7 +64,7 @@ void sendInMemoryFile(const foundation::Descriptor& socket, std::string_view con
   rights->cmsg_len = CMSG_LEN(sizeof(int));
   const int number = file.number();
   std::memcpy(CMSG_DATA(rights), &number, sizeof number);
-  [[maybe_unused]] const ssize_t sent = sendmsg(socket.number(), &header, MSG_DONTWAIT | MSG_NOSIGNAL);
+  return sendmsg(socket.number(), &header, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
 }
 
 }  // namespace logging

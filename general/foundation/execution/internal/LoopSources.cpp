@@ -3,6 +3,8 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <thread>
 #include <utility>
 
 namespace foundation {
@@ -11,6 +13,9 @@ namespace {
 
 using std::chrono::milliseconds;
 using TimePoint = LoopSources::Clock::time_point;
+
+// Where the system cannot wait for descriptors.
+constexpr milliseconds kPauseWithoutPoll{10};
 
 TimePoint later(TimePoint start, milliseconds interval) {
   if (interval >= std::chrono::duration_cast<milliseconds>(TimePoint::max() - start)) {
@@ -75,14 +80,20 @@ TimePoint LoopSources::nextDue() const {
   return next;
 }
 
-LoopSources::Ready LoopSources::wait(int waker, int milliseconds) const {
+LoopSources::Ready LoopSources::wait(int waker, int patience) const {
   std::vector<pollfd> watched{{waker, POLLIN, 0}};
   std::vector<Number> sources;
   for (const auto& [source, watch] : watches_) {
     watched.push_back({watch.descriptor, watch.events, 0});
     sources.push_back(source);
   }
-  const bool polled = poll(watched.data(), static_cast<nfds_t>(watched.size()), milliseconds) > 0;
+  const int found = poll(watched.data(), static_cast<nfds_t>(watched.size()), patience);
+  if (found < 0 && errno != EINTR) {
+    // The system cannot wait. Handlers find out themselves what is ready.
+    std::this_thread::sleep_for(std::min(kPauseWithoutPoll, milliseconds(patience)));
+    return {true, std::move(sources)};
+  }
+  const bool polled = found > 0;
   Ready ready{watched.front().revents != 0, {}};
   for (std::size_t i = 0; polled && i < sources.size(); ++i) {
     if (watched[i + 1].revents != 0) {

@@ -46,8 +46,9 @@ class LoopSources {
 
   /// When the first timer is due whose handler does not run right now; the end of all time when there is none.
   [[nodiscard]] Clock::time_point nextDue() const;
-  /// Waits until a watched descriptor or the waker's is ready, at most so long.
-  [[nodiscard]] Ready wait(int waker, int milliseconds) const;
+  /// Waits until a watched descriptor or the waker's is ready, at most so many milliseconds. Where the system cannot
+  /// tell what is ready, all counts as ready after a short pause.
+  [[nodiscard]] Ready wait(int waker, int patience) const;
   /// Runs the handlers of the timers that are due, in the order in which they are. False when there were none.
   bool serveTimers(const LoopTurn& turn);
   /// Runs the handlers of those of the watches that are still there. False when there were none.

@@ -143,15 +143,30 @@ TEST_F(ExternalDeployer, WithoutAProductFails) {
   EXPECT_FALSE(fs::exists(external() + "/process"));
 }
 
-TEST_F(ExternalDeployer, ThatCannotBeHeardIsNotLaunched) {
+TEST_F(ExternalDeployer, ThatCanBeNeitherHeardNorReachedEndsTheStepByItsOwnEnd) {
   fs::create_directory("/var/run/com.corvane.installer");
   ASSERT_EQ(chown("/var/run/com.corvane.installer", 65534, 65534), 0);
   const CapturedLog log;
   EXPECT_FALSE(execute("start,0,await-end"));
   EXPECT_EQ(step().installerState(), QVNInstallerStateFailed);
-  EXPECT_TRUE(
-      log.contains("Error", "Unable to hear of the external deployer in " + external() + ". It is not launched."));
-  EXPECT_FALSE(fs::exists(external() + "/process"));
+  EXPECT_TRUE(log.contains(
+      "Error", "The external deployer " + engine() + " ended before its final state was known (exit status 0)."));
+}
+
+TEST_F(ExternalDeployer, ThatTheSystemCannotStartFailsTheStep) {
+  class WithoutProcesses : public QVNExternalInstallationDeployerStrategy {
+   public:
+    using QVNExternalInstallationDeployerStrategy::QVNExternalInstallationDeployerStrategy;
+    bool launchExternalExecutable(const std::string& /*executable*/, const std::string& /*productName*/) override {
+      throw foundation::TaskLaunchException("no process left", foundation::TaskLaunchException::Cause::System);
+    }
+  };
+  const CapturedLog log;
+  WithoutProcesses step(PropertyList::dictionary({{"BundlePath", external()}, {"ProductName", "start"}}),
+                        "externalDeployer", nullptr, run(), std::make_shared<Plan>());
+  EXPECT_FALSE(step.execute(true));
+  EXPECT_EQ(step.installerState(), QVNInstallerStateFailed);
+  EXPECT_TRUE(log.contains("Error", "Failed to launch external deployer at " + engine() + ". no process left"));
 }
 
 TEST_F(ExternalDeployer, UpdateBeforeAnyStartEndsTheStepWithSuccess) {

@@ -30,6 +30,7 @@ class ReceiptProcessTest : public ::testing::Test {
   [[nodiscard]] std::string engine() const { return directory_.path("engine"); }
   void killEngine() { EXPECT_EQ(kill(process_.processIdentifier(), SIGKILL), 0); }
 
+  static constexpr std::chrono::seconds kLong{60};
   static constexpr const char* kStaysUntilKilled = "read never <>gate";
   tests::TemporaryDirectory directory_;
   ReceiptProcess process_;
@@ -52,7 +53,7 @@ TEST_F(ReceiptProcessTest, AnEngineThatCannotBeStartedIsNamedInTheLog) {
 TEST_F(ReceiptProcessTest, StartsTheEngineAsAReceipt) {
   ASSERT_TRUE(start("echo \"$@\" >arguments"));
   process_.expectEnd();
-  process_.awaitEnd();
+  EXPECT_TRUE(process_.awaitEnd(kLong));
   std::ifstream file(directory_.path("arguments"));
   std::string arguments;
   std::getline(file, arguments);
@@ -65,9 +66,26 @@ TEST_F(ReceiptProcessTest, WaitsForServicesUntilTheFlagIsCleared) {
   bool areAwaited = true;
   const auto timer = foundation::RunLoop::current()->addTimer(std::chrono::milliseconds(1), false,
                                                               [&areAwaited] { areAwaited = false; });
-  process_.awaitServices(areAwaited);
+  process_.awaitServices(areAwaited, [] {});
   EXPECT_FALSE(areAwaited);
   EXPECT_FALSE(process_.hasVanished(true));
+  killEngine();
+}
+
+TEST_F(ReceiptProcessTest, LooksForServicesThatNobodyHeardOf) {
+  ASSERT_TRUE(start(kStaysUntilKilled));
+  bool areAwaited = true;
+  int looks = 0;
+  process_.awaitServices(areAwaited, [&] { areAwaited = ++looks < 2; });
+  EXPECT_EQ(looks, 2);
+  killEngine();
+}
+
+TEST_F(ReceiptProcessTest, OneThatDoesNotEndIsStillStarted) {
+  ASSERT_TRUE(start(kStaysUntilKilled));
+  process_.expectEnd();
+  EXPECT_FALSE(process_.awaitEnd(std::chrono::milliseconds(1)));
+  EXPECT_TRUE(process_.isStarted());
   killEngine();
 }
 
@@ -75,7 +93,7 @@ TEST_F(ReceiptProcessTest, NoWaitForServicesOutlastsTheProcess) {
   const tests::CapturedLog log;
   ASSERT_TRUE(start("exit 3"));
   const bool areAwaited = true;
-  process_.awaitServices(areAwaited);
+  process_.awaitServices(areAwaited, [] {});
   EXPECT_EQ(log.texts("Error"),
             Texts{"The receipt process " + engine() + " ended before its services could be reached (exit status 3)."});
 }

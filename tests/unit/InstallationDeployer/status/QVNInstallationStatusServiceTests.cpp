@@ -117,10 +117,12 @@ TEST_F(StatusService, AnnouncesNothingBeforeItHasStarted) {
   EXPECT_TRUE(log.messages().empty());
 }
 
-TEST_F(StatusService, ThatCannotBeSetUpSaysSoAndStillKeepsTheRunWaiting) {
+TEST_F(StatusService, ThatCannotBeSetUpSaysSoAndIsNotWaitedFor) {
   const tests::CapturedLog log;
   service_.startServer();
   EXPECT_TRUE(log.contains("Error", "Unable to acquire a connection for the installation deployer status service"));
+  EXPECT_TRUE(log.contains("Error", "Nobody can watch this run: it ends without waiting for a watcher."));
+  EXPECT_FALSE(service_.canBeReached());
   EXPECT_TRUE(log.contains("Debug", "<status server thread>startStatusService >> failed to setup status server."));
   EXPECT_FALSE(service_.serviceStarted());
   EXPECT_EQ(service_.statusServerThread(), nullptr);
@@ -128,12 +130,9 @@ TEST_F(StatusService, ThatCannotBeSetUpSaysSoAndStillKeepsTheRunWaiting) {
   service_.stateUpdatedNotification();
   EXPECT_EQ(log.text().find("posting"), std::string::npos);
 
-  std::thread mainThread([this] {
-    const EngineLog engineLog;
-    service_.waitForServiceCompletion();
-  });
+  service_.waitForServiceCompletion();
+  EXPECT_TRUE(service_.runLoopShouldKeepRunning());
   service_.shutdownStatusServer();
-  mainThread.join();
   EXPECT_FALSE(service_.runLoopShouldKeepRunning());
   EXPECT_TRUE(log.contains("Debug", "Setting exit condition for the main run loop"));
 }

@@ -45,4 +45,16 @@ TEST(LogMessage, TakesAnUnknownLevelForDebug) {
   EXPECT_EQ(message.level(), Level::Debug);
 }
 
+TEST(LogMessage, OfALossCountsUnderTheNamesOfTheLatestOne) {
+  LogMessage latest;
+  latest.set(logging::kSenderKey, "engine");
+  latest.set(logging::kFacilityKey, "install");
+  latest.set(logging::kMessageKey, "text");
+  const LogMessage loss = logging::messageOfLoss(latest, 12, "standard error");
+  EXPECT_EQ(loss.value(logging::kSenderKey), "engine");
+  EXPECT_EQ(loss.value(logging::kFacilityKey), "install");
+  EXPECT_EQ(loss.level(), logging::Level::Warning);
+  EXPECT_EQ(loss.value(logging::kMessageKey), "12 messages could not be written to standard error.");
+}
+
 }  // namespace

@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "general/foundation/Descriptor.h"
 #include "general/logging/LogService.h"
@@ -110,7 +112,7 @@ TEST(LogService, TakesAPathThatNoSocketCanHaveForNoService) {
   EXPECT_FALSE(LogService({"", "/" + std::string(200, 'x')}).isConnected());
 }
 
-TEST(LogService, NeverWaitsForAServiceThatDoesNotRead) {
+TEST(LogService, IsNotHeldUpForLongByAServiceThatDoesNotReadAndTellsItWhatItMissed) {
   const tests::TemporaryDirectory directory;
   Listener journal(directory.path("journal"));
   const LogService service({directory.path("journal"), ""});
@@ -124,6 +126,29 @@ TEST(LogService, NeverWaitsForAServiceThatDoesNotRead) {
   }
   EXPECT_GT(received, 0);
   EXPECT_LT(received, kMoreThanAnyQueueHolds);
+  service.send(messageOf("again"), kOrigin);
+  const LogMessage missed = logging::messageOfLoss(
+      messageOf("again"), static_cast<std::size_t>(kMoreThanAnyQueueHolds - received), "the system log");
+  EXPECT_EQ(journal.receive(), logging::journalDatagram(missed, kOrigin));
+  EXPECT_EQ(journal.receive(), logging::journalDatagram(messageOf("again"), kOrigin));
+}
+
+TEST(LogService, WaitsForAServiceThatReadsSlowly) {
+  const tests::TemporaryDirectory directory;
+  Listener journal(directory.path("journal"));
+  const LogService service({directory.path("journal"), ""}, std::chrono::hours(1));
+  constexpr int kMoreThanAnyQueueHolds = 5000;
+  int received = 0;
+  std::thread reader([&] {
+    while (received < kMoreThanAnyQueueHolds) {
+      received += journal.receive() ? 1 : 0;
+    }
+  });
+  for (int i = 0; i < kMoreThanAnyQueueHolds; ++i) {
+    service.send(messageOf("hello"), kOrigin);
+  }
+  reader.join();
+  EXPECT_EQ(journal.receive(), std::nullopt);
 }
 
 TEST(LogService, SurvivesAServiceThatWentAway) {

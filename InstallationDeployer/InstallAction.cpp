@@ -57,11 +57,13 @@ InstallAction InstallRules::decideDirectory(const FileEntry& entry, std::string 
 
 InstallAction InstallRules::decideFile(const FileEntry& entry, std::string path) const {
   constexpr std::string_view kNoSource = "path doesn't exist at %@";
+  const bool isFlushed = owedFiles.contains(entry.path().value_or(""));
   if (const auto external = entry.externalSource()) {
     return {.kind = Kind::ExternalFile,
             .entry = entry,
             .destination = std::move(path),
-            .source = paths::resolve(source, *external)};
+            .source = paths::resolve(source, *external),
+            .isFlushed = isFlushed};
   }
   const auto checksum = entry.checksum();
   if (!checksum) {
@@ -71,7 +73,11 @@ InstallAction InstallRules::decideFile(const FileEntry& entry, std::string path)
   if (!paths::isSingleComponent(*checksum)) {
     return refuse(entry, kNoSource, payload);
   }
-  return {.kind = Kind::PayloadFile, .entry = entry, .destination = std::move(path), .source = std::move(payload)};
+  return {.kind = Kind::PayloadFile,
+          .entry = entry,
+          .destination = std::move(path),
+          .source = std::move(payload),
+          .isFlushed = isFlushed};
 }
 
 }  // namespace deployer

@@ -27,6 +27,7 @@ struct InstallAction {
   std::string destination = {};
   std::string source = {};
   std::string refusal = {};
+  bool isFlushed = false;  ///< the file's content reaches the disk before its name shows
 };
 
 /// What the entries of one component share when they are installed, and the one place that decides what is done with
@@ -39,6 +40,9 @@ struct InstallRules {
   foundation::FileAttributes directoryAttributes;  ///< of directories that no entry describes
   bool keepsModifiableFiles = false;
   std::set<std::string, std::less<>> modifiableFilesToWrite = {};  ///< paths of those that are not kept all the same
+  /// Paths of files that wait elsewhere to be put back. Nothing that a power cut left empty may stand in their place:
+  /// the next run would take it for what the user made since.
+  std::set<std::string, std::less<>> owedFiles = {};
   bool skipsSystemFolder = false;
 
   [[nodiscard]] InstallAction decide(const FileEntry& entry) const;

@@ -70,6 +70,11 @@ bool FileInstaller::write(const PayloadFileReader::Content& content, const Insta
     return written ? logFailure("Unable to set attributes on file: %@\n%@", path, prepared.error())
                    : logFailure("Error writing: %@ (%@)", prepared.error(), path);
   }
+  if (action.isFlushed) {
+    if (auto flushed = prepared->flush(); !flushed) {
+      return logFailure("Error writing: %@ (%@)", flushed.error(), path);
+    }
+  }
   if (auto published = std::move(*prepared).publish(); !published) {
     return logFailure("Error writing: %@ (%@)", published.error(), path);
   }

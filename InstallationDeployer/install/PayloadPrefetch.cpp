@@ -166,7 +166,8 @@ std::optional<PreparedFile> PayloadPrefetch::prepare(const InstallAction& action
     return std::nullopt;
   }
   auto prepared = PreparedFile::prepare(action.destination, content->bytes(), action.entry.attributes(), place);
-  return prepared ? std::optional(std::move(prepared).value()) : std::nullopt;
+  const bool isReady = prepared && (!action.isFlushed || prepared->flush());
+  return isReady ? std::optional(std::move(prepared).value()) : std::nullopt;
 }
 
 }  // namespace deployer

@@ -83,6 +83,8 @@ bool QVNInstallComponentsStrategy::InstallComponents(const Names& components) {
   InstallRules rules = rulesFor({}, controller().installerRootPath(), configuration().targetPath().value_or(""));
   rules.keepsModifiableFiles = configuration().hasInstallerReceipt();
   rules.modifiableFilesToWrite = controller().changes().modifiableFilesToWrite();
+  const auto& owed = controller().changes().owedFiles();
+  rules.owedFiles = {owed.begin(), owed.end()};
   for (const std::string& component : components) {
     rules.component = component;
     if (!installComponent(rules)) {

@@ -53,18 +53,19 @@ Status makeParent(const std::string& target) {
   return opened ? Status() : Status(opened.error());
 }
 
-/// A plain file is opened as such, so that nobody can put a link in its place meanwhile.
+/// A plain file is opened as such, so that nobody can put a link in its place meanwhile. The copy shows when its
+/// content is on the disk: whoever finds an empty one in its place would take that for what the user made of it.
 Status copyPlainFile(const std::string& source, const ItemStatus& attributes, const std::string& target) {
   foundation::FileBuffer buffer;
   const auto content = files::readItself(source, buffer);
   if (!content) {
     return content.error();
   }
-  return files::writeAtomically(*content, target,
-                                FileAttributes{.owner = attributes.owner,
-                                               .group = attributes.group,
-                                               .permissions = attributes.permissions,
-                                               .modificationNanoseconds = attributes.modificationNanoseconds});
+  return files::writeDurably(*content, target,
+                             FileAttributes{.owner = attributes.owner,
+                                            .group = attributes.group,
+                                            .permissions = attributes.permissions,
+                                            .modificationNanoseconds = attributes.modificationNanoseconds});
 }
 
 }  // namespace

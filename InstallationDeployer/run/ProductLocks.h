@@ -1,7 +1,9 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -41,7 +43,12 @@ class ProductLocks {
   [[nodiscard]] Outcome acquire(const ProductNames& products, const std::function<bool()>& cancelled);
   /// Whether any acquire() so far had to wait.
   [[nodiscard]] bool hasWaited() const { return hasWaited_; }
-  void release() { locks_.clear(); }
+  /// The process that keeps others from the product on behalf of this one; nothing when this one does it itself.
+  [[nodiscard]] std::optional<int> holderBefore(std::string_view product) const;
+  void release() {
+    locks_.clear();
+    holdersBefore_.clear();
+  }
 
  private:
   enum class Attempt { Locked, HeldByOther, Failed };
@@ -50,6 +57,7 @@ class ProductLocks {
   void announceWait(int holder, const std::string& product);
 
   std::vector<std::unique_ptr<ipc::ProcessLock>> locks_;
+  std::map<std::string, int, std::less<>> holdersBefore_;
   std::set<std::pair<int, std::string>> announced_;
   bool hasWaited_ = false;
 };

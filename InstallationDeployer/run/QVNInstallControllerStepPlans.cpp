@@ -55,7 +55,7 @@ void QVNInstallController::buildAndRunStrategies() {
   if (hasFailed()) {
     return;
   }
-  if (!journal().open()) {
+  if (!journal().open(productLocks_.holderBefore(productName()))) {
     setInstallerState(QVNInstallerStateFailed);
     return;
   }

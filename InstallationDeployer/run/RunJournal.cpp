@@ -65,15 +65,19 @@ Names componentsThatShareFiles(const ChangeJournal& journal, QVNInstallerManifes
 RunJournal::RunJournal(const QVNInstallConfiguration& configuration, QVNInstallerManifest& manifest, JournalStore store)
     : configuration_(configuration), manifest_(manifest), store_(std::move(store)) {}
 
-bool RunJournal::open() {
-  if (!changesProduct()) {
+bool RunJournal::open(std::optional<int> outerRun) {
+  if (!writesJournal()) {
     return true;
   }
   const auto found = store_.read(product());
   if (!found) {
     return setAside(found.error());
   }
-  return !found->has_value() || weigh(**found);
+  if (!found->has_value()) {
+    return true;
+  }
+  isPartOfOuterRun_ = outerRun == (*found)->process;
+  return isPartOfOuterRun_ || weigh(**found);
 }
 
 bool RunJournal::weigh(const ChangeJournal& found) {
@@ -158,7 +162,7 @@ void RunJournal::noteInstalled(const PropertyList& componentsAndVersions) {
 }
 
 bool RunJournal::begin(const Names& components) {
-  if (!changesProduct()) {
+  if (!writesJournal()) {
     return true;
   }
   Names announced = components;

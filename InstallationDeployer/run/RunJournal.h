@@ -26,7 +26,9 @@ class RunJournal : public ChangeRecord {
   /// Looks for the journal of an interrupted run of the product and says in the log what it finds. One that makes no
   /// sense is set aside, and then everything counts as half changed. False, and an error in the log, when it cannot be
   /// read or set aside.
-  [[nodiscard]] bool open();
+  /// @param outerRun the process that has the product to itself and started this run as a part of its own, if any. Its
+  /// journal stands for both.
+  [[nodiscard]] bool open(std::optional<int> outerRun = std::nullopt);
   /// Whether an interrupted run treated its install as an update of another product, which may be gone by now.
   [[nodiscard]] bool continuesUpdate() const { return interrupted_ && interrupted_->treatedAsUpdate; }
 
@@ -44,7 +46,9 @@ class RunJournal : public ChangeRecord {
   }
 
  private:
-  [[nodiscard]] bool changesProduct() const { return configuration_.install() || configuration_.remove(); }
+  [[nodiscard]] bool writesJournal() const {
+    return (configuration_.install() || configuration_.remove()) && !isPartOfOuterRun_;
+  }
   [[nodiscard]] std::string product() const { return configuration_.productName().value_or(""); }
   [[nodiscard]] bool weigh(const ChangeJournal& found);
   void takeOver(ChangeJournal found);
@@ -63,6 +67,7 @@ class RunJournal : public ChangeRecord {
   Names damagedComponents_;
   std::set<std::string, std::less<>> announced_;
   std::set<std::string, std::less<>> modifiableFilesToWrite_;
+  bool isPartOfOuterRun_ = false;
   bool isWritten_ = false;
 };
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -232,6 +233,26 @@ TEST_F(RunJournalTest, ThatCannotBeReadFailsTheRun) {
   const CapturedLog log;
   EXPECT_FALSE(makeJournal()->open());
   EXPECT_TRUE(mentions(log, "Unable to read the journal " + store().pathFor(product_)));
+}
+
+TEST_F(RunJournalTest, OfTheRunThatThisOneIsAPartOfStaysAsItIs) {
+  interruptAnInstall();
+  writeFile(path("product/core"), "just installed by the outer run");
+  const auto journal = makeJournal();
+  ASSERT_TRUE(journal->open(getpid()));
+  EXPECT_TRUE(journal->damagedComponents().empty());
+  ASSERT_TRUE(journal->begin({"Core"}));
+  EXPECT_TRUE(journal->finish());
+  EXPECT_TRUE(isOnDisk());
+  EXPECT_TRUE(fs::exists(path("product/core")));
+}
+
+TEST_F(RunJournalTest, OfAnEarlierRunIsPutRightByTheRunThatIsAPartOfAnotherOne) {
+  interruptAnInstall();
+  const CapturedLog log;
+  const auto journal = makeJournal();
+  ASSERT_TRUE(journal->open(getppid()));
+  EXPECT_EQ(journal->damagedComponents(), (Names{"Core", "Tools"}));
 }
 
 TEST_F(RunJournalTest, RemembersThatAnUpdateIsContinued) {

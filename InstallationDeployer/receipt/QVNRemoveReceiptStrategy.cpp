@@ -1,6 +1,7 @@
 #include "InstallationDeployer/receipt/QVNRemoveReceiptStrategy.h"
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include "InstallationDeployer/FolderContents.h"
 #include "InstallationDeployer/receipt/ReceiptLeftovers.h"
 #include "InstallationDeployer/receipt/ReceiptLock.h"
+#include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/TemporaryNames.h"
 
@@ -16,9 +18,12 @@ namespace deployer {
 using foundation::Result;
 using foundation::Status;
 namespace files = foundation::files;
+namespace paths = foundation::paths;
 namespace temporary_names = foundation::temporary_names;
 
 namespace {
+
+constexpr std::string_view kSystemVolume = "/";
 
 Result<bool> holdsOtherReceipts(const std::string& receiptLocation, const std::string& own) {
   auto listing = files::contentsOfDirectory(receiptLocation);
@@ -45,10 +50,27 @@ bool QVNRemoveReceiptStrategy::work() {
   if (!lock) {
     return failWith();
   }
+  // A receipt goes once what it lists is gone for good, and the journal once the receipt is: no power cut may bring
+  // files back that nobody knows of any more.
+  if (!putOnDisk()) {
+    return false;
+  }
   if (const Status removed = removeReceipts(); !removed) {
     return fail("Unable to remove receipt at %@\n\terror: %@", configuration().receiptDirectory(), removed.error());
   }
+  if (!putOnDisk()) {
+    return false;
+  }
   return controller().changes().finish() || failWith();
+}
+
+bool QVNRemoveReceiptStrategy::putOnDisk() {
+  for (const std::string& folder : {std::string(kSystemVolume), paths::deleteLastComponent(kQVNInstallerReceiptPath)}) {
+    if (const Status flushed = files::flushFileSystem(folder); !flushed && !flushed.error().isNoSuchFile()) {
+      return fail("Failed to put on disk what was removed at %@. %@", folder, flushed.error());
+    }
+  }
+  return true;
 }
 
 Status QVNRemoveReceiptStrategy::removeReceipts() {

@@ -18,6 +18,7 @@ class QVNRemoveReceiptStrategy : public QVNInstallStepStrategy {
 
  private:
   [[nodiscard]] bool work() override;
+  [[nodiscard]] bool putOnDisk();
   [[nodiscard]] foundation::Status removeReceipts();
   [[nodiscard]] foundation::Status removeReceiptDirectory();
 };

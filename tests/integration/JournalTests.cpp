@@ -1,4 +1,5 @@
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <string>
 #include <string_view>
@@ -6,6 +7,7 @@
 #include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/integration/PairInRoot.h"
+#include "tests/support/KilledRun.h"
 #include "tests/support/Snapshot.h"
 
 namespace tests {
@@ -86,6 +88,24 @@ TEST_F(JournalOfARun, ThatMakesNoSenseIsSetAsideAndEverythingThatIsKnownIsPutRig
   machine().putBack("left");
   EXPECT_EQ(machine().remove().exitCode, 0);
   EXPECT_FALSE(machine().hasReceipt());
+}
+
+TEST_F(JournalOfARun, OfARemovalAndItsReceiptOutliveWhatTheyStandForUntilItIsGoneFromTheDisk) {
+  if (const auto reason = support::KilledRun::whyImpossible()) {
+    GTEST_SKIP() << *reason;
+  }
+  machine().begin(Start::First);
+  machine().keep("installed");
+  support::KillMoment flush;
+  flush.calls = {SYS_syncfs};
+  ASSERT_TRUE(support::KilledRun::run(root(), PairMachine::removeCommand(), flush).reached);
+  EXPECT_FALSE(root().exists(ProductPair::kTool));
+  EXPECT_TRUE(machine().hasReceipt());
+  machine().putBack("installed");
+  flush.number = 3;
+  ASSERT_TRUE(support::KilledRun::run(root(), PairMachine::removeCommand(), flush).reached);
+  EXPECT_FALSE(machine().hasReceipt());
+  EXPECT_TRUE(machine().hasJournal());
 }
 
 TEST_F(JournalOfARun, ThatCannotBeWrittenLeavesTheMachineAsItIs) {

@@ -164,6 +164,10 @@ Result<bool> InterruptedFilesRemoval::staysWithItsUser(const std::string& path, 
   if (!content) {
     return content.error();
   }
+  if (content->empty() && !place.written.empty()) {
+    // What a power cut leaves of a file whose name was on the disk before its data.
+    return false;
+  }
   return std::ranges::find(place.written, QVNInstallerChecksum::generateSHA256(*content)) == place.written.end();
 }
 

@@ -127,6 +127,16 @@ TEST_F(InterruptedFiles, ThatAFirstInstallWroteGoWhileNobodyChangedThem) {
   EXPECT_TRUE(exists("edited"));
 }
 
+TEST_F(InterruptedFiles, OfWhichAPowerCutLeftTheNameAloneGo) {
+  box_.write("settings", "");
+  box_.write("never-written", "");
+  removal_.addPlaced(manifestOf({entry(at("settings"), joined(modifiable(), holding("default")))}), true);
+  removal_.addRemoved(manifestOf({entry(at("never-written"), modifiable())}));
+  remove();
+  EXPECT_FALSE(exists("settings"));
+  EXPECT_TRUE(exists("never-written"));
+}
+
 TEST_F(InterruptedFiles, ThatAnUpgradeNeverWritesStayEvenWithTheDefaultContent) {
   box_.write("settings", "default");
   removal_.addPlaced(manifestOf({entry(at("settings"), joined(modifiable(), holding("default")))}), false);

@@ -127,7 +127,7 @@ bool QVNRestoreCacheComponentStrategy::copyFile(const std::string& cached, const
   foundation::GuardedRemoval removal;
   const auto type = removal.typeOf(target);
   if (!type) {
-    return fail("Unable to remove file. %@", type.error());
+    return fail("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", type.error());
   }
   if (*type == foundation::FileType::Directory) {
     if (const Status removed = removal.removeItem(target); !removed && !removed.error().isNoSuchFile()) {

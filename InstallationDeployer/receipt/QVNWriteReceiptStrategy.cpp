@@ -28,6 +28,9 @@ namespace paths = foundation::paths;
 namespace {
 
 constexpr std::array kExecutables = {kQVNInstallerFrontEndName, kQVNInstallationDeployerName};
+/// Where everything lies that later runs need, below a bundle.
+constexpr std::array<std::string_view, 3> kNeededFolders = {"/Contents/Install/Manifests/", "/Contents/Install/Root/",
+                                                            "/Contents/MacOS/"};
 /// Name below the temporary folder under which the receipt that is being replaced awaits its removal.
 constexpr std::string_view kReplacedReceiptName = "Replaced.app";
 
@@ -124,7 +127,8 @@ bool QVNWriteReceiptStrategy::validateContents() {
   const bool holdsExecutables =
       comparison.isSame(std::string(kQVNInstallationDeployerPath)) &&
       comparison.isSameIfPresent(paths::append(kQVNExecutablesPath, kQVNInstallerFrontEndName));
-  isWhole_ = holdsManifests(comparison) && holdsExecutables && holdsPayload(comparison) && requireReadManifests();
+  isWhole_ = holdsManifests(comparison) && holdsExecutables && holdsPayload(comparison) && holdsWhatWasCopied() &&
+             requireReadManifests();
   return isWhole_ || failWith();
 }
 
@@ -136,6 +140,16 @@ bool QVNWriteReceiptStrategy::holdsManifests(ReceiptComparison& comparison) {
     holdsAll = comparison.isSameIfPresent(paths::append(folder, name)) && holdsAll;
   }
   return holdsAll;
+}
+
+bool QVNWriteReceiptStrategy::holdsWhatWasCopied() {
+  // What lies elsewhere in the bundle is nothing that a later run needs.
+  const auto isNeeded = [](const std::string& path) {
+    return std::ranges::any_of(kNeededFolders, [&](std::string_view folder) { return path.starts_with(folder); });
+  };
+  const auto failed = std::ranges::find_if(failedCopies_, isNeeded);
+  return failed == failedCopies_.end() ||
+         fail("Receipt incomplete. It does not hold the bundle's %@: it could not be copied.", failed->substr(1));
 }
 
 bool QVNWriteReceiptStrategy::holdsPayload(const ReceiptComparison& comparison) {
@@ -237,7 +251,12 @@ bool QVNWriteReceiptStrategy::copySourceDirectoryContents(const std::string& sou
   const std::string root = paths::append(source, "");
   const std::string excludedPath(excludePayloadContents ? kQVNPayloadRootPath : "");
   return manifest().walkDirectory(root, "", excludedPath, [&](const std::string& path, bool isDirectory) {
-    return copyFile(path.substr(root.size()), root, to, fileAttributes, directoryAttributes, isDirectory);
+    std::string relativePath = path.substr(root.size());
+    const bool copied = copyFile(relativePath, root, to, fileAttributes, directoryAttributes, isDirectory);
+    if (!copied) {
+      failedCopies_.push_back(std::move(relativePath));
+    }
+    return copied;
   });
 }
 

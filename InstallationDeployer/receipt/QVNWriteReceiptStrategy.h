@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "InstallationDeployer/receipt/ReceiptComparison.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
@@ -50,6 +51,7 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
   bool makeStagingFolder(const std::string& bundlePath);
   bool makeExecutablesRunnable();
   [[nodiscard]] bool holdsManifests(ReceiptComparison& comparison);
+  [[nodiscard]] bool holdsWhatWasCopied();
   [[nodiscard]] bool holdsPayload(const ReceiptComparison& comparison);
   [[nodiscard]] Plan componentsOfLaterRuns();
   [[nodiscard]] bool carriesPayload();
@@ -63,6 +65,7 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
 
   foundation::FileBuffer buffer_;
   bool isWhole_ = true;
+  std::vector<std::string> failedCopies_;  // below the bundle, with a slash before
 };
 
 }  // namespace deployer

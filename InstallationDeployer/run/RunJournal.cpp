@@ -6,7 +6,6 @@
 
 #include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/ManifestKeys.h"
-#include "InstallationDeployer/QVNInstallerState.h"
 #include "InstallationDeployer/installed/ComponentCache.h"
 #include "InstallationDeployer/journal/JournalStanding.h"
 #include "InstallationDeployer/run/InterruptedRunRecovery.h"
@@ -85,7 +84,7 @@ bool RunJournal::weigh(const ChangeJournal& found) {
   if (configuration_.hasInstallerReceipt()) {
     QVNInstallerManifest receipt(configuration_.receiptPath());
     versionsNow = versionsIn(receipt, product());
-    if (receipt.installerState() != QVNInstallerStateSuccess) {
+    if (receipt.couldNotRead()) {
       return false;
     }
   }
@@ -227,6 +226,10 @@ bool RunJournal::write() {
   journal_.begunAt = foundation::secondsSince2001Now();
   journal_.treatedAsUpdate = journal_.treatedAsUpdate || configuration_.treatAsUpdate();
   const PropertyList versions = versionsIn(manifest_, product());
+  if (manifest_.couldNotRead()) {
+    // By wrong versions the next run would take the journal for one that was overtaken.
+    return false;
+  }
   if (journal_.operation == ChangeJournal::Operation::Remove) {
     journal_.versionsBefore = versions;
   } else {

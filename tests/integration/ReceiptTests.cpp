@@ -257,6 +257,19 @@ INSTANTIATE_TEST_SUITE_P(
                       Gap{"rm Install/Root/Core/abc", "Install/Root/Core/abc"},
                       Gap{"printf x > Install/Root/Core/abc", "Install/Root/Core/abc"}));
 
+TEST_F(Receipt, OneForWhichSomethingCouldNotBeCopiedThatLaterRunsNeedDoesNotTakeTheOldOnesPlace) {
+  makeBundle(true);
+  makeOldReceipt();
+  const Snapshot before = root().snapshot(kFolder);
+  const std::string folder = std::string(kBundle) + "/Contents/Install/Root/Other";
+  ASSERT_TRUE(root().shell("mkdir '" + folder + "' && mkfifo '" + folder + "/pipe'").succeeded());
+  const Outcome outcome = writeReceipt();
+  EXPECT_EQ(outcome.standardOutput, kFailed) << outcome.standardError;
+  EXPECT_TRUE(loggedBeginning(outcome, "Error",
+                              "Receipt incomplete. It does not hold the bundle's Contents/Install/Root/Other/pipe: "));
+  EXPECT_EQ(root().snapshot(kFolder), before);
+}
+
 TEST_F(Receipt, OneThatIsNotWholeLeavesNoFolderOfAFirstInstallation) {
   const Outcome outcome =
       writeReceipt({"--before-publishing", "rm '" + kStaging + "/Contents/Install/Manifests/Core.plist'", "Core"});

@@ -29,8 +29,7 @@ namespace {
 
 constexpr std::array kExecutables = {kQVNInstallerFrontEndName, kQVNInstallationDeployerName};
 /// Where everything lies that later runs need, below a bundle.
-constexpr std::array<std::string_view, 3> kNeededFolders = {"/Contents/Install/Manifests/", "/Contents/Install/Root/",
-                                                            "/Contents/MacOS/"};
+constexpr std::array kNeededFolders = {kQVNManifestDirectoryPath, kQVNPayloadRootPath, kQVNExecutablesPath};
 /// Name below the temporary folder under which the receipt that is being replaced awaits its removal.
 constexpr std::string_view kReplacedReceiptName = "Replaced.app";
 
@@ -145,11 +144,13 @@ bool QVNWriteReceiptStrategy::holdsManifests(ReceiptComparison& comparison) {
 bool QVNWriteReceiptStrategy::holdsWhatWasCopied() {
   // What lies elsewhere in the bundle is nothing that a later run needs.
   const auto isNeeded = [](const std::string& path) {
-    return std::ranges::any_of(kNeededFolders, [&](std::string_view folder) { return path.starts_with(folder); });
+    return std::ranges::any_of(kNeededFolders, [&](std::string_view folder) {
+      return path == folder || path.starts_with(std::string(folder) + "/");
+    });
   };
   const auto failed = std::ranges::find_if(failedCopies_, isNeeded);
   return failed == failedCopies_.end() ||
-         fail("Receipt incomplete. It does not hold the bundle's %@: it could not be copied.", failed->substr(1));
+         fail("Receipt incomplete. It does not hold the bundle's %@: it could not be copied.", *failed);
 }
 
 bool QVNWriteReceiptStrategy::holdsPayload(const ReceiptComparison& comparison) {
@@ -251,10 +252,10 @@ bool QVNWriteReceiptStrategy::copySourceDirectoryContents(const std::string& sou
   const std::string root = paths::append(source, "");
   const std::string excludedPath(excludePayloadContents ? kQVNPayloadRootPath : "");
   return manifest().walkDirectory(root, "", excludedPath, [&](const std::string& path, bool isDirectory) {
-    std::string relativePath = path.substr(root.size());
+    const std::string relativePath = path.substr(root.size());
     const bool copied = copyFile(relativePath, root, to, fileAttributes, directoryAttributes, isDirectory);
     if (!copied) {
-      failedCopies_.push_back(std::move(relativePath));
+      failedCopies_.push_back(relativePath.substr(1));
     }
     return copied;
   });

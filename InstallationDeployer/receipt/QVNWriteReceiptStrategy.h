@@ -65,7 +65,7 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
 
   foundation::FileBuffer buffer_;
   bool isWhole_ = true;
-  std::vector<std::string> failedCopies_;  // below the bundle, with a slash before
+  std::vector<std::string> failedCopies_;  // paths below the bundle
 };
 
 }  // namespace deployer

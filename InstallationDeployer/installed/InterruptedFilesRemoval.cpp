@@ -27,7 +27,7 @@ namespace {
 
 /// Missing by now is as good as removed.
 Status asStatus(const foundation::Error& error) { return error.isNoSuchFile() ? Status() : Status(error); }
-Status removed(Status status) { return status ? status : asStatus(status.error()); }
+Status removed(const Status& status) { return status ? Status() : asStatus(status.error()); }
 
 }  // namespace
 

@@ -132,7 +132,7 @@ Result<bool> JournalStore::anotherOwesFiles(std::string_view product) const {
     if (name == own || !name.ends_with(kExtension)) {
       continue;
     }
-    const auto owes = owesFiles(paths::append(folder_, name));
+    auto owes = owesFiles(paths::append(folder_, name));
     if (!owes || *owes) {
       return owes;
     }

@@ -1,8 +1,14 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <csignal>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <tuple>
 
+#include "general/foundation/Descriptor.h"
 #include "tests/integration/PairInRoot.h"
 
 namespace tests {
@@ -45,14 +51,16 @@ class InterruptedRun : public PairInRoot {
     auto command = PairMachine::installCommand(version);
     command.emplace_back("--ui");
     auto engine = root().start(command);
-    ASSERT_TRUE(engine.waitForStandardError("launching /Library/Guard/configure")) << engine.standardErrorSoFar();
+    // The engine says that it launches the program before it does.
+    const foundation::Descriptor gate = gateOfWaitingProgram(engine);
+    ASSERT_TRUE(gate.isOpen()) << engine.standardErrorSoFar();
     if (interruption == Interruption::Killed) {
       engine.kill(SIGKILL);
       static_cast<void>(engine.wait());
     } else {
       tell(engine, "cancel");
     }
-    ASSERT_TRUE(root().shell("echo >" + std::string(ProductPair::kProgramWaits)).succeeded());
+    ASSERT_EQ(write(gate.number(), "\n", 1), 1);
     if (interruption == Interruption::Cancelled) {
       ASSERT_TRUE(engine.waitForStandardError("self.runLoopShouldKeepRunning = 1")) << engine.standardErrorSoFar();
       tell(engine, "shutdown");
@@ -60,6 +68,17 @@ class InterruptedRun : public PairInRoot {
     }
     ASSERT_TRUE(root().shell("rm " + std::string(ProductPair::kProgramWaits)).succeeded());
     machine().waitUntilQuiet();
+  }
+  /// Open once the program waits at it; not open when the engine ended before.
+  foundation::Descriptor gateOfWaitingProgram(support::RunningProgram& engine) {
+    const std::string path = root().path(ProductPair::kProgramWaits);
+    while (true) {
+      foundation::Descriptor gate(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+      if (gate.isOpen() || errno != ENXIO || !engine.isRunning()) {
+        return gate;
+      }
+      std::this_thread::yield();
+    }
   }
   void expectWholeAfter(Start start, Way way) {
     SCOPED_TRACE("then " + tests::nameOf(way));

@@ -11,7 +11,6 @@ namespace deployer {
 namespace {
 
 using Kind = InstallAction::Kind;
-using foundation::PropertyList;
 
 /// The rules of a component Core that is installed below /target.
 class InstallActionTest : public ::testing::Test, protected tests::PropertyLists {

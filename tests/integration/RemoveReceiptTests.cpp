@@ -124,8 +124,8 @@ class RemoveStuckReceipt : public RemoveReceipt {
     if (!root().exists(setpriv)) {
       root().copyIn(setpriv, setpriv);
     }
-    const Outcome outcome = root().run({setpriv, "--bounding-set=-dac_override,-dac_read_search", "--", kDriver,
-                                        "remove-receipt", kReceipt, kProduct});
+    Outcome outcome = root().run({setpriv, "--bounding-set=-dac_override,-dac_read_search", "--", kDriver,
+                                  "remove-receipt", kReceipt, kProduct});
     EXPECT_EQ(outcome.standardOutput, kFailed);
     EXPECT_TRUE(
         loggedBeginning(outcome, "Error", "Unable to remove receipt at " + kFolder + "\n\terror: Error Domain="))

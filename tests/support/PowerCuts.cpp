@@ -41,7 +41,7 @@ constexpr int kSkipped = 77;
 constexpr const char* kUsage =
     "usage: power-cuts --file-system TYPE [--flow NAME] [--moments NUMBER] [--seed NUMBER] [--folder FOLDER]\n"
     "  flows: install upgrade downgrade removal cross-grade; without a name all of them\n";
-constexpr std::uint64_t kMebibyte = 1024 * 1024;
+constexpr std::uint64_t kMebibyte = std::uint64_t{1024} * 1024;
 /// One run in so many comes to its end before the power goes.
 constexpr unsigned long kEnds = 8;
 
@@ -305,13 +305,13 @@ std::optional<Wishes> parse(int count, char** values) {
 }
 
 std::optional<std::string> whyImpossible(const std::string& fileSystem) {
-  if (const auto reason = support::whyNoFileSystem(fileSystem)) {
+  if (auto reason = support::whyNoFileSystem(fileSystem)) {
     return reason;
   }
-  if (const auto reason = PrivateRoot::whyImpossible(PrivateRoot::Way::Mounts)) {
+  if (auto reason = PrivateRoot::whyImpossible(PrivateRoot::Way::Mounts)) {
     return reason;
   }
-  if (const auto reason = support::LoopDevice::whyImpossible()) {
+  if (auto reason = support::LoopDevice::whyImpossible()) {
     return reason;
   }
   return KilledRun::whyImpossible();

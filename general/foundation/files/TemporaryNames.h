@@ -4,7 +4,9 @@
 #include <string_view>
 
 /// Names of items that are being made and that nobody is to see under their final name yet:
-/// `.com.corvane.installer.<process id>.<32 random hexadecimal digits>`. All functions may be called from any thread.
+/// `.com.corvane.installer.<process id>.<start of the process>.<16 random hexadecimal digits>`. The start tells the
+/// maker from a later process with its number, after a restart above all. Where the system does not say when a process
+/// was started a name has no start, and 32 random digits. All functions may be called from any thread.
 namespace foundation::temporary_names {
 
 /// A new name in this folder ("" is the current one), as a path. Whoever creates it does so exclusively and removes it

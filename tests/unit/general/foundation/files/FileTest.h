@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "general/foundation/files/FileManager.h"
+#include "tests/support/EndedProcess.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tests {
@@ -69,16 +70,6 @@ int exitStatusOf(Body body) {
   int status = 0;
   waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-/// The id of a process that has ended.
-inline pid_t endedProcess() {
-  const pid_t child = fork();
-  if (child == 0) {
-    _exit(0);
-  }
-  waitpid(child, nullptr, 0);
-  return child;
 }
 
 }  // namespace tests

@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <set>
 
+#include "general/foundation/ProcessStartPrimitives.h"
 #include "general/foundation/files/TemporaryNames.h"
 #include "tests/unit/general/foundation/files/FileTest.h"
 
@@ -15,6 +16,10 @@ class TemporaryNames : public tests::FileTest {
   [[nodiscard]] static std::string name(pid_t process, std::string_view digits = "0123456789abcdef0123456789abcdef") {
     return ".com.corvane.installer." + std::to_string(process) + "." + std::string(digits);
   }
+  /// As a process makes it whose start the system tells.
+  [[nodiscard]] static std::string nameWithStart(pid_t process, std::uint64_t start) {
+    return ".com.corvane.installer." + std::to_string(process) + "." + std::to_string(start) + ".0123456789abcdef";
+  }
   const pid_t ended_ = tests::endedProcess();
 };
 
@@ -26,9 +31,12 @@ TEST_F(TemporaryNames, CarryTheProcessAndAreNeverTheSame) {
     names.insert(temporary_names::make(folder()));
   }
   EXPECT_EQ(names.size(), 100U);
-  const std::string start = folder() + "/.com.corvane.installer." + std::to_string(getpid()) + ".";
-  EXPECT_TRUE(names.begin()->starts_with(start));
-  EXPECT_EQ(names.begin()->size(), start.size() + 32);
+  const auto started = startOfProcess(getpid());
+  ASSERT_TRUE(started);
+  const std::string start =
+      folder() + "/.com.corvane.installer." + std::to_string(getpid()) + "." + std::to_string(*started) + ".";
+  EXPECT_TRUE(names.begin()->starts_with(start)) << *names.begin();
+  EXPECT_EQ(names.begin()->size(), start.size() + 16);
 }
 
 TEST_F(TemporaryNames, TheFirstOneOfAFolderSweepsWhatAKilledRunLeft) {
@@ -55,6 +63,12 @@ TEST_F(TemporaryNames, NothingIsSweptThatIsNotProvenOurOwn) {
       ".com.corvane.installer.99999999999999999999." + std::string(32, '0'),
       ".com.corvane.installer.." + std::string(32, '0'),
       "com.corvane.installer." + process + "." + std::string(32, '0'),
+      nameWithStart(ended_, 12) + "0",
+      nameWithStart(ended_, 0),
+      ".com.corvane.installer." + process + ".012.0123456789abcdef",
+      ".com.corvane.installer." + process + ".-12.0123456789abcdef",
+      ".com.corvane.installer." + process + "..0123456789abcdef",
+      ".com.corvane.installer." + process + ".12.0123456789abcdeF",
       "other",
   };
   for (const std::string& item : kept) {
@@ -62,6 +76,17 @@ TEST_F(TemporaryNames, NothingIsSweptThatIsNotProvenOurOwn) {
   }
   temporary_names::sweep(folder());
   EXPECT_EQ(listing().size(), kept.size());
+}
+
+TEST_F(TemporaryNames, OfAnEarlierProcessWithTheNumberOfOneThatLivesAreSwept) {
+  const auto started = startOfProcess(getpid());
+  ASSERT_TRUE(started);
+  const std::string own = nameWithStart(getpid(), *started);
+  box_.write(own, "x");
+  box_.write(nameWithStart(getpid(), *started - 1), "x");
+  box_.write(nameWithStart(ended_, *started), "x");
+  temporary_names::sweep(folder());
+  EXPECT_EQ(listing(), Texts{own});
 }
 
 TEST_F(TemporaryNames, ItemsOfOthersFullFoldersAndSpecialFilesStay) {
@@ -101,6 +126,7 @@ TEST_F(TemporaryNames, SweepingWithContentRemovesFullFoldersOfDeadProcessesAlone
 
 TEST_F(TemporaryNames, AreToldFromOthers) {
   EXPECT_TRUE(temporary_names::isTemporary(name(1)));
+  EXPECT_TRUE(temporary_names::isTemporary(nameWithStart(1, 12)));
   EXPECT_FALSE(temporary_names::isTemporary(name(1, "0123")));
   EXPECT_FALSE(temporary_names::isTemporary("Guard"));
 }

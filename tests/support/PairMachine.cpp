@@ -453,7 +453,8 @@ std::string PairMachine::wrongServices(Way way) const {
     std::istringstream runs(root_.exists(ProductPair::kProgramRuns) ? root_.readFile(ProductPair::kProgramRuns) : "");
     std::string last;
     for (std::string line; std::getline(runs, line);) {
-      last = line;
+      // The program does not flush what it writes: of its earlier lines a power cut may leave zeros alone.
+      last = line.substr(std::min(line.find_first_not_of('\0'), line.size()));
     }
     const std::string version = ProductPair::versionText(way == Way::First ? Version::First : Version::Second);
     text += last == version ? "" : "program: last run was that of \"" + last + "\" instead of " + version + "\n";

@@ -125,7 +125,8 @@ bool QVNWriteReceiptStrategy::validateContents() {
   ReceiptComparison comparison(configuration().bundlePath().value_or(""), stagingPath());
   const bool holdsExecutables =
       comparison.isSame(std::string(kQVNInstallationDeployerPath)) &&
-      comparison.isSameIfPresent(paths::append(kQVNExecutablesPath, kQVNInstallerFrontEndName));
+      comparison.isSameIfPresent(paths::append(kQVNExecutablesPath, kQVNInstallerFrontEndName)) &&
+      comparison.holdsFolder(std::string(kQVNExecutablesPath));
   isWhole_ = holdsManifests(comparison) && holdsExecutables && holdsPayload(comparison) && holdsWhatWasCopied() &&
              requireReadManifests();
   return isWhole_ || failWith();
@@ -138,7 +139,7 @@ bool QVNWriteReceiptStrategy::holdsManifests(ReceiptComparison& comparison) {
     const std::string name = paths::appendExtension(component, kQVNManifestExtension);
     holdsAll = comparison.isSameIfPresent(paths::append(folder, name)) && holdsAll;
   }
-  return holdsAll;
+  return holdsAll && comparison.holdsFolder(folder);
 }
 
 bool QVNWriteReceiptStrategy::holdsWhatWasCopied() {
@@ -154,9 +155,8 @@ bool QVNWriteReceiptStrategy::holdsWhatWasCopied() {
 }
 
 bool QVNWriteReceiptStrategy::holdsPayload(const ReceiptComparison& comparison) {
-  return !carriesPayload() || std::ranges::all_of(componentsOfLaterRuns(), [&](const std::string& component) {
-    return comparison.holdsFilesOf(paths::append(kQVNPayloadRootPath, component));
-  });
+  const std::string folder(kQVNPayloadRootPath);
+  return carriesPayload() ? comparison.holdsFolder(folder) : comparison.holdsFolderItself(folder);
 }
 
 Plan QVNWriteReceiptStrategy::componentsOfLaterRuns() {

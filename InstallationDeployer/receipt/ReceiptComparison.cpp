@@ -45,28 +45,49 @@ bool ReceiptComparison::isSameIfPresent(const std::string& relativePath) {
   return original->isDirectory() || isSame(relativePath);
 }
 
-bool ReceiptComparison::holdsFilesOf(const std::string& relativeFolder) const {
+bool ReceiptComparison::holdsFolder(const std::string& relativeFolder) const {
   const auto names = files::contentsOfDirectory(inBundle(relativeFolder));
   if (!names) {
     return names.error().isNoSuchFile() || isIncomplete(relativeFolder, names.error());
   }
-  return std::ranges::all_of(*names,
-                             [&](const std::string& name) { return holdsFile(paths::append(relativeFolder, name)); });
+  return isCopiedFolder(relativeFolder) && std::ranges::all_of(*names, [&](const std::string& name) {
+           return holdsItem(paths::append(relativeFolder, name));
+         });
 }
 
-bool ReceiptComparison::holdsFile(const std::string& relativePath) const {
+bool ReceiptComparison::holdsFolderItself(const std::string& relativeFolder) const {
+  const auto original = files::attributesOfItem(inBundle(relativeFolder));
+  if (!original) {
+    return original.error().isNoSuchFile() || isIncomplete(relativeFolder, original.error());
+  }
+  return !original->isDirectory() || isCopiedFolder(relativeFolder);
+}
+
+bool ReceiptComparison::isCopiedFolder(const std::string& relativeFolder) const {
+  const auto copied = files::attributesOfItem(inReceipt(relativeFolder));
+  if (!copied) {
+    return isIncomplete(relativeFolder, copied.error());
+  }
+  return copied->isDirectory() || isIncomplete(relativeFolder, "The copy is no folder.");
+}
+
+bool ReceiptComparison::holdsItem(const std::string& relativePath) const {
   const auto original = files::attributesOfItem(inBundle(relativePath));
   if (!original) {
     return isIncomplete(relativePath, original.error());
   }
-  if (original->type != foundation::FileType::Regular) {
-    return true;
+  if (original->isDirectory()) {
+    return holdsFolder(relativePath);
   }
+  return original->type != foundation::FileType::Regular || isCopiedFile(relativePath, original->size);
+}
+
+bool ReceiptComparison::isCopiedFile(const std::string& relativePath, std::uint64_t size) const {
   const auto copied = files::attributesOfItem(inReceipt(relativePath));
   if (!copied) {
     return isIncomplete(relativePath, copied.error());
   }
-  return copied->size == original->size || isIncomplete(relativePath, "The copy has another size.");
+  return copied->size == size || isIncomplete(relativePath, "The copy has another size.");
 }
 
 std::string ReceiptComparison::inBundle(const std::string& relativePath) const {

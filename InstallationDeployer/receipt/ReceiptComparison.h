@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -18,12 +19,16 @@ class ReceiptComparison {
   [[nodiscard]] bool isSame(const std::string& relativePath);
   /// The same for a file that the bundle need not have; a folder in its place is none.
   [[nodiscard]] bool isSameIfPresent(const std::string& relativePath);
-  /// Whether every regular file directly in a folder of the bundle is in the receipt, too, with the same size. A folder
-  /// that the bundle does not have is empty.
-  [[nodiscard]] bool holdsFilesOf(const std::string& relativeFolder) const;
+  /// Whether a folder of the bundle is in the receipt, too, with all folders and regular files in it, of the same
+  /// sizes. A folder that the bundle does not have need not be there.
+  [[nodiscard]] bool holdsFolder(const std::string& relativeFolder) const;
+  /// The same without what lies in the folder.
+  [[nodiscard]] bool holdsFolderItself(const std::string& relativeFolder) const;
 
  private:
-  [[nodiscard]] bool holdsFile(const std::string& relativePath) const;
+  [[nodiscard]] bool holdsItem(const std::string& relativePath) const;
+  [[nodiscard]] bool isCopiedFolder(const std::string& relativeFolder) const;
+  [[nodiscard]] bool isCopiedFile(const std::string& relativePath, std::uint64_t size) const;
   [[nodiscard]] std::string inBundle(const std::string& relativePath) const;
   [[nodiscard]] std::string inReceipt(const std::string& relativePath) const;
 

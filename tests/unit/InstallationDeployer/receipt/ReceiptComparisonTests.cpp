@@ -87,25 +87,51 @@ TEST_F(Comparison, AFolderIsHeldWhenItsFilesAreThereWithTheirSizes) {
   writeBoth("Root/Core/abc", "payload");
   writeBoth("Root/Core/def", "");
   directory_.write("receipt/Root/Core/more", "x");
-  EXPECT_TRUE(comparison_.holdsFilesOf("Root/Core"));
-  EXPECT_TRUE(comparison_.holdsFilesOf("Root/None"));
+  EXPECT_TRUE(comparison_.holdsFolder("Root/Core"));
+  EXPECT_TRUE(comparison_.holdsFolder("Root/None"));
   directory_.write("receipt/Root/Core/abc", "payloa");
-  EXPECT_FALSE(comparison_.holdsFilesOf("Root/Core"));
+  EXPECT_FALSE(comparison_.holdsFolder("Root/Core"));
   expectComplaint("Root/Core/abc", "The copy has another size.");
   std::filesystem::remove(directory_.path("receipt/Root/Core/abc"));
-  EXPECT_FALSE(comparison_.holdsFilesOf("Root/Core"));
+  EXPECT_FALSE(comparison_.holdsFolder("Root/Core"));
   expectComplaint("Root/Core/abc", "Error Domain=NSCocoaErrorDomain Code=260 ");
 }
 
 TEST_F(Comparison, LinksOfTheBundleAreNoFilesThatAReceiptHolds) {
   writeBoth("Root/Core/abc", "payload");
   ASSERT_EQ(symlink("abc", directory_.path("bundle/Root/Core/link").c_str()), 0);
-  EXPECT_TRUE(comparison_.holdsFilesOf("Root/Core"));
+  EXPECT_TRUE(comparison_.holdsFolder("Root/Core"));
+}
+
+TEST_F(Comparison, FoldersInAFolderAreHeldWithWhatIsInThem) {
+  writeBoth("Root/Core/abc", "payload");
+  directory_.makeDirectory("bundle/Root/Empty");
+  EXPECT_FALSE(comparison_.holdsFolder("Root"));
+  expectComplaint("Root/Empty", "Error Domain=NSCocoaErrorDomain Code=260 ");
+  directory_.write("receipt/Root/Empty", "");
+  EXPECT_FALSE(comparison_.holdsFolder("Root"));
+  expectComplaint("Root/Empty", "The copy is no folder.");
+  std::filesystem::remove(directory_.path("receipt/Root/Empty"));
+  directory_.makeDirectory("receipt/Root/Empty");
+  EXPECT_TRUE(comparison_.holdsFolder("Root"));
+  std::filesystem::remove(directory_.path("receipt/Root/Core/abc"));
+  EXPECT_FALSE(comparison_.holdsFolder("Root"));
+  expectComplaint("Root/Core/abc", "Error Domain=NSCocoaErrorDomain Code=260 ");
+}
+
+TEST_F(Comparison, AFolderItselfIsHeldWithoutWhatIsInIt) {
+  writeBoth("file", "x");
+  directory_.write("bundle/Root/Core/abc", "payload");
+  EXPECT_TRUE(comparison_.holdsFolderItself("None"));
+  EXPECT_FALSE(comparison_.holdsFolderItself("Root"));
+  expectComplaint("Root", "Error Domain=NSCocoaErrorDomain Code=260 ");
+  directory_.makeDirectory("receipt/Root");
+  EXPECT_TRUE(comparison_.holdsFolderItself("Root"));
 }
 
 TEST_F(Comparison, AFolderThatCannotBeListedIsADifference) {
   directory_.write("bundle/Root/Core", "a file where a folder should be");
-  EXPECT_FALSE(comparison_.holdsFilesOf("Root/Core"));
+  EXPECT_FALSE(comparison_.holdsFolder("Root/Core"));
   expectComplaint("Root/Core", "Error Domain=");
 }
 

@@ -1,7 +1,5 @@
 #include "InstallationDeployer/RestrictedPaths.h"
 
-#include "general/foundation/Paths.h"
-
 namespace deployer {
 
 const std::set<std::string, std::less<>>& restrictedPaths() {
@@ -48,8 +46,6 @@ const std::set<std::string, std::less<>>& restrictedPaths() {
   return kRestrictedPaths;
 }
 
-bool isRestricted(std::string_view path) {
-  return restrictedPaths().contains(path) || restrictedPaths().contains(foundation::paths::standardize(path));
-}
+bool isRestricted(std::string_view path) { return restrictedPaths().contains(path); }
 
 }  // namespace deployer

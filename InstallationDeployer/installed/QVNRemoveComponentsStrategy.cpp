@@ -2,6 +2,7 @@
 
 #include "InstallationDeployer/FolderContents.h"
 #include "InstallationDeployer/RestrictedPaths.h"
+#include "general/foundation/Result.h"
 #include "general/foundation/files/GuardedRemoval.h"
 #include "general/logging/SystemLog.h"
 
@@ -9,12 +10,19 @@ namespace deployer {
 
 using foundation::FileType;
 using foundation::GuardedRemoval;
+using foundation::Result;
 
 namespace {
 
 bool stays(const std::string& directory) {
   logging::debug("Did not remove directory, not empty. Directory: %@", directory);
   return true;
+}
+
+/// A link goes, whatever lies where it leads.
+Result<bool> itselfRemoved(const std::string& link, GuardedRemoval& removal) {
+  const auto removed = removal.removeFile(link);
+  return removed ? Result(true) : removed.error();
 }
 
 }  // namespace
@@ -62,10 +70,6 @@ bool QVNRemoveComponentsStrategy::removeUnlessInUse(const std::string& path, Gua
   if (!type) {
     return fail("Unable to read directory contents. %@", type.error());
   }
-  if (*type == FileType::SymbolicLink) {
-    logging::debug("Did not remove directory, a link is in its place. Directory: %@", path);
-    return true;
-  }
   const auto names = removal.contentsOfDirectory(path);
   if (!names) {
     return names.error().isNoSuchFile() || fail("Unable to read directory contents. %@", names.error());
@@ -73,7 +77,8 @@ bool QVNRemoveComponentsStrategy::removeUnlessInUse(const std::string& path, Gua
   if (!isAsGoodAsEmpty(*names)) {
     return stays(path);
   }
-  const auto removed = removal.removeDirectory(path, *names);
+  const auto removed =
+      *type == FileType::SymbolicLink ? itselfRemoved(path, removal) : removal.removeDirectory(path, *names);
   if (!removed) {
     return removed.error().isNoSuchFile() || fail("Unable to remove directory. %@", removed.error());
   }

@@ -15,9 +15,10 @@ namespace deployer {
 /// fails ends the step; what is missing already is no failure, and what was removed stays removed.
 ///
 /// Nothing is removed that the manifests do not list: a directory that holds something else stays, and so does one in
-/// a file's place, and a link in a directory's place. No link of anybody but the effective user is followed on the way
-/// to an item, and none at its end. System folders are refused, however their path is written. Only an entry that says
-/// so takes a directory with everything in it, and then nothing that is mounted there.
+/// a file's place. A link in a directory's place goes itself, unless it is the effective user's and leads to a
+/// directory that holds something. No link of anybody else is followed on the way to an item, and none is removed
+/// through. System folders are refused, their paths compared as they are written. Only an entry that says so takes a
+/// directory with everything in it, and then nothing that is mounted there.
 class QVNRemoveComponentsStrategy : public QVNInstallStepStrategy {
  public:
   /// @param runLocally whether the step may run from wherever the engine was started, or from the receipt only.

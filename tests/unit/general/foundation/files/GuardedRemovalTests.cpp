@@ -34,12 +34,14 @@ TEST_F(GuardedRemovalTest, TellsWhatLiesAtAPathWithoutFollowingIt) {
   EXPECT_EQ(removal_.typeOf(path("missing/file")).value(), std::nullopt);
 }
 
-TEST_F(GuardedRemovalTest, ListsADirectoryButNotWhatALinkLeadsTo) {
+TEST_F(GuardedRemovalTest, ListsADirectoryAlsoThroughALinkOfItsOwn) {
   box_.write("folder/file", "x");
   makeLink("link", "folder");
+  makeLink("circle", "circle");
   EXPECT_EQ(removal_.contentsOfDirectory(path("folder")).value(), Texts{"file"});
   EXPECT_EQ(removal_.contentsOfDirectory(path("missing")).error().code, 260);
-  EXPECT_FALSE(removal_.contentsOfDirectory(path("link")));
+  EXPECT_EQ(removal_.contentsOfDirectory(path("link")).value(), Texts{"file"});
+  EXPECT_EQ(removal_.contentsOfDirectory(path("circle")).error().underlyingErrno, ELOOP);
   EXPECT_EQ(removal_.contentsOfDirectory(path("folder/file")).error().code, 256);
 }
 

@@ -33,6 +33,12 @@ bool isPlain(char character) {
          character == '-';
 }
 
+/// Whether something is there, or it cannot be told.
+bool mayBeThere(const std::string& path) {
+  const auto found = files::presence(path);
+  return !found || *found;
+}
+
 void addWithCompanions(const std::string& product, QVNInstallerManifest& manifest, ProductNames& names) {
   if (!names.insert(product).second) {
     return;
@@ -42,7 +48,7 @@ void addWithCompanions(const std::string& product, QVNInstallerManifest& manifes
     const auto other = phase[kQVNInstallPhaseExternalProductName].string();
     // A bundle that is not there yet is waited for until somebody else runs its engine, who must find it unlocked.
     if (phase[kQVNInstallPhaseType].string() == kQVNInstallPhaseExternalInstallationDeployer && bundle && other &&
-        files::exists(paths::append(*bundle, kQVNInstallationDeployerPath))) {
+        mayBeThere(paths::append(*bundle, kQVNInstallationDeployerPath))) {
       QVNInstallerManifest external{std::string(*bundle)};
       addWithCompanions(std::string(*other), external, names);
     }

@@ -12,14 +12,13 @@ using support::Fault;
 using support::FaultOutcome;
 using support::FaultyRun;
 
-constexpr std::chrono::seconds kLimit{10};
 constexpr const char* kJournals = "/var/db/com.corvane.installer/";
 constexpr const char* kCaches = "/Library/Caches/";
 constexpr const char* kSockets = "/run/com.corvane.installer";
 
-support::RunOptions limited() {
+support::RunOptions limited(std::chrono::seconds limit) {
   support::RunOptions options;
-  options.limit = kLimit;
+  options.limit = limit;
   return options;
 }
 
@@ -128,7 +127,8 @@ std::string_view nameOfWrong(Wrong wrong) {
   return kNames[static_cast<std::size_t>(wrong)];
 }
 
-FaultCheck::FaultCheck(support::PrivateRoot& root, const Flow& flow) : root_(root), flow_(flow), store_(root) {}
+FaultCheck::FaultCheck(support::PrivateRoot& root, const Flow& flow, std::chrono::seconds limit)
+    : root_(root), flow_(flow), limit_(limit), store_(root) {}
 
 std::vector<FaultPoint> FaultCheck::points() {
   Fault never;
@@ -161,7 +161,7 @@ std::vector<FaultPoint> FaultCheck::points() {
 
 support::FaultOutcome FaultCheck::run(const Fault& fault) {
   store_.put(flow_.start);
-  FaultyRun run(root_, flow_.command.arguments(), fault, limited());
+  FaultyRun run(root_, flow_.command.arguments(), fault, limited(limit_));
   if (flow_.command.isWatched) {
     watch(run);
   }
@@ -175,7 +175,7 @@ void FaultCheck::watch(FaultyRun& run) {
     return;
   }
   const std::string process = std::to_string(run.program().process());
-  support::RunOptions options = limited();
+  support::RunOptions options = limited(limit_);
   constexpr int kAttempts = 20;
   for (int attempt = 0; attempt < kAttempts && run.program().isRunning(); ++attempt) {
     static_cast<void>(root_.run({kWatcher, process, "observe", "follow", "shutdown"}, options));
@@ -187,7 +187,7 @@ std::optional<support::RunningProgram> FaultCheck::help(FaultyRun& run) {
   if (!run.program().waitForStandardError(flow_.helper->asked)) {
     return std::nullopt;
   }
-  return root_.start(flow_.helper->command.arguments(), limited());
+  return root_.start(flow_.helper->command.arguments(), limited(limit_));
 }
 
 Verdict FaultCheck::check(const FaultPoint& point) {
@@ -280,7 +280,7 @@ std::optional<std::string> FaultCheck::goOn(const Way& way, const Machine& left)
     commands.clear();
   }
   for (const Command& command : commands) {
-    const support::Outcome outcome = root_.run(command.arguments(), limited());
+    const support::Outcome outcome = root_.run(command.arguments(), limited(limit_));
     if (!outcome.succeeded()) {
       return outcome.description().substr(0, 12) + "; " + lastWords(outcome.standardError);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <optional>
 #include <set>
 #include <string>
@@ -42,8 +43,10 @@ struct Verdict {
 class FaultCheck {
  public:
   static constexpr const char* kWatcher = "/run/status-watcher";
+  static constexpr std::chrono::seconds kLimit{10};
 
-  FaultCheck(support::PrivateRoot& root, const Flow& flow);
+  /// @param limit what counts as for ever: a run has to end by itself within it.
+  FaultCheck(support::PrivateRoot& root, const Flow& flow, std::chrono::seconds limit = kLimit);
 
   /// How many calls of each kind an undisturbed run makes: one point for each call and error.
   [[nodiscard]] std::vector<FaultPoint> points();
@@ -65,6 +68,7 @@ class FaultCheck {
 
   support::PrivateRoot& root_;
   const Flow& flow_;
+  const std::chrono::seconds limit_;
   MachineStore store_;
   Verdict verdict_;
   std::set<std::string> excused_;  ///< services that the run could not load, and said so, as it should

@@ -44,9 +44,9 @@ struct Maker {
 
 std::string randomDigits(std::size_t count) {
   std::array<std::byte, kRandomBytesWithoutStart> room{};
-  const std::span<std::byte> random(room.data(), count);
-  fillWithRandomBytes(random);
-  return hexadecimal::lowerCase(random);
+  const auto bytes = std::span(room).first(count);
+  fillWithRandomBytes(bytes);
+  return hexadecimal::lowerCase(bytes);
 }
 
 bool areRandomDigits(std::string_view digits, std::size_t count) {

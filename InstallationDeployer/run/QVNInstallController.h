@@ -123,8 +123,10 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   /// Whether something lies at the path, links followed. Fails the run where nobody can tell.
   [[nodiscard]] bool isPresent(const std::string& path);
 
-  /// Fails an install of which a component's manifest cannot be read; after everything else that refuses a run.
+  /// Fails an install of which a component's manifest cannot be read, and warns of those that are missing or do not
+  /// parse: they contribute nothing. After everything else that refuses a run.
   void checkComponentManifests();
+  void warnOfMissingManifests(const std::vector<std::string>& components);
   [[nodiscard]] std::unique_ptr<QVNInstallStepStrategy> buildInstallTree();
   [[nodiscard]] std::unique_ptr<QVNInstallStepStrategy> buildReceiptTree();
   [[nodiscard]] std::unique_ptr<QVNInstallStepStrategy> buildRemovalTree();

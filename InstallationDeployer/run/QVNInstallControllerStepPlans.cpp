@@ -76,18 +76,24 @@ void QVNInstallController::checkComponentManifests() {
   if (hasFailed() || !configuration_.install()) {
     return;
   }
-  // Without its manifest a component would count as one without files: an upgrade would remove the installed ones and
-  // put nothing in their place.
   const PropertyList phases = manifest().arrayOfInstallPhasesForProduct(productName());
   for (const PropertyList& phase : phases.elements()) {
-    for (const PropertyList& component : phase[kManifestIndexListOfComponents].elements()) {
-      const std::string name(component.text());
-      if (manifest().getManifestForComponent(name).isNil()) {
-        logging::error("The manifest of component %@ is missing or damaged: %@", name,
-                       manifest().getPathForComponent(name));
-        setInstallerState(QVNInstallerStateFailed);
-        return;
-      }
+    if (!manifest().canRead(phase[kManifestIndexListOfComponents].strings())) {
+      setInstallerState(QVNInstallerStateFailed);
+      return;
+    }
+  }
+  const PropertyList& first = phases.at(0);
+  if (first[kQVNInstallPhaseType].string() == kQVNInstallPhaseLocalPayload) {
+    warnOfMissingManifests(first[kManifestIndexListOfComponents].strings());
+  }
+}
+
+void QVNInstallController::warnOfMissingManifests(const std::vector<std::string>& components) {
+  for (const std::string& component : components) {
+    if (manifest().getManifestForComponent(component).isNil()) {
+      logging::warning("The manifest of component %@ is missing or damaged: %@. It contributes nothing.", component,
+                       manifest().getPathForComponent(component));
     }
   }
 }

@@ -83,6 +83,9 @@ class HostileBundle : public EngineInRoot {
          [](const std::string& path) { std::filesystem::resize_file(path, std::uintmax_t{1} << 42); }},
     };
   }
+  static bool leavesNothingOrWhatDoesNotParse(const std::string& damage) {
+    return damage == "missing" || damage == "empty" || damage == "truncated" || damage == "garbage";
+  }
   PropertyList coreEntry(std::vector<std::pair<std::string, PropertyList>> entries) {
     return dictionary({{"ComponentVersion", "1"}, {"ListOfFiles", array({dictionary(std::move(entries))})}});
   }
@@ -100,19 +103,60 @@ TEST_F(HostileBundle, DamagedIndexLeavesNoProductToSelect) {
   }
 }
 
-TEST_F(HostileBundle, DamagedComponentManifestFailsTheRunBeforeAnythingIsInstalled) {
+TEST_F(HostileBundle, ComponentManifestThatIsMissingOrDoesNotParseContributesNothing) {
+  bundle().stageFile("More", "/opt/more/file", "more");
+  bundle().addComponent("More", "1", kProduct);
   for (const auto& [name, damage] : damages()) {
+    if (!leavesNothingOrWhatDoesNotParse(name)) {
+      continue;
+    }
+    SCOPED_TRACE(name);
+    makeRoot();
+    deliverBundle();
+    damage(root().path(core()));
+    const auto outcome = installHostile();
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+    EXPECT_EQ(logged(outcome, "Warning",
+                     "The manifest of component Core is missing or damaged: " + core() + ". It contributes nothing."),
+              1)
+        << outcome.standardError;
+    EXPECT_FALSE(loggedAnything(outcome, "Error")) << outcome.standardError;
+    EXPECT_FALSE(root().exists("/opt/guard"));
+    EXPECT_EQ(root().readFile("/opt/more/file"), "more");
+    EXPECT_TRUE(root().exists(kReceipt));
+  }
+}
+
+TEST_F(HostileBundle, ComponentManifestThatCannotBeReadFailsTheRunBeforeAnythingIsInstalled) {
+  for (const auto& [name, damage] : damages()) {
+    if (leavesNothingOrWhatDoesNotParse(name)) {
+      continue;
+    }
     SCOPED_TRACE(name);
     makeRoot();
     deliverBundle();
     damage(root().path(core()));
     const auto outcome = installHostile();
     EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_EQ(logged(outcome, "Error", "The manifest of component Core is missing or damaged: " + core()), 1)
+    EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to read manifest for Core. Error Domain="))
         << outcome.standardError;
     EXPECT_FALSE(root().exists("/opt/guard"));
     EXPECT_FALSE(root().exists(kReceipt));
   }
+}
+
+TEST_F(HostileBundle, ComponentsThatAreNoTextsAndThoseThatNoStepReadsGoUnnoticed) {
+  const auto phase = [](const char* type, PropertyList components) {
+    return dictionary({{"InstallPhaseType", type}, {"ListOfComponents", std::move(components)}});
+  };
+  const PropertyList phases =
+      array({phase("LocalPayload", array({7, "Core", true, array({"Core"})})), phase("Other", array({"Gone"}))});
+  const PropertyList products = dictionary({{kProduct, dictionary({{"ListOfInstallPhases", phases}})}});
+  writeInside(index(), dictionary({{"Products", products}}));
+  const auto outcome = installHostile();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_FALSE(loggedAnything(outcome, "Warning")) << outcome.standardError;
+  EXPECT_EQ(root().readFile("/opt/guard/file"), "content");
 }
 
 TEST_F(HostileBundle, DamagedPayloadIsAnErrorAndNothingIsWritten) {

@@ -169,20 +169,36 @@ TEST_F(ProductLife, AFailedUpgradeLeavesNoReceiptProcessAndTheNextOneSucceeds) {
   EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
 }
 
-TEST_F(ProductLife, AnUpgradeFromADamagedBundleChangesNothingAndTheNextOneSucceeds) {
-  installFirstVersion();
-  const support::Snapshot before = machine();
+TEST_F(ProductLife, AnUpgradeFromABundleWithoutAManifestTakesWhatItListedBeforeAndPutsNothingInItsPlace) {
   for (const char* damage : {"rm -f", "truncate -s 100", "truncate -s 0"}) {
     SCOPED_TRACE(damage);
+    beginAgain();
+    installFirstVersion();
     deliverNewBundle();
     const std::string manifest = inBundle("Contents/Install/Manifests/Core.plist");
     ASSERT_TRUE(root().shell(std::string(damage) + " '" + manifest + "'").succeeded());
     const auto outcome = install();
-    EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_EQ(logged(outcome, "Error", "The manifest of component Core is missing or damaged: " + manifest), 1)
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+    EXPECT_EQ(logged(outcome, "Warning",
+                     "The manifest of component Core is missing or damaged: " + manifest + ". It contributes nothing."),
+              1)
         << outcome.standardError;
-    EXPECT_EQ(difference(machine(), before), "");
+    EXPECT_FALSE(root().exists("/Library/Guard/core"));
+    EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
+    EXPECT_EQ(root().readFile("/opt/extra/new"), "new");
   }
+}
+
+TEST_F(ProductLife, AnUpgradeFromABundleWhoseManifestCannotBeReadChangesNothingAndTheNextOneSucceeds) {
+  installFirstVersion();
+  const support::Snapshot before = machine();
+  deliverNewBundle();
+  const std::string manifest = inBundle("Contents/Install/Manifests/Core.plist");
+  ASSERT_TRUE(root().shell("rm '" + manifest + "' && mkdir '" + manifest + "'").succeeded());
+  const auto outcome = install();
+  EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to read manifest for Core. Error Domain="));
+  EXPECT_EQ(difference(machine(), before), "");
   deliverNewBundle();
   const auto next = install();
   EXPECT_EQ(next.exitCode, 0) << next.description();

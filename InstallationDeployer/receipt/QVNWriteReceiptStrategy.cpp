@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <utility>
 
 #include "InstallationDeployer/BundleLayout.h"
@@ -37,6 +38,15 @@ constexpr std::string_view kReplacedReceiptName = "Replaced.app";
 Result<bool> isPresent(const std::string& path) {
   const auto found = files::attributesOfItem(path);
   return found || found.error().isNoSuchFile() ? Result<bool>(found.ok()) : found.error();
+}
+
+/// Fails where something else has the name, a link included.
+Status isFolderOrNothing(const std::string& path) {
+  const auto found = files::attributesOfItem(path);
+  if (!found) {
+    return found.error().meansNothingThere() ? Status() : Status(found.error());
+  }
+  return found->isDirectory() ? Status() : Status(foundation::fileError(EEXIST, foundation::Access::Write, path));
 }
 
 }  // namespace
@@ -95,20 +105,32 @@ bool QVNWriteReceiptStrategy::stageBundle(const std::string& bundlePath) {
 }
 
 bool QVNWriteReceiptStrategy::makeStagingFolder(const std::string& bundlePath) {
-  // A run that was killed may have left a part of another bundle here. A run that failed left a whole one, and when
-  // that is what runs now, it is the only copy there is.
-  const auto runsHere = liesDirectlyIn(temporaryPath(), bundlePath);
-  Status made = runsHere ? Status() : Status(runsHere.error());
-  if (made && !*runsHere) {
-    made = files::removeItemIfPresent(temporaryPath());
-  }
+  Status made = clearStagingFolder(bundlePath);
   if (made) {
     made = files::createDirectory(stagingPath(), true, kDefaultDirectoryAttributes);
   }
-  if (!made) {
-    return fail("Error creating receipt directory, error: %@", made.error());
+  return made.ok() || fail("Error creating receipt directory, error: %@", made.error());
+}
+
+Status QVNWriteReceiptStrategy::clearStagingFolder(const std::string& bundlePath) {
+  if (Status free = isFolderOrNothing(temporaryPath()); !free) {
+    return free;
   }
-  return true;
+  // A run that was killed may have left a part of another bundle here. A run that failed left a whole one, and when
+  // that is what runs now, it is the only copy there is.
+  const auto runsHere = liesDirectlyIn(temporaryPath(), bundlePath);
+  if (!runsHere) {
+    return runsHere.error();
+  }
+  // What else lies beside the staged receipt does not get into it and may stay.
+  if (!*runsHere && files::removeItemIfPresent(temporaryPath())) {
+    return {};
+  }
+  const auto isRunning = *runsHere ? isSameItem(stagingPath(), bundlePath) : Result<bool>(false);
+  if (!isRunning) {
+    return isRunning.error();
+  }
+  return *isRunning ? Status() : files::removeItemIfPresent(stagingPath());
 }
 
 bool QVNWriteReceiptStrategy::makeExecutablesRunnable() {

@@ -5,6 +5,7 @@
 
 #include "InstallationDeployer/receipt/ReceiptComparison.h"
 #include "InstallationDeployer/steps/QVNInstallStepStrategy.h"
+#include "general/foundation/Result.h"
 #include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/files/FileBuffer.h"
 
@@ -49,6 +50,8 @@ class QVNWriteReceiptStrategy : public QVNInstallStepStrategy {
 
   bool stageBundle(const std::string& bundlePath);
   bool makeStagingFolder(const std::string& bundlePath);
+  /// Takes away what an earlier run staged, so that nothing of it gets into this run's receipt.
+  [[nodiscard]] foundation::Status clearStagingFolder(const std::string& bundlePath);
   bool makeExecutablesRunnable();
   [[nodiscard]] bool holdsManifests(ReceiptComparison& comparison);
   [[nodiscard]] bool holdsWhatWasCopied();

@@ -18,22 +18,27 @@ void sweepReceiptLeftovers(const QVNInstallConfiguration& configuration) {
   const std::string temporary = paths::append(configuration.receiptDirectory(), kQVNInstallerTemporaryName);
   const auto receipt = files::presence(configuration.receiptPath());
   const auto runsHere = liesDirectlyIn(temporary, configuration.bundlePath().value_or(""));
-  // Without a receipt in its place, what lies here may be the only one.
-  if (receipt && *receipt && runsHere && !*runsHere) {
+  const auto made = files::attributesOfItem(temporary);
+  // Without a receipt in its place, what lies here may be the only one. What is no folder no run has made.
+  if (receipt && *receipt && runsHere && !*runsHere && made && made->isDirectory()) {
     static_cast<void>(files::removeItemIfPresent(temporary));
   }
 }
 
 Result<bool> liesDirectlyIn(const std::string& folder, const std::string& item) {
-  const auto expected = files::attributesOfTarget(folder);
-  if (!expected) {
-    return expected.error().meansNothingThere() ? Result<bool>(false) : expected.error();
+  return isSameItem(folder, paths::append(item, ".."));
+}
+
+Result<bool> isSameItem(const std::string& one, const std::string& other) {
+  const auto first = files::attributesOfTarget(one);
+  if (!first) {
+    return first.error().meansNothingThere() ? Result<bool>(false) : first.error();
   }
-  const auto actual = files::attributesOfTarget(paths::append(item, ".."));
-  if (!actual) {
-    return actual.error().meansNothingThere() ? Result<bool>(false) : actual.error();
+  const auto second = files::attributesOfTarget(other);
+  if (!second) {
+    return second.error().meansNothingThere() ? Result<bool>(false) : second.error();
   }
-  return expected->device == actual->device && expected->inode == actual->inode;
+  return first->device == second->device && first->inode == second->inode;
 }
 
 Status removePutAsideReceipt(const std::string& aside) {

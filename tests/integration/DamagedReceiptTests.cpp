@@ -94,5 +94,14 @@ TEST_F(DamagedReceipt, WhatIsLeftOfAReceiptIsSweptByTheNextRunOfAnyProduct) {
   EXPECT_FALSE(root().exists(emptied));
 }
 
+TEST_F(DamagedReceipt, AFileInPlaceOfTheFolderForANewReceiptFailsTheRunAndStays) {
+  root().writeFile("/Library/Application Support/Corvane/Guard/temp", "in the way");
+  deliverNewBundle();
+  const auto outcome = install();
+  EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Error creating receipt directory, error: Error Domain="));
+  EXPECT_EQ(root().readFile("/Library/Application Support/Corvane/Guard/temp"), "in the way");
+}
+
 }  // namespace
 }  // namespace tests

@@ -137,6 +137,67 @@ TEST_F(Receipt, AReceiptThatAKilledRunMovedAsideIsNotRemovedWhileItRuns) {
   EXPECT_EQ(root().readFile(kReceipt + "/Contents/MacOS/InstallationDeployer"), "engine");
 }
 
+TEST_F(Receipt, WhatWasStagedBeforeIsNotMergedInWhileTheReceiptThatWasMovedAsideRuns) {
+  const std::string aside = kTemporary + "/Replaced.app";
+  ASSERT_TRUE(
+      root().shell("mkdir -p '" + kTemporary + "' && mv '" + std::string(kBundle) + "' '" + aside + "'").succeeded());
+  root().writeFile(kStaging + "/Contents/Other.plist", "of another bundle");
+  const Outcome outcome = root().run({kDriver, "write-receipt", aside, kProduct, "Core"});
+  EXPECT_EQ(outcome.standardOutput, kSucceeded) << outcome.standardError;
+  EXPECT_EQ(root().readFile(kReceipt + "/Contents/MacOS/InstallationDeployer"), "engine");
+  EXPECT_FALSE(root().exists(kReceipt + "/Contents/Other.plist"));
+}
+
+TEST_F(Receipt, AFileOrALinkInTheWayOfTheStagingFolderFailsTheStepAndStays) {
+  root().writeFile("/Users/elsewhere/Installer.app/kept", "kept");
+  for (const bool isLink : {false, true}) {
+    SCOPED_TRACE(isLink ? "link" : "file");
+    makeOldReceipt();
+    if (isLink) {
+      ASSERT_TRUE(root().shell("rm '" + kTemporary + "'").succeeded());
+      root().makeLink(kTemporary, "/Users/elsewhere");
+    } else {
+      root().writeFile(kTemporary, "in the way");
+    }
+    const Snapshot before = root().snapshot(kFolder);
+    const Outcome outcome = writeReceipt();
+    EXPECT_EQ(outcome.standardOutput, kFailed);
+    EXPECT_TRUE(loggedBeginning(outcome, "Error", "Error creating receipt directory, error: Error Domain="))
+        << outcome.standardError;
+    EXPECT_EQ(root().snapshot(kFolder), before);
+    EXPECT_EQ(root().readFile("/Users/elsewhere/Installer.app/kept"), "kept");
+  }
+}
+
+class ReceiptOverAMount : public Receipt {
+ protected:
+  [[nodiscard]] bool needsMounts() const override { return true; }
+  void mountAt(const std::string& folder) {
+    root().makeDirectory(folder);
+    ASSERT_TRUE(root().shell("mount -t tmpfs none '" + folder + "'").succeeded());
+  }
+};
+
+TEST_F(ReceiptOverAMount, WhatCannotBeRemovedBesideTheStagedReceiptIsLoggedAndTheStepSucceeds) {
+  mountAt(kTemporary + "/mounted");
+  root().writeFile(kStaging + "/Contents/Other.plist", "of another bundle");
+  const Outcome outcome = writeReceipt();
+  EXPECT_EQ(outcome.standardOutput, kSucceeded);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to remove temp directory " + kStaging + ". Error Domain="))
+      << outcome.standardError;
+  EXPECT_EQ(root().readFile(kReceipt + "/Contents/MacOS/InstallationDeployer"), "engine");
+  EXPECT_FALSE(root().exists(kReceipt + "/Contents/Other.plist"));
+}
+
+TEST_F(ReceiptOverAMount, WhatCannotBeRemovedInPlaceOfTheStagedReceiptFailsTheStep) {
+  mountAt(kStaging + "/Contents");
+  const Outcome outcome = writeReceipt();
+  EXPECT_EQ(outcome.standardOutput, kFailed);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Error creating receipt directory, error: Error Domain="))
+      << outcome.standardError;
+  EXPECT_FALSE(root().exists(kReceipt));
+}
+
 TEST_F(Receipt, AnEmptyPlanLeavesTheReceiptLocationUntouched) {
   makeOldReceipt();
   root().writeFile(kTemporary + "/file", "x");

@@ -41,6 +41,9 @@ bool isUsablePath(std::string_view path) {
   if (path == "/") {
     return true;
   }
+  if (path.find('\0') != std::string_view::npos) {
+    return false;
+  }
   // An entry that names no place below the root must not end up as the root itself, nor beside it.
   bool named = false;
   while (!path.empty()) {
@@ -50,7 +53,7 @@ bool isUsablePath(std::string_view path) {
     if (component.empty() || component == ".") {
       continue;
     }
-    if (!paths::isSingleComponent(component)) {
+    if (component == "..") {
       return false;
     }
     named = true;

@@ -11,8 +11,8 @@
 
 namespace deployer {
 
-/// Whether a path from a manifest can name an item below a root: it names something, it does not climb, and each of its
-/// components can be a name. The root itself can be named as "/" alone.
+/// Whether a path from a manifest can name an item below a root: it names something, does not climb and holds no NUL. A
+/// name that is too long can be given to the system, which refuses it. The root itself can be named as "/" alone.
 [[nodiscard]] bool isUsablePath(std::string_view path);
 
 /// Whether a path lies in the folder where newer systems let nobody install. Compared as it stands.

@@ -44,11 +44,27 @@ std::string destinationText(const InstallAction& action) { return " (it becomes 
 
 /// What makes a link impossible, in words, or nothing.
 std::optional<std::string> faultOfLink(const FileEntry& link) {
-  if (!link.hasUsablePath() || link.isRoot()) {
+  if (!link.hasUsablePath() || link.isRoot() || !paths::isWithinLimits(*link.path())) {
     return format("has a link without a usable path: %@", link.path());
   }
   return link.linkTarget().value_or("").empty() ? std::optional(format("has a link without a target: %@", link.path()))
                                                 : std::nullopt;
+}
+
+/// What makes an entry impossible to install, in words, or nothing.
+std::optional<std::string> faultOfEntry(const InstallAction& action) {
+  using Kind = InstallAction::Kind;
+  if (action.kind == Kind::Refuse) {
+    return "has an entry that cannot be installed: " + action.refusal;
+  }
+  if (action.kind == Kind::Link) {
+    return faultOfLink(action.entry);
+  }
+  const bool isMade =
+      action.kind == Kind::Directory || action.kind == Kind::ExternalDirectory || action.kind == Kind::PayloadFile;
+  return isMade && !paths::isWithinLimits(action.destination)
+             ? std::optional("has an entry whose path is longer than the system takes: " + action.destination)
+             : std::nullopt;
 }
 
 /// What makes a program impossible to run, in words, or nothing.
@@ -185,16 +201,11 @@ void BundleReading::readComponent(const InstallRules& rules, const PropertyList&
 
 void BundleReading::readEntry(const InstallRules& rules, std::size_t index, const FileEntry& entry) {
   const InstallAction action = rules.decide(entry);
+  if (auto fault = faultOfEntry(action)) {
+    addMalformed(manifest_.getPathForComponent(rules.component), rules.component, *std::move(fault));
+    return;
+  }
   switch (action.kind) {
-    case InstallAction::Kind::Refuse:
-      addMalformed(manifest_.getPathForComponent(rules.component), rules.component,
-                   "has an entry that cannot be installed: " + action.refusal);
-      break;
-    case InstallAction::Kind::Link:
-      if (auto fault = faultOfLink(entry)) {
-        addMalformed(manifest_.getPathForComponent(rules.component), rules.component, *std::move(fault));
-      }
-      break;
     case InstallAction::Kind::PayloadFile:
       readPayloadFile(index, rules.component, action);
       break;
@@ -204,7 +215,9 @@ void BundleReading::readEntry(const InstallRules& rules, std::size_t index, cons
       break;
     case InstallAction::Kind::Keep:
     case InstallAction::Kind::Skip:
+    case InstallAction::Kind::Link:
     case InstallAction::Kind::Directory:
+    case InstallAction::Kind::Refuse:
       break;
   }
 }

@@ -19,8 +19,14 @@ constexpr FileAttributes kMissingLinkAttributes{.owner = 0, .group = 0, .permiss
 LinkOutcome makeLink(const FileEntry& entry, const std::string& path) {
   const auto target = entry.linkTarget();
   const FileAttributes attributes = withDefaults(entry.attributes(), kMissingLinkAttributes);
+  const std::string text(target.value_or(""));
   LinkOutcome outcome = LinkOutcome::Made;
-  if (auto created = files::createSymbolicLink(path, std::string(target.value_or("")), attributes); !created) {
+  auto created = files::createSymbolicLink(path, text, attributes);
+  if (!created) {
+    // Made and given attributes in one go: a link that cannot have them stays without.
+    created = files::createSymbolicLink(path, text, {});
+  }
+  if (!created) {
     logging::error("Failed to create symbolic link: %@\n%@", target, created.error());
     outcome = LinkOutcome::Failed;
   }

@@ -61,7 +61,7 @@ void InterruptedFilesRemoval::addPlaced(const PropertyList& manifest, bool withM
 
 InterruptedFilesRemoval::Place* InterruptedFilesRemoval::placeOf(const FileEntry& entry) {
   const auto path = entry.installedPath();
-  if (!path || isRestricted(*path) || entry.isRoot()) {
+  if (!path || isRestricted(*path) || entry.isRoot() || !paths::isWithinLimits(*path)) {
     return nullptr;
   }
   Place& place = places_[*path];

@@ -132,6 +132,12 @@ bool isSingleComponent(std::string_view name) {
          name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
 }
 
+bool isWithinLimits(std::string_view path) {
+  bool fits = path.size() < PATH_MAX;
+  forEachComponent(path, [&](std::string_view component) { fits = fits && component.size() <= NAME_MAX; });
+  return fits;
+}
+
 bool climbs(std::string_view path) {
   bool found = false;
   forEachComponent(path, [&](std::string_view component) { found = found || component == ".."; });

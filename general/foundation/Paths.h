@@ -31,6 +31,8 @@ namespace foundation::paths {
 /// True when the text can be the name of one item of a directory: not empty, not "." or "..", no slash, no NUL, and no
 /// longer than the system takes.
 [[nodiscard]] bool isSingleComponent(std::string_view name);
+/// Whether the system takes a path of this length, and each of its components.
+[[nodiscard]] bool isWithinLimits(std::string_view path);
 /// True when one of the components is "..".
 [[nodiscard]] bool climbs(std::string_view path);
 

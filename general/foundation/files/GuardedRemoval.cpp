@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <string_view>
 #include <utility>
 
@@ -41,8 +42,11 @@ int unlinkFileOrEmptyDirectory(int folder, const char* name) {
 Status GuardedRemoval::reach(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string_view name = slash == std::string::npos ? "" : std::string_view(path).substr(slash + 1);
-  if (!paths::isAbsolute(path) || system_paths::holdsNul(path) || !paths::isSingleComponent(name)) {
+  if (!paths::isAbsolute(path) || system_paths::holdsNul(path) || name.empty() || name == "." || name == "..") {
     return fileError(kWriteInvalidName, "No item can be removed by such a path.", path);
+  }
+  if (path.size() >= PATH_MAX) {
+    return fileError(ENAMETOOLONG, Access::Write, path);
   }
   const std::string_view folder = std::string_view(path).substr(0, slash == 0 ? 1 : slash);
   if (!folder_.isOpen() || folder != folderPath_) {

@@ -87,7 +87,7 @@ TEST(FileEntry, APathIsUsableThatNamesSomethingBelowTheRootOrTheRootItself) {
     EXPECT_FALSE(isUsablePath(path)) << path;
   }
   EXPECT_FALSE(isUsablePath(std::string_view("/a\0b", 4)));
-  EXPECT_FALSE(isUsablePath("/" + std::string(256, 'n')));
+  EXPECT_TRUE(isUsablePath("/" + std::string(256, 'n'))) << "the call that is made with it says what is wrong";
   EXPECT_FALSE(entryAt(7).hasUsablePath());
 }
 

@@ -181,6 +181,19 @@ TEST_F(ReadingABundle, NeedsEntriesThatCanBeInstalled) {
   EXPECT_EQ(onlyProblem().kind, Kind::Malformed);
 }
 
+TEST_F(ReadingABundle, NeedsPathsThatTheSystemTakes) {
+  const std::string name(256, 'n');
+  writeCore({CheckedBundle::file("/opt/" + name, "content")});
+  expectMalformed(manifestPath("Core"), "has an entry whose path is longer than the system takes: /opt/" + name);
+  EXPECT_TRUE(files_.empty());
+  writeCore({CheckedBundle::PropertyLists::directory("/opt/" + name)});
+  EXPECT_EQ(onlyProblem().kind, Kind::Malformed);
+  writeCore({CheckedBundle::link("/opt/" + name, "target")});
+  EXPECT_EQ(onlyProblem().kind, Kind::Malformed);
+  writeCore({CheckedBundle::external("/opt/" + name, "/nowhere")});
+  EXPECT_TRUE(read().empty()) << "is passed over when its source is absent";
+}
+
 TEST_F(ReadingABundle, NeedsLinksWithPathAndTargetAndNoPayloadForThem) {
   writeCore({CheckedBundle::link("/opt/link", "nowhere"), CheckedBundle::PropertyLists::directory("/opt/folder")});
   EXPECT_TRUE(read().empty());

@@ -5,6 +5,7 @@
 
 #include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/steps/QVNAggregateInstallStrategy.h"
+#include "tests/support/Unprivileged.h"
 #include "tests/unit/InstallationDeployer/install/InstallComponentsTest.h"
 
 namespace {
@@ -569,6 +570,26 @@ TEST_F(InstallComponents, ALinkWithoutItsFolderFailsTwiceAndTheRestIsMade) {
   EXPECT_TRUE(exists(target("/later")));
 }
 
+TEST_F(InstallComponents, ALinkThatCannotHaveItsAttributesStaysAndIsToldOfOnce) {
+  ASSERT_EQ(chmod(path("").c_str(), 0755), 0);
+  ASSERT_EQ(chmod(target().c_str(), 0777), 0);
+  auto given = deployer::QVNInstallerStateSuccess;
+  const CapturedLog log;
+  {
+    const tests::Unprivileged nobody;
+    ASSERT_TRUE(nobody.changed());
+    EXPECT_FALSE(Step::createSymbolicLinks({deployer::FileEntry(link("/link", "text", attributes(0755, 0, 0))),
+                                            deployer::FileEntry(link("/next", "text"))},
+                                           target(), given));
+  }
+  EXPECT_EQ(given, deployer::QVNInstallerStateFailed);
+  const std::vector<std::string> expected{"Unable to set attributes on symbolic file: " + target("/link"),
+                                          "Unable to set attributes on symbolic file: " + target("/next")};
+  EXPECT_EQ(log.texts("Error"), expected);
+  EXPECT_TRUE(S_ISLNK(statusOf(target("/link")).st_mode));
+  EXPECT_TRUE(S_ISLNK(statusOf(target("/next")).st_mode));
+}
+
 TEST_F(InstallComponents, ALinkWithoutATargetFails) {
   const CapturedLog log;
   EXPECT_FALSE(install({entry("/link", {{"IsSymbolicLink", true}})}));
@@ -621,13 +642,22 @@ class InstallComponentsHostilePath : public tests::InstallComponentsTest {
     writeFile(target("/precious"), "precious");
     before_ = attributesOf(target());
   }
-  void expectRefused(const PropertyList& hostile) {
+  void expectRefused(const PropertyList& hostile) { static_cast<void>(errorOf(hostile)); }
+  /// The only error of an install of this entry, which changes nothing.
+  std::string errorOf(const PropertyList& hostile) {
     const CapturedLog log;
     EXPECT_FALSE(install({hostile, file("/later", "later")}));
     EXPECT_EQ(state(), deployer::QVNInstallerStateFailed);
     EXPECT_EQ(log.texts("Error").size(), 1U) << log.text();
     EXPECT_EQ(contentOf(target("/precious")), "precious");
     EXPECT_EQ(attributesOf(target()), before_);
+    const auto errors = log.texts("Error");
+    return errors.empty() ? "" : errors.front();
+  }
+  void expectOnlyError(const PropertyList& hostile, std::string_view beginning, std::string_view end = "") {
+    const std::string error = errorOf(hostile);
+    EXPECT_TRUE(error.starts_with(beginning)) << error;
+    EXPECT_TRUE(error.ends_with(end)) << error;
   }
   PropertyList without(const PropertyList& given) { return given.with(deployer::kManifestFilePath, PropertyList()); }
 
@@ -664,15 +694,34 @@ TEST_F(InstallComponentsHostilePath, APathWithANulIsRefused) {
   EXPECT_EQ(log.texts("Error").size(), 1U);
   EXPECT_FALSE(exists(target("/tool")));
 }
-TEST_F(InstallComponentsHostilePath, ANameBeyondTheSystemsLimitIsRefused) {
-  expectRefused(file("/" + std::string(300, 'n'), "content"));
+TEST_F(InstallComponentsHostilePath, ANameBeyondTheSystemsLimitFailsTheCallThatIsMadeWithIt) {
+  const std::string name(300, 'n');
+  expectOnlyError(file("/" + name, "content"), "Error writing: Error Domain=NSCocoaErrorDomain Code=514 ",
+                  " (" + target("/" + name) + ")");
+  expectOnlyError(file("/" + name + "/file", "content"), "error: Error Domain=NSCocoaErrorDomain Code=514 ");
+  expectOnlyError(directory("/" + name), "error: Error Domain=NSCocoaErrorDomain Code=514 ");
+  expectOnlyError(externalDirectory("/" + name, path("nowhere")), "error: Error Domain=NSCocoaErrorDomain Code=514 ");
 }
-TEST_F(InstallComponentsHostilePath, APathBeyondTheSystemsLimitIsRefused) {
+TEST_F(InstallComponentsHostilePath, ANameOfALinkBeyondTheSystemsLimitFailsItsMaking) {
+  const std::string place = "/" + std::string(300, 'n');
+  const CapturedLog log;
+  EXPECT_FALSE(install({link(place, "text"), link("/later", "text")}));
+  EXPECT_EQ(state(), deployer::QVNInstallerStateFailed);
+  const auto errors = log.texts("Error");
+  ASSERT_EQ(errors.size(), 2U);
+  EXPECT_TRUE(errors[0].starts_with("Failed to create symbolic link: text\nError Domain=NSCocoaErrorDomain Code=514 "))
+      << errors[0];
+  EXPECT_EQ(errors[1], "Unable to set attributes on symbolic file: " + target(place));
+  EXPECT_TRUE(exists(target("/later")));
+}
+TEST_F(InstallComponentsHostilePath, APathBeyondTheSystemsLimitFailsTheCallThatIsMadeWithIt) {
   std::string deep;
   for (int level = 0; level < 600; ++level) {
     deep += "/folder-" + std::to_string(level);
   }
-  expectRefused(file(deep, "content"));
+  expectOnlyError(file(deep, "content"), "error: Error Domain=NSCocoaErrorDomain Code=514 ");
+  EXPECT_FALSE(exists(target("/folder-0")));
+  expectOnlyError(directory(deep), "error: Error Domain=NSCocoaErrorDomain Code=514 ");
   EXPECT_FALSE(exists(target("/folder-0")));
 }
 

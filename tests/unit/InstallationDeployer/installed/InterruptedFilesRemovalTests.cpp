@@ -54,6 +54,15 @@ TEST_F(InterruptedFiles, ThatAreMissingAreNoFailure) {
   remove();
 }
 
+TEST_F(InterruptedFiles, WhoseNamesAreTooLongToBeThereAreNoFailure) {
+  box_.write("product/file", "x");
+  removal_.addRemoved(manifestOf({directory(at("product")), entry(at("product/file"), {}),
+                                  entry(at("product/" + std::string(256, 'x')), {}),
+                                  entry(at("product/" + std::string(256, 'x') + "/file"), {})}));
+  remove();
+  EXPECT_FALSE(exists("product"));
+}
+
 TEST_F(InterruptedFiles, GoWhateverIsInTheirPlace) {
   // A folder that became a file, a file that became a folder, and links for both.
   box_.write("was-folder", "x");

@@ -2,9 +2,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "InstallationDeployer/installed/QVNRemoveComponentsStrategy.h"
@@ -210,7 +212,6 @@ TEST_F(RemoveComponents, EntriesWithoutAUsablePathEndTheRemoval) {
       directory(path("folder/.."), withContents()),
       file(path("file\0x"s)),
       file(path("file\0"s)),
-      file(path(std::string(256, 'x'))),
   };
   for (const PropertyList& entry : unusable) {
     const CapturedLog log;
@@ -221,6 +222,25 @@ TEST_F(RemoveComponents, EntriesWithoutAUsablePathEndTheRemoval) {
   ASSERT_EQ(chdir("/"), 0);
   EXPECT_TRUE(exists("file"));
   EXPECT_TRUE(exists("folder/x"));
+}
+
+TEST_F(RemoveComponents, NamesBeyondTheSystemsLimitsFailTheCallThatIsMadeWithThem) {
+  std::string deep = "deep";
+  while (deep.size() < PATH_MAX) {
+    deep += "/deep";
+  }
+  for (const std::string& name : {std::string(256, 'x'), std::string(256, 'x') + "/below", deep}) {
+    for (const auto& [entry, text] :
+         {std::pair(file(path(name)), "Unable to remove file. Error Domain=NSCocoaErrorDomain Code=514 "),
+          std::pair(directory(path(name)), "Unable to read directory contents. Error Domain=NSCocoaErrorDomain Code="),
+          std::pair(directory(path(name), withContents()),
+                    "Unable to remove directory. Error Domain=NSCocoaErrorDomain Code=514 ")}) {
+      const CapturedLog log;
+      EXPECT_FALSE(remove({entry}));
+      EXPECT_EQ(state(), deployer::QVNInstallerStateFailed);
+      EXPECT_TRUE(hasOneError(log, text)) << log.text();
+    }
+  }
 }
 
 // --- Directories

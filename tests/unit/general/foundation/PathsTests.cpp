@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include "general/foundation/Paths.h"
 
 using namespace foundation;
@@ -126,6 +128,18 @@ TEST(Paths, OnlyALeadingSlashMakesAPathAbsolute) {
   EXPECT_FALSE(paths::isAbsolute("a/b"));
   EXPECT_FALSE(paths::isAbsolute("~/a"));
   EXPECT_FALSE(paths::isAbsolute(""));
+}
+
+TEST(Paths, AreWithinTheLimitsAsAWholeAndInEachName) {
+  EXPECT_TRUE(paths::isWithinLimits("/"));
+  EXPECT_TRUE(paths::isWithinLimits("/a/" + std::string(255, 'x') + "/b"));
+  EXPECT_FALSE(paths::isWithinLimits("/a/" + std::string(256, 'x') + "/b"));
+  std::string longest;
+  while (longest.size() < PATH_MAX - 1) {
+    longest += longest.size() % 2 == 0 ? '/' : 'x';
+  }
+  EXPECT_TRUE(paths::isWithinLimits(longest));
+  EXPECT_FALSE(paths::isWithinLimits(longest + "x"));
 }
 
 TEST(Paths, ASingleComponentIsTheNameOfOneItem) {

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <climits>
 
 #include "general/foundation/files/GuardedRemoval.h"
 #include "tests/unit/general/foundation/files/FileTest.h"
@@ -45,11 +46,21 @@ TEST_F(GuardedRemovalTest, ListsADirectoryAlsoThroughALinkOfItsOwn) {
   EXPECT_EQ(removal_.contentsOfDirectory(path("folder/file")).error().code, 256);
 }
 
+/// A path that is longer than the system takes, of names that it would take.
+std::string deep() {
+  std::string path = "d";
+  while (path.size() < PATH_MAX) {
+    path += "/d";
+  }
+  return path;
+}
+
 TEST_F(GuardedRemovalTest, RefusesPathsThatAreNotAbsoluteOrNameNoItem) {
   box_.write("file", "x");
   box_.write("folder/file", "x");
-  for (const std::string& unusable : {""s, "/"s, "file"s, path("file\0x"s), path("folder\0x/file"s), path("folder/"),
-                                      path("folder/."), path("folder/.."), path(std::string(256, 'x'))}) {
+  for (const std::string& unusable :
+       {""s, "/"s, "file"s, path("file\0x"s), path("folder\0x/file"s), path("folder/"), path("folder/."),
+        path("folder/.."), path(std::string(256, 'x')), path(std::string(256, 'x') + "/file"), path(deep())}) {
     EXPECT_EQ(removal_.removeFile(unusable).error().code, 514) << unusable;
     EXPECT_EQ(removal_.removeItem(unusable).error().code, 514) << unusable;
   }

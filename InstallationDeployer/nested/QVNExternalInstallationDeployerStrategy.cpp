@@ -49,6 +49,13 @@ std::optional<std::string> whyNobodyCanAsk(const std::string& service,
 
 }  // namespace
 
+QVNExternalInstallationDeployerStrategy::~QVNExternalInstallationDeployerStrategy() {
+  stepRole_.assumeHere();
+  if (installerState() == QVNInstallerStateSuccess && isAtWork()) {
+    letEngineFinish();
+  }
+}
+
 bool QVNExternalInstallationDeployerStrategy::work() {
   stepRole_.assumeHere();
   const auto bundlePath = textIn(installPhaseDictionary(), kQVNInstallPhaseExternalBundlePath);
@@ -131,12 +138,15 @@ void QVNExternalInstallationDeployerStrategy::waitForFinalState(const std::strin
       },
       [&] {
         stepRole_.assumeHere();
+        if (engine_ && !engine_->isRunning()) {
+          exit.reset();
+        }
         lookAfterEngine(executable);
       });
 }
 
 void QVNExternalInstallationDeployerStrategy::lookAfterEngine(const std::string& executable) {
-  if (engine_ && !engine_->isRunning()) {
+  if (engine_ && !engine_->isRunning() && !isFollowingAnother()) {
     logging::error("The external deployer %@ ended before its final state was known (%@).", executable,
                    engine_->endDescription());
     setInstallerState(QVNInstallerStateFailed);
@@ -148,8 +158,11 @@ void QVNExternalInstallationDeployerStrategy::lookAfterEngine(const std::string&
 
 void QVNExternalInstallationDeployerStrategy::askUnheard() {
   lastNews_ = RunLoop::Clock::now();
-  if (!installationDeployer_ && engine_) {
-    lookForEngine(statusServiceNameOfProcess(engine_->processIdentifier()));
+  if (engine_ && !installationDeployer_) {
+    lookForEngine(ownServiceName());
+  } else if (engine_ && serviceName() != ownServiceName() && !isFollowingAnother()) {
+    // Somebody announced a service that is not there.
+    lookForEngine(ownServiceName());
   }
   if (!installationDeployer_) {
     return;
@@ -176,7 +189,7 @@ void QVNExternalInstallationDeployerStrategy::lookForEngine(const std::string& n
 }
 
 void QVNExternalInstallationDeployerStrategy::waitForExit() {
-  if (!installationDeployer_ || !engine_) {
+  if (!engine_ || serviceName() != ownServiceName()) {
     return;
   }
   while (!engine_->waitUntilExit(RunLoop::Clock::now() + RunLoop::kTurn)) {
@@ -185,13 +198,35 @@ void QVNExternalInstallationDeployerStrategy::waitForExit() {
   }
 }
 
+void QVNExternalInstallationDeployerStrategy::letEngineFinish() {
+  logging::notice("Waiting for the external deployer with process %d, which is still at work.",
+                  engine_->processIdentifier());
+  const auto proxy = QVNInstallationStatusProxy::ofService(ownServiceName());
+  while (!engine_->waitUntilExit(RunLoop::Clock::now() + RunLoop::kTurn)) {
+    const auto state = stateFrom(*proxy);
+    if (state && isCompletionState(*state)) {
+      proxy->shutdownService();
+    }
+  }
+}
+
+bool QVNExternalInstallationDeployerStrategy::isAtWork() {
+  return engine_ && engine_->isRunning() &&
+         (!installationDeployer_ || ipc::vendingUnder(ownServiceName()) == ipc::Vending::Yes);
+}
+
+bool QVNExternalInstallationDeployerStrategy::isFollowingAnother() const {
+  const auto name = serviceName();
+  return name && name != ownServiceName() && ipc::vendingUnder(*name) != ipc::Vending::No;
+}
+
 void QVNExternalInstallationDeployerStrategy::handleInstallationStatusServiceStartNotification(
     const Notification& notification) {
   stepRole_.assumeHere();
   logging::debug("----- <%@>[%@ handleInstallationStatusServiceStartNotification:%@]", foundation::currentThreadName(),
                  qualifiedName(), notification.description());
   const auto name = announcedService(notification);
-  if (!name || isAnotherEngine(*name)) {
+  if (!name) {
     return;
   }
   reach(*name);
@@ -214,11 +249,13 @@ void QVNExternalInstallationDeployerStrategy::updateInstallerState() {
       foundation::currentThreadName(),
       installationDeployer_ ? installationDeployer_->description() : foundation::format("%@", nullptr), serviceName());
   if (!installationDeployer_ && engine_) {
-    // Its start went unheard: it is asked under its own name at the next turn, for nobody's silence is success.
-    return;
+    // Its start may have gone unheard. One that can be found is asked, and one that has ended is no success.
+    lookForEngine(ownServiceName());
   }
   if (!installationDeployer_) {
-    takeState(QVNInstallerStateSuccess);
+    if (!engine_ || (engine_->isRunning() && ipc::vendingUnder(ownServiceName()) == ipc::Vending::No)) {
+      takeState(QVNInstallerStateSuccess);
+    }
   } else if (const auto state = stateFrom(*installationDeployer_)) {
     takeState(*state);
   }
@@ -245,9 +282,8 @@ void QVNExternalInstallationDeployerStrategy::shutdownExternalEngine() {
   }
 }
 
-bool QVNExternalInstallationDeployerStrategy::isAnotherEngine(const std::string& serviceName) const {
-  // Somebody else may run the engine of that bundle at the same time, and that run is none of ours.
-  return engine_ && serviceName != statusServiceNameOfProcess(engine_->processIdentifier());
+std::string QVNExternalInstallationDeployerStrategy::ownServiceName() const {
+  return statusServiceNameOfProcess(engine_ ? engine_->processIdentifier() : 0);
 }
 
 void QVNExternalInstallationDeployerStrategy::reach(const std::string& serviceName) {

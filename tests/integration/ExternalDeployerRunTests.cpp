@@ -261,6 +261,19 @@ TEST_F(ExternalDeployerRun, KilledTakesTheOtherEngineAlongAndIsFinishedByTheNext
   EXPECT_EQ(enginesRunning(), "");
 }
 
+TEST_F(ExternalDeployerRun, OfABundleWhoseProgramStartsTheEngineAsAnotherProcessIsFollowedToItsEnd) {
+  makeProduct();
+  makeExternalProduct();
+  deliver();
+  const std::string wrapped = std::string(kExternalEngine) + "Itself";
+  ASSERT_TRUE(root().shell(std::string("mv ") + kExternalEngine + " " + wrapped).succeeded());
+  root().writeFile(kExternalEngine, "#!/bin/sh\n" + wrapped + " \"$@\"\nexit 0\n", 0755);
+  const Outcome outcome = install();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+  expectInstalled();
+  EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+}
+
 TEST_F(ExternalDeployerRun, OfABundleThatIsNotThereWaitsForSomebodyWhoRunsIt) {
   makeProduct();
   makeExternalProduct();

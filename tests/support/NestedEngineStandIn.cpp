@@ -8,12 +8,15 @@
 //   progress-NUMBER  its progress from now on
 //   update-other     announces a change of state about the bundle /somebody/else
 //   start-other      announces that another engine of this bundle has started, with a service that nobody has
+//   wrap             leaves what follows to another process of this program, and ends when somebody has written a byte
+//   to
+//                    the pipe "wrapper" in its bundle
 //   gate             waits until somebody has written one more byte to the pipe "gate" in its bundle
 //   await-end        waits until it is told to end, and then exits with its state
 //   stop, kill       sends itself the signal
 //   exit-CODE        exits
-// In its bundle it leaves "process", its number, "arguments", one on a line, and at its end "cancelled" if it was asked
-// to cancel.
+// In its bundle it leaves "process", its number ("wrapper-process" of one that wraps another), "arguments", one on a
+// line, and at its end "cancelled" if it was asked to cancel.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -33,6 +36,7 @@
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 #include "general/foundation/Descriptor.h"
 #include "general/foundation/Paths.h"
+#include "general/foundation/execution/Task.h"
 #include "general/ipc/DistributedNotifications.h"
 
 namespace {
@@ -58,6 +62,16 @@ class StandIn : public deployer::WatchedRun {
   void cancelInstallation() override { std::ofstream(bundle_ + "/cancelled") << "cancelled\n"; }
   bool mainThreadComplete() const override { return complete_; }
   std::string postingNotificationId() const override { return isHeard_ ? bundle_ : "/nobody/listens/to/this"; }
+
+  /// Starts the program anew with the rest of the script, and waits at its own gate.
+  int wrap(const std::string& program, const std::string& script) const {
+    std::ofstream(bundle_ + "/wrapper-process") << getpid() << "\n";
+    const foundation::Descriptor gate(open((bundle_ + "/wrapper").c_str(), O_RDWR | O_CLOEXEC));
+    foundation::Task task(program, {script});
+    task.launch();
+    waitAt(gate);
+    return 0;
+  }
 
   /// The exit code, when the command ends the process.
   std::optional<int> perform(const std::string& command) {
@@ -100,9 +114,10 @@ class StandIn : public deployer::WatchedRun {
     ipc::postDistributedNotification(deployer::serviceAnnouncement(
         deployer::kQVNInstallationStatusServiceStartedNotification, bundle_, deployer::statusServiceNameOfProcess(0)));
   }
-  void waitAtGate() const {
+  void waitAtGate() const { waitAt(gate_); }
+  static void waitAt(const foundation::Descriptor& gate) {
     char byte = 0;
-    while (read(gate_.number(), &byte, 1) < 0 && errno == EINTR) {
+    while (read(gate.number(), &byte, 1) < 0 && errno == EINTR) {
     }
   }
 
@@ -132,6 +147,11 @@ int main(int argc, char** argv) {
   StandIn standIn(bundle);
   std::istringstream script(arguments.back());
   for (std::string command; std::getline(script, command, ',');) {
+    if (command == "wrap") {
+      std::string rest;
+      std::getline(script, rest);
+      return standIn.wrap(argv[0], rest);
+    }
     if (const auto exitCode = standIn.perform(command)) {
       return *exitCode;
     }

@@ -214,11 +214,67 @@ TEST_F(ExternalDeployer, IgnoresWhatIsSaidAboutOtherBundles) {
   EXPECT_FALSE(mentions(log, "object = /somebody/else"));
 }
 
-TEST_F(ExternalDeployer, IsNotMistakenForAnotherRunOfTheSameBundle) {
+TEST_F(ExternalDeployer, FollowsWhoeverAnnouncesTheBundleAndComesBackWhenNobodyIsThere) {
   const CapturedLog log;
   EXPECT_FALSE(execute("start-other,start,start-other,4,await-end"));
   EXPECT_EQ(step().installerState(), QVNInstallerStateInsufficientDiskSpace);
-  EXPECT_FALSE(mentions(log, "<QVNInstallationStatusProtocol>com.corvane.installer.0"));
+  EXPECT_TRUE(mentions(log, "[<QVNInstallationStatusProtocol>com.corvane.installer.0 getCurrentState]"));
+}
+
+TEST_F(ExternalDeployer, ThatAnnouncedItselfFromAnotherProcessIsFollowedWhenTheChildHasEnded) {
+  ASSERT_EQ(mkfifo((external() + "/wrapper").c_str(), 0600), 0);
+  const CapturedLog log;
+  std::thread pace([&] {
+    waitForLog(log, "[externalDeployer setInstallerState:15]");
+    const foundation::Descriptor wrapper(open((external() + "/wrapper").c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(::write(wrapper.number(), "g", 1), 1);
+    // Gone once the step has looked after it.
+    const int wrapping = std::stoi(contentOf(external() + "/wrapper-process"));
+    waitUntil([&] { return kill(wrapping, 0) != 0; });
+    openGate();
+  });
+  EXPECT_FALSE(execute("wrap,start,15,gate,4,await-end"));
+  pace.join();
+  EXPECT_EQ(step().installerState(), QVNInstallerStateInsufficientDiskSpace);
+  EXPECT_TRUE(log.texts("Error").empty()) << log.text();
+}
+
+TEST_F(ExternalDeployer, ThatAnnouncedItselfFromAnotherProcessAndEndedAfterTheChildIsAFailure) {
+  ASSERT_EQ(mkfifo((external() + "/wrapper").c_str(), 0600), 0);
+  const CapturedLog log;
+  std::thread pace([&] {
+    waitForLog(log, "[externalDeployer setInstallerState:15]");
+    const foundation::Descriptor wrapper(open((external() + "/wrapper").c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(::write(wrapper.number(), "g", 1), 1);
+    openGate();
+  });
+  EXPECT_FALSE(execute("wrap,start,15,gate,kill"));
+  pace.join();
+  EXPECT_EQ(step().installerState(), QVNInstallerStateFailed);
+  EXPECT_EQ(log.texts("Error"), std::vector<std::string>{"The external deployer " + engine() +
+                                                         " ended before its final state was known (exit status 0)."});
+}
+
+TEST_F(ExternalDeployer, UpdateBeforeAnyStartEndsTheStepWithSuccessWhileTheChildIsAtWorkAndIsNotKilled) {
+  const CapturedLog log;
+  std::thread somebody([&] {
+    waitUntil([&] { return fs::exists(external() + "/process"); });
+    postUpdate();
+  });
+  EXPECT_TRUE(execute("gate,start,0,await-end"));
+  somebody.join();
+  EXPECT_EQ(step().installerState(), QVNInstallerStateSuccess);
+  EXPECT_TRUE(log.contains("Debug", "Sending shutdownService to service: <QVNInstallationStatusProtocol>(null)"));
+  EXPECT_TRUE(log.texts("Error").empty()) << log.text();
+  const int child = engineProcess();
+  EXPECT_EQ(kill(child, 0), 0);
+  // Its work is done before the step that started it is gone, and it is told that its end was seen.
+  openGate();
+  makeStepFor("");
+  EXPECT_NE(kill(child, 0), 0);
+  EXPECT_TRUE(log.contains("Notice", foundation::format("Waiting for the external deployer with process %d, which is "
+                                                        "still at work.",
+                                                        child)));
 }
 
 TEST_F(ExternalDeployer, StartWithoutAServiceIsIgnored) {

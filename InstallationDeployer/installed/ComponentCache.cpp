@@ -1,12 +1,12 @@
 #include "InstallationDeployer/installed/ComponentCache.h"
 
 #include "InstallationDeployer/DefaultAttributes.h"
+#include "InstallationDeployer/FileEntry.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/extensions/NSFileManagerExtensions.h"
 #include "general/foundation/files/FileBuffer.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/GuardedFolder.h"
-#include "general/foundation/files/GuardedRemoval.h"
 #include "general/foundation/files/TemporaryNames.h"
 #include "general/foundation/files/TrustedFolder.h"
 
@@ -18,6 +18,7 @@ namespace temporary_names = foundation::temporary_names;
 using foundation::Error;
 using foundation::FileAttributes;
 using foundation::ItemStatus;
+using foundation::Result;
 using foundation::Status;
 
 namespace {
@@ -32,6 +33,25 @@ Error noPermission(std::string_view text, const std::string& path) {
 
 bool belongsToRootAlone(const ItemStatus& attributes) {
   return attributes.isDirectory() && foundation::trusted_folder::isRootsAlone(attributes.owner, attributes.permissions);
+}
+
+/// The folder around the cache. A link of root is the system's own, and stands for what it leads to.
+Result<ItemStatus> folderStatus() {
+  auto item = files::attributesOfItem(folder());
+  return item && item->isSymbolicLink() && item->owner == kRootUser ? files::attributesOfTarget(folder()) : item;
+}
+
+/// Nobody else may put anything in the cache's place once it is removed.
+Status takeOverFolder() {
+  const auto found = folderStatus();
+  if (!found) {
+    return found.error();
+  }
+  if (found->isSymbolicLink()) {
+    return noPermission("The folder of the cache is a link that does not belong to root.", folder());
+  }
+  return belongsToRootAlone(*found) ? Status()
+                                    : foundation::trusted_folder::takeOver(folder(), kDefaultDirectoryAttributes);
 }
 
 /// Renamed first, so that no name ever shows half of it.
@@ -70,28 +90,21 @@ Status copyPlainFile(const std::string& source, const ItemStatus& attributes, co
 
 }  // namespace
 
+bool canHold(std::string_view path) { return isUsablePath(path) && paths::standardize(path) != "/"; }
+
 std::string cachedPath(std::string_view path) { return paths::append(kQVNInstallerCacheRootPath, path); }
 
 bool isTrustworthy() {
-  const auto attributes = files::attributesOfItem(folder());
+  const auto attributes = folderStatus();
   return attributes ? belongsToRootAlone(*attributes) : attributes.error().isNoSuchFile();
 }
 
 Status remove() {
-  const auto attributes = files::attributesOfItem(folder());
-  if (!attributes) {
-    return attributes.error().isNoSuchFile() ? Status() : Status(attributes.error());
-  }
-  foundation::GuardedRemoval removal;
-  if (!belongsToRootAlone(*attributes)) {
-    return removal.removeItem(folder());
+  if (Status taken = takeOverFolder(); !taken) {
+    return taken.error().isNoSuchFile() ? Status() : taken;
   }
   temporary_names::sweepWithContent(folder());
-  if (Status removed = removeInOneStep(); !removed) {
-    return removed;
-  }
-  const auto empty = removal.removeDirectory(folder(), {});
-  return empty ? Status() : Status(empty.error());
+  return removeInOneStep();
 }
 
 Status makeFolder() {

@@ -34,6 +34,14 @@ bool matchesWildCardedPath(const std::string& path, const std::string& pattern) 
 // An empty one is none here.
 bool hasExternalSource(const FileEntry& entry) { return !entry.externalSource().value_or("").empty(); }
 
+Status keepCopy(const std::string& source, const std::string& path) {
+  if (!component_cache::canHold(path)) {
+    return foundation::fileError(foundation::kWriteInvalidName, "No file can wait by such a path.", path);
+  }
+  const Status made = component_cache::makeFolder();
+  return made ? component_cache::copyFile(source, component_cache::cachedPath(path)) : made;
+}
+
 /// An external source as it stands where the entry has one, else the installed path.
 std::string sourceOf(const FileEntry& entry) {
   return std::string(hasExternalSource(entry) ? *entry.externalSource() : entry.listedPath().text());
@@ -54,9 +62,6 @@ bool QVNCacheComponentStrategy::fillCache() {
   if (const Status removed = removeStaleCache(); !removed && !removed.error().isNoSuchFile()) {
     return fail("QVNCacheComponentStrategy: Unable to cleanup temp file cache. %@", removed.error());
   }
-  if (const Status made = component_cache::makeFolder(); !made) {
-    return fail("QVNCacheComponentStrategy: Unable to make the folder of the cache. %@", made.error());
-  }
   return walkPlannedEntries(
       [this](const std::string& component, const FileEntry& entry) { return cacheEntry(component, entry); });
 }
@@ -76,10 +81,6 @@ bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const F
     return true;
   }
   const std::string source = sourceOf(entry);
-  if (!entry.hasUsablePath() || !isUsablePath(source)) {
-    return fail("QVNCacheComponentStrategy: A file of component %@ has no usable path: %@", component,
-                entry.listedPath());
-  }
   if (entry.isWildcard()) {
     return cacheMatches(component, entry, source);
   }
@@ -87,7 +88,7 @@ bool QVNCacheComponentStrategy::cacheEntry(const std::string& component, const F
   if (!isThere) {
     return fail("QVNCacheComponentStrategy: Unable to copy file. %@", isThere.error());
   }
-  return !*isThere || copyFile(source, std::string(*entry.path()));
+  return !*isThere || copyFile(source, std::string(entry.listedPath().text()));
 }
 
 bool QVNCacheComponentStrategy::cacheMatches(const std::string& component, const FileEntry& entry,
@@ -141,9 +142,9 @@ bool QVNCacheComponentStrategy::copyFile(const std::string& source, const std::s
     // Which of the two counts is decided when what was interrupted is put right.
     return true;
   }
-  const std::string target = component_cache::cachedPath(path);
-  logging::debug("QVNCacheComponentStrategy:\n\tsourceFilePath = %@\n\ttargetFilePath = %@", source, target);
-  const Status copied = component_cache::copyFile(source, target);
+  logging::debug("QVNCacheComponentStrategy:\n\tsourceFilePath = %@\n\ttargetFilePath = %@", source,
+                 component_cache::cachedPath(path));
+  const Status copied = keepCopy(source, path);
   if (copied) {
     controller().changes().noteOwedFile(path, source != path);
     return true;

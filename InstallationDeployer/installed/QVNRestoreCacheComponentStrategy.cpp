@@ -77,22 +77,15 @@ bool QVNRestoreCacheComponentStrategy::restoreFiles() {
     return fail("QVNRestoreCacheComponentStrategy: Others than root could change the cache.");
   }
   return walkPlannedEntries(
-      [this](const std::string& component, const FileEntry& entry) { return restoreEntry(component, entry); });
+      [this](const std::string& /*component*/, const FileEntry& entry) { return restoreEntry(entry); });
 }
 
-bool QVNRestoreCacheComponentStrategy::restoreEntry(const std::string& component, const FileEntry& entry) {
+bool QVNRestoreCacheComponentStrategy::restoreEntry(const FileEntry& entry) {
   if (!entry.isModifiable()) {
     return true;
   }
-  if (!entry.hasUsablePath()) {
-    return fail("QVNRestoreCacheComponentStrategy: A file of component %@ has no usable path: %@", component,
-                entry.listedPath());
-  }
-  const std::string path(*entry.path());
-  if (entry.isWildcard()) {
-    return restoreMatches(path);
-  }
-  return restoreFile(path);
+  const std::string path(entry.listedPath().text());
+  return entry.isWildcard() ? restoreMatches(path) : restoreFile(path);
 }
 
 bool QVNRestoreCacheComponentStrategy::restoreFile(const std::string& path) {
@@ -123,11 +116,16 @@ bool QVNRestoreCacheComponentStrategy::restoreMatches(const std::string& path) {
 
 bool QVNRestoreCacheComponentStrategy::copyFile(const std::string& cached, const std::string& target) {
   logging::debug("QVNRestoreCacheComponentStrategy:\n\tsourceFilePath = %@\n\ttargetFilePath = %@", cached, target);
+  if (!component_cache::canHold(target)) {
+    return fail(
+        "QVNRestoreCacheComponentStrategy: Unable to restore file. %@",
+        foundation::fileError(foundation::kWriteInvalidName, "No file can have waited for such a path.", target));
+  }
   // A file or link in the way is replaced in one step by the copy; only what cannot be replaced has to go first.
   foundation::GuardedRemoval removal;
   const auto type = removal.typeOf(target);
   if (!type) {
-    return fail("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", type.error());
+    return fail("Unable to remove file. %@", type.error());
   }
   if (*type == foundation::FileType::Directory) {
     if (const Status removed = removal.removeItem(target); !removed && !removed.error().isNoSuchFile()) {

@@ -20,7 +20,7 @@ class QVNRestoreCacheComponentStrategy : public QVNInstallStepStrategy {
  private:
   [[nodiscard]] bool work() override;
   bool restoreFiles();
-  bool restoreEntry(const std::string& component, const FileEntry& entry);
+  bool restoreEntry(const FileEntry& entry);
   bool restoreFile(const std::string& path);
   bool restoreMatches(const std::string& path);
   [[nodiscard]] bool restoreOwedFiles();

@@ -9,6 +9,7 @@
 namespace {
 
 using support::Outcome;
+using namespace std::string_literals;
 using support::Snapshot;
 
 const std::string kFolder = "/Library/Guard";
@@ -61,7 +62,8 @@ TEST_F(ComponentCache, CarriesAFileOverWithItsOwnerGroupAndMode) {
                        "/Library/Guard/settings\n\ttargetFilePath = /Library/Guard/settings"),
             1);
   EXPECT_EQ(root().snapshot(kFolder), before);
-  EXPECT_FALSE(root().exists(kCacheFolder));
+  EXPECT_FALSE(root().exists(kCache));
+  EXPECT_TRUE(root().exists(kCacheFolder));
 }
 
 TEST_F(ComponentCache, AFolderOfItThatIsThereButCannotBeListedIsNoEmptyOne) {
@@ -202,25 +204,84 @@ TEST_F(ComponentCache, BeginsWithoutWhatAnEarlierRunLeft) {
   EXPECT_FALSE(root().exists(kCache));
 }
 
-TEST_F(ComponentCache, NeverUsesAFolderThatOthersCanChange) {
+TEST_F(ComponentCache, MakesNothingWhenNothingIsCached) {
+  root().makeDirectory("/Library/Caches");
+  const Snapshot before = root().snapshot("/Library/Caches");
+  ASSERT_EQ(cache({settings(kFolder + "/missing"), entry(kFolder + "/program", attributes(0644))}).standardOutput,
+            kSuccess);
+  EXPECT_EQ(root().snapshot("/Library/Caches"), before);
+}
+
+TEST_F(ComponentCache, IsRemovedAloneAndNothingBesideIt) {
+  root().writeFile(kFolder + "/settings", "edited");
+  root().writeFile(kCacheFolder + "/of somebody", "x");
+  const Entries entries{settings(kFolder + "/settings")};
+  ASSERT_EQ(cache(entries).standardOutput, kSuccess);
+  ASSERT_EQ(restore(entries).standardOutput, kSuccess);
+  EXPECT_FALSE(root().exists(kCache));
+  EXPECT_EQ(root().readFile(kCacheFolder + "/of somebody"), "x");
+}
+
+TEST_F(ComponentCache, TakesOverAFolderThatOthersCanChange) {
   root().writeFile(kFolder + "/settings", "edited", 0600);
   const Entries entries{settings(kFolder + "/settings")};
-  root().writeFile("/Users/outside/tmp/file", "x", 0644, 501, 20);
-  const Snapshot outside = root().snapshot("/Users/outside");
-  const std::vector<std::string> preparations{
-      "mkdir -p /Library/Caches/com.corvane.installer/tmp && chown -R 501 /Library/Caches/com.corvane.installer",
-      "mkdir -p /Library/Caches/com.corvane.installer/tmp && chmod 0777 /Library/Caches/com.corvane.installer",
-      "mkdir -p /Library/Caches && ln -s /Users/outside /Library/Caches/com.corvane.installer && "
-      "chown -h 501 /Library/Caches/com.corvane.installer"};
+  const std::vector<std::string> preparations{"chown -R 501:20 " + kCacheFolder, "chmod 0777 " + kCacheFolder};
   for (const std::string& preparation : preparations) {
-    ASSERT_TRUE(root().shell("rm -rf /Library/Caches/com.corvane.installer; " + preparation).succeeded());
+    ASSERT_TRUE(root().shell("rm -rf " + kCacheFolder).succeeded());
+    root().writeFile(kCache + "/planted", "x");
+    root().writeFile(kCacheFolder + "/kept", "x");
+    ASSERT_TRUE(root().shell(preparation).succeeded());
     const Outcome outcome = cache(entries);
     EXPECT_EQ(outcome.standardOutput, kSuccess) << outcome.standardError;
-    EXPECT_EQ(item(kCacheFolder).type, 'd') << preparation;
     EXPECT_EQ(item(kCacheFolder).user, 0U) << preparation;
     EXPECT_EQ(item(kCacheFolder).mode, 0755U) << preparation;
-    EXPECT_EQ(root().snapshot("/Users/outside"), outside);
+    EXPECT_EQ(item(kCache).user, 0U) << preparation;
+    EXPECT_FALSE(root().exists(kCache + "/planted"));
+    EXPECT_TRUE(root().exists(kCacheFolder + "/kept"));
+    EXPECT_EQ(root().readFile(kCache + kFolder + "/settings"), "edited");
   }
+}
+
+TEST_F(ComponentCache, FailsBesideAFileInTheFoldersPlace) {
+  root().writeFile(kFolder + "/settings", "edited");
+  root().writeFile(kCacheFolder, "of somebody");
+  for (const Entries& entries : {Entries{settings(kFolder + "/settings")}, Entries{}}) {
+    const Outcome outcome = cache(entries);
+    EXPECT_EQ(outcome.standardOutput, kFailure);
+    EXPECT_TRUE(loggedBeginning(outcome, "Error",
+                                "QVNCacheComponentStrategy: Unable to cleanup temp file cache. Error Domain="))
+        << outcome.standardError;
+    EXPECT_EQ(root().readFile(kCacheFolder), "of somebody");
+  }
+}
+
+TEST_F(ComponentCache, FailsBesideALinkOfAnotherUserInTheFoldersPlace) {
+  root().writeFile(kFolder + "/settings", "edited");
+  root().writeFile("/Users/outside/tmp/file", "x", 0644, 501, 20);
+  const Snapshot outside = root().snapshot("/Users/outside");
+  root().makeLink(kCacheFolder, "/Users/outside");
+  ASSERT_TRUE(root().shell("chown -h 501 " + kCacheFolder).succeeded());
+  const Outcome outcome = cache({settings(kFolder + "/settings")});
+  EXPECT_EQ(outcome.standardOutput, kFailure);
+  EXPECT_TRUE(
+      loggedBeginning(outcome, "Error", "QVNCacheComponentStrategy: Unable to cleanup temp file cache. Error Domain="))
+      << outcome.standardError;
+  EXPECT_EQ(item(kCacheFolder).type, 'l');
+  EXPECT_EQ(root().snapshot("/Users/outside"), outside);
+}
+
+TEST_F(ComponentCache, MayLieBehindALinkOfRoot) {
+  root().writeFile(kFolder + "/settings", "edited");
+  root().writeFile("/private/caches/tmp/stale", "x");
+  root().makeLink(kCacheFolder, "/private/caches");
+  const Entries entries{settings(kFolder + "/settings")};
+  ASSERT_EQ(cache(entries).standardOutput, kSuccess);
+  EXPECT_FALSE(root().exists("/private/caches/tmp/stale"));
+  EXPECT_EQ(root().readFile("/private/caches/tmp" + kFolder + "/settings"), "edited");
+  root().writeFile(kFolder + "/settings", "default");
+  ASSERT_EQ(restore(entries).standardOutput, kSuccess);
+  EXPECT_EQ(root().readFile(kFolder + "/settings"), "edited");
+  EXPECT_TRUE(root().exists("/private/caches"));
 }
 
 TEST_F(ComponentCache, RestoresNothingFromAFolderThatOthersCanChange) {
@@ -278,17 +339,61 @@ TEST_F(ComponentCache, IsNotWrittenThroughALinkOfAnotherUser) {
                   .succeeded());
   const Outcome outcome = restore(entries);
   EXPECT_EQ(outcome.standardOutput, kFailure);
-  EXPECT_TRUE(loggedBeginning(outcome, "Error", "QVNRestoreCacheComponentStrategy: Unable to restore file. "));
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Unable to remove file. Error Domain=NSCocoaErrorDomain Code=513"));
   EXPECT_EQ(root().snapshot("/Users/outside"), outside);
 }
 
-TEST_F(ComponentCache, PathsThatClimbAreRefused) {
+TEST_F(ComponentCache, AnExternalSourceIsTakenAsItStands) {
+  root().writeFile("/Users/Shared/licence", "of the administrator");
+  ASSERT_EQ(cache({external(kFolder + "/licence", "/Users/../Users/Shared/licence", modifiable())}).standardOutput,
+            kSuccess);
+  EXPECT_EQ(root().readFile(kCache + kFolder + "/licence"), "of the administrator");
+}
+
+TEST_F(ComponentCache, PathsThatWouldLeadOutOfItCannotBeCopied) {
   root().writeFile("/etc/secret", "x");
-  const Outcome outcome = cache({settings("/Library/../etc/secret")});
+  for (const PropertyList& climbing :
+       {settings("/Library/../etc/secret"), wildcard("/Library/../etc/sec*"),
+        external("/", "/etc/secret", modifiable()), external("", "/etc/secret", modifiable()),
+        external("/../out", "/etc/secret", modifiable())}) {
+    const Outcome outcome = cache({climbing});
+    EXPECT_EQ(outcome.standardOutput, kFailure);
+    EXPECT_TRUE(loggedBeginning(outcome, "Error", "QVNCacheComponentStrategy: Unable to copy file. Error Domain="))
+        << outcome.standardError;
+    EXPECT_FALSE(root().exists(kCacheFolder));
+  }
+}
+
+TEST_F(ComponentCache, NothingIsRestoredFromOutsideOfIt) {
+  root().writeFile("/etc/secret", "x", 0600);
+  root().makeDirectory(kCache);
+  const Outcome outcome = restore({settings("/../../../../etc/secret")});
   EXPECT_EQ(outcome.standardOutput, kFailure);
-  EXPECT_EQ(logged(outcome, "Error",
-                   "QVNCacheComponentStrategy: A file of component Core has no usable path: /Library/../etc/secret"),
-            1);
+  EXPECT_TRUE(
+      loggedBeginning(outcome, "Error", "QVNRestoreCacheComponentStrategy: Unable to restore file. Error Domain="))
+      << outcome.standardError;
+}
+
+TEST_F(ComponentCache, ModifiableEntriesAtWhoseOddPathsNothingLiesArePassedOver) {
+  const Entries odd{settings(""), settings("/Library/../nowhere"), settings(kFolder + "/" + std::string(256, 'n')),
+                    PropertyList::dictionary(modifiable())};
+  EXPECT_EQ(cache(odd).standardOutput, kSuccess);
+  EXPECT_EQ(restore(odd).standardOutput, kSuccess);
+  EXPECT_FALSE(root().exists(kCacheFolder));
+}
+
+TEST_F(ComponentCache, AWildcardWithAnOddPathMatchesNothing) {
+  const std::string tooLong = "/" + std::string(256, 'n');
+  for (const std::string& path : {std::string(), "nowhere/*.conf"s, "/nowhere/../*.conf"s, tooLong + "/*.conf"}) {
+    const Outcome outcome = cache({wildcard(path)});
+    EXPECT_EQ(outcome.standardOutput, kFailure) << path;
+    EXPECT_TRUE(loggedBeginning(outcome, "Error", "QVNCacheComponentStrategy: Unable to get contents of "))
+        << outcome.standardError;
+    EXPECT_EQ(logged(outcome, "Error",
+                     "QVNCacheComponentStrategy: Unable to find matched files from wildcarded path: '" + path + "'"),
+              1);
+    EXPECT_EQ(restore({wildcard(path)}).standardOutput, kSuccess) << path;
+  }
 }
 
 TEST_F(ComponentCache, AfterAFailureNothingIsTouched) {
@@ -296,6 +401,53 @@ TEST_F(ComponentCache, AfterAFailureNothingIsTouched) {
   EXPECT_EQ(cache({}, {"--failed", "Core"}).standardOutput, "success=0 state=0 published=\n");
   EXPECT_EQ(runStep("restore", {}, {"--failed", "Core"}).standardOutput, "success=0 state=0 published=\n");
   EXPECT_TRUE(root().exists(kCache + "/Library/Guard/kept"));
+}
+
+/// The steps where something is mounted, which nothing can remove.
+class ComponentCacheOnMounts : public ComponentCache {
+ protected:
+  [[nodiscard]] bool needsMounts() const override { return true; }
+
+  void mountOn(const std::string& folder) {
+    root().makeDirectory(folder);
+    ASSERT_TRUE(root().shell("mount -t tmpfs none " + folder + " && echo kept > " + folder + "/file").succeeded());
+  }
+};
+
+TEST_F(ComponentCacheOnMounts, OneThatCannotBeRemovedFailsTheCaching) {
+  root().writeFile(kFolder + "/settings", "edited");
+  mountOn(kCache);
+  const Outcome outcome = cache({settings(kFolder + "/settings")});
+  EXPECT_EQ(outcome.standardOutput, kFailure);
+  EXPECT_TRUE(
+      loggedBeginning(outcome, "Error", "QVNCacheComponentStrategy: Unable to cleanup temp file cache. Error Domain="))
+      << outcome.standardError;
+}
+
+TEST_F(ComponentCacheOnMounts, OneThatCannotBeRemovedFailsTheRestoringOnceTheFilesAreBack) {
+  root().writeFile(kFolder + "/settings", "edited");
+  const Entries entries{settings(kFolder + "/settings")};
+  ASSERT_EQ(cache(entries).standardOutput, kSuccess);
+  root().writeFile(kFolder + "/settings", "default");
+  mountOn(kCache + "/mounted");
+  const Outcome outcome = restore(entries);
+  EXPECT_EQ(outcome.standardOutput, kFailure);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error",
+                              "QVNRestoreCacheComponentStrategy: Unable to cleanup temp file cache. Error Domain="))
+      << outcome.standardError;
+  EXPECT_EQ(root().readFile(kFolder + "/settings"), "edited");
+}
+
+TEST_F(ComponentCacheOnMounts, WhatCannotBeRemovedFromTheFilesPlaceFailsTheRestoring) {
+  root().writeFile(kFolder + "/settings", "edited");
+  const Entries entries{settings(kFolder + "/settings")};
+  ASSERT_EQ(cache(entries).standardOutput, kSuccess);
+  ASSERT_TRUE(root().shell("rm " + kFolder + "/settings").succeeded());
+  mountOn(kFolder + "/settings");
+  const Outcome outcome = restore(entries);
+  EXPECT_EQ(outcome.standardOutput, kFailure);
+  EXPECT_TRUE(loggedBeginning(outcome, "Error", "Unable to remove file. Error Domain=")) << outcome.standardError;
+  EXPECT_EQ(root().readFile(kCache + kFolder + "/settings"), "edited");
 }
 
 }  // namespace

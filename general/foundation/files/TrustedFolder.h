@@ -3,6 +3,9 @@
 #include <cstdint>
 #include <string>
 
+#include "general/foundation/Result.h"
+#include "general/foundation/files/FileAttributes.h"
+
 /// Whose word what lies in a folder is. Who may write in a folder can put, replace and remove everything there,
 /// whatever the permissions of the items are; a sticky bit (as /tmp has it) keeps users from each other's items, but
 /// from nothing that is not there yet. So what is found in a folder is its owner's word when neither its group nor
@@ -16,5 +19,8 @@ namespace foundation::trusted_folder {
 [[nodiscard]] bool isRootsAlone(std::uint32_t owner, std::uint32_t permissions);
 /// Whether there is a directory at the path that only root can change. A link there is none.
 [[nodiscard]] bool isRootsAlone(const std::string& path);
+/// Gives a directory these attributes, by which others lose what they could do in it. What lies in it stays. A link,
+/// and what is no directory, is an error: nothing else can be given away by somebody who exchanges it meanwhile.
+[[nodiscard]] Status takeOver(const std::string& path, const FileAttributes& attributes);
 
 }  // namespace foundation::trusted_folder

@@ -36,6 +36,25 @@ TEST(TrustedFolder, IsJudgedWithTheBitsOfItsTypeToo) {
 
 class TrustedFolderOnDisk : public tests::FileTest {};
 
+TEST_F(TrustedFolderOnDisk, IsTakenOverAsItIsAndNeverThroughALink) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can take folders over";
+  }
+  box_.write("folder/file", "x");
+  box_.write("file", "x");
+  ASSERT_EQ(symlink("folder", path("link").c_str()), 0);
+  ASSERT_EQ(chown(path("folder").c_str(), kSomebody, kSomebody), 0);
+  ASSERT_EQ(chmod(path("folder").c_str(), 0777), 0);
+  const foundation::FileAttributes roots{.owner = 0, .group = 0, .permissions = 0755};
+  EXPECT_FALSE(trusted_folder::takeOver(path("link"), roots));
+  EXPECT_FALSE(trusted_folder::takeOver(path("file"), roots));
+  EXPECT_EQ(trusted_folder::takeOver(path("missing"), roots).error().code, 4);
+  EXPECT_FALSE(trusted_folder::isRootsAlone(path("folder")));
+  EXPECT_TRUE(trusted_folder::takeOver(path("folder"), roots));
+  EXPECT_TRUE(trusted_folder::isRootsAlone(path("folder")));
+  EXPECT_EQ(access(path("folder/file").c_str(), F_OK), 0);
+}
+
 TEST_F(TrustedFolderOnDisk, IsRootsAloneUntilItIsOpenedToOthersOrGivenAway) {
   ASSERT_EQ(mkdir(path("folder").c_str(), 0700), 0);
   EXPECT_TRUE(trusted_folder::isRootsAlone(path("folder")));

@@ -174,19 +174,18 @@ bool QVNReceiptClient::lastReceiptStatusProxyMessageSuccess() {
 template <class Proxy>
 bool QVNReceiptClient::lastMessageSuccess(std::unique_ptr<Proxy>& proxy, std::string_view messageForException) {
   if (!proxy) {
-    return !process_.hasVanished(false);
+    return !process_.hasVanished();
   }
   if (const auto& exception = proxy->remote().recentException()) {
     logging::error(messageForException, foundation::format("%@: %@", exception->name(), exception->what()));
     proxy.reset();
     return false;
   }
-  const bool isConnected = proxy->remote().isConnected();
-  const bool hasVanished = process_.hasVanished(isConnected);
-  if (isConnected && !hasVanished) {
+  if (proxy->remote().isConnected()) {
+    // What was answered stays answered, whatever becomes of the process.
     return true;
   }
-  if (!hasVanished) {
+  if (!process_.hasVanished()) {
     // The message went nowhere, and its result 0 must not pass for an answer.
     logging::error("The receipt process %@ cannot be reached.", executablePath());
   }
@@ -199,7 +198,6 @@ bool QVNReceiptClient::shutdownReceiptService() {
     return true;
   }
   logging::debug("Sending shutdownService to receipt service: <QVNInstallationReceiptProtocol>%@", receiptServiceName_);
-  process_.expectEnd();
   if (receiptProxy_) {
     receiptProxy_->shutdownService();
   }

@@ -23,8 +23,8 @@ namespace deployer {
 /// mirroring of states is the one thing that happens on the thread that serves the run's watchers.
 ///
 /// A message to a process that has gone gives nothing and raises nothing. So that nobody takes that for an answer, the
-/// last message counts as failed once the process has ended without having been told to. Steps ask by way of
-/// ReceiptConversation, which sees to it.
+/// last message counts as failed when it reached nobody; one that was answered was answered, whatever becomes of the
+/// process. Steps ask by way of ReceiptConversation, which sees to it.
 class QVNReceiptClient {
  public:
   /// @param statusServerThread the run loop of the thread that serves the run's watchers; null where nobody watches.

@@ -30,7 +30,6 @@ bool ReceiptProcess::start(const std::string& executable) {
   }
   executable_ = executable;
   task_.emplace(std::move(task));
-  isEndExpected_ = false;
   isEndReported_ = false;
   return true;
 }
@@ -52,13 +51,9 @@ void ReceiptProcess::awaitServices(const bool& areAwaited, const std::function<v
                  });
 }
 
-bool ReceiptProcess::hasVanished(bool isConnected) {
-  if (!task_ || (isConnected && isEndExpected_)) {
-    return false;
-  }
+bool ReceiptProcess::hasVanished() {
   // A process closes its connections shortly before its exit can be seen.
-  const auto deadline = RunLoop::Clock::now() + (isConnected ? std::chrono::seconds(0) : kTimeToEnd);
-  if (!task_->waitUntilExit(deadline)) {
+  if (!task_ || !task_->waitUntilExit(RunLoop::Clock::now() + kTimeToEnd)) {
     return false;
   }
   reportEnd("The receipt process %@ ended unexpectedly (%@).");

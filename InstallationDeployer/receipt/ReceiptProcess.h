@@ -29,12 +29,8 @@ class ReceiptProcess {
   /// @param look called about every half second while nothing has cleared the flag, for what no source has told.
   void awaitServices(const bool& areAwaited, const std::function<void()>& look);
 
-  /// From now on the end of the process is no surprise.
-  void expectEnd() { isEndExpected_ = true; }
-  /// Whether the process has ended though nobody told it to.
-  /// @param isConnected whether the last message found a connection. Without one, the end is waited for for a moment,
-  /// and being told is no excuse.
-  [[nodiscard]] bool hasVanished(bool isConnected);
+  /// Whether the process has ended, for who could not reach it; its end is waited for for a moment.
+  [[nodiscard]] bool hasVanished();
   /// Waits for the end of a process that was started and told to end, for so long at most. True when it has ended;
   /// another one can then be started.
   [[nodiscard]] bool awaitEnd(std::chrono::milliseconds patience);
@@ -44,7 +40,6 @@ class ReceiptProcess {
 
   std::string executable_;
   std::optional<foundation::Task> task_;
-  bool isEndExpected_ = false;
   bool isEndReported_ = false;
 };
 

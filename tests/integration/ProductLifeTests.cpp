@@ -282,6 +282,15 @@ TEST_F(OddReceipt, OneThatDiesBetweenTwoMessagesFailsTheRun) {
   }
 }
 
+TEST_F(OddReceipt, OneThatDiesAfterItsLastAnswerHasAnsweredAndTheRunSucceeds) {
+  const auto outcome = install(with("RECEIPT_DIES=after receipt.removeComponents:"));
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.standardError;
+  EXPECT_EQ(logged(outcome, "Error", ended("unexpectedly (signal 9).")), 1) << outcome.standardError;
+  EXPECT_EQ(logged(outcome, "Error", "Unable to shutdown the receipt service."), 1);
+  EXPECT_TRUE(root().exists(std::string(kReceipt) + "/Contents/Install/Manifests/Core.plist"));
+  EXPECT_TRUE(noEngineIsLeft()) << enginesRunning();
+}
+
 TEST_F(OddReceipt, OneThatIsNoLongerNeededAndDiesIsReportedAndTheFinishedInstallStays) {
   const auto outcome = install(with("RECEIPT_DIES=receipt.shutdownService"));
   EXPECT_EQ(outcome.exitCode, 0) << outcome.standardError;

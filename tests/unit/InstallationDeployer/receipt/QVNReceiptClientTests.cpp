@@ -1,12 +1,22 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
+#include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
+#include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
 #include "InstallationDeployer/receipt/QVNReceiptClient.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
+#include "general/ipc/RemoteException.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeStepContext.h"
+#include "tests/support/PrivateRunFolder.h"
+#include "tests/support/VendedService.h"
 
 namespace deployer {
 namespace {
@@ -84,6 +94,49 @@ TEST_F(ReceiptClient, MirrorsNothingOnAThreadThatHasEnded) {
   client.startUpdatingCurrentStepStatusFromReceipt();
   client.stopUpdatingCurrentStepStatusFromReceipt();
   EXPECT_EQ(log.text(), "");
+}
+
+/// What the client makes of the services of a receipt process, without that process.
+class ReceiptClientAndServices : public ReceiptClient {
+ protected:
+  void SetUp() override {
+    if (const auto reason = tests::enterPrivateRunFolder()) {
+      GTEST_SKIP() << *reason;
+    }
+    ReceiptClient::SetUp();
+    client_.setStrategy(&step_);
+    client_.handleReceiptStartNotification(started(kReceipt));
+    client_.handleReceiptStatusStartNotification(started(kStatus));
+  }
+  static constexpr const char* kReceipt = "receipt.test";
+  static constexpr const char* kStatus = "status.test";
+};
+
+TEST_F(ReceiptClientAndServices, AMessageThatRaisedIsLoggedAndItsProxyDropped) {
+  const auto raises = [](std::string_view, std::span<const PropertyList>) -> PropertyList {
+    throw ipc::RemoteException("OutOfLuck", "no luck today");
+  };
+  const tests::VendedService receipt(kReceipt, kQVNInstallationReceiptProtocol, raises);
+  const tests::VendedService status(kStatus, kQVNInstallationStatusProtocol, raises);
+  const tests::CapturedLog log;
+  EXPECT_TRUE(client_.receiptProxy()->componentsAndVersions().isNil());
+  EXPECT_FALSE(client_.lastReceiptProxyMessageSuccess());
+  EXPECT_EQ(client_.receiptStatusProxy()->getCurrentState(), 0);
+  EXPECT_FALSE(client_.lastReceiptStatusProxyMessageSuccess());
+  EXPECT_EQ(log.texts("Error"),
+            (std::vector<std::string>{"Receipt proxy sent exception. OutOfLuck: no luck today",
+                                      "Receipt status proxy sent exception. OutOfLuck: no luck today"}));
+}
+
+TEST_F(ReceiptClientAndServices, WhatWasAnsweredStaysAnsweredWhenTheServiceIsGone) {
+  const auto answers = [](std::string_view, std::span<const PropertyList>) { return PropertyList(true); };
+  auto receipt = std::make_unique<tests::VendedService>(kReceipt, kQVNInstallationReceiptProtocol, answers);
+  const tests::CapturedLog log;
+  EXPECT_TRUE(client_.receiptProxy()->removeComponents({}));
+  receipt.reset();
+  EXPECT_TRUE(client_.lastReceiptProxyMessageSuccess());
+  EXPECT_FALSE(client_.receiptProxy()->removeComponents({}));
+  EXPECT_FALSE(client_.lastReceiptProxyMessageSuccess()) << "nobody has answered this one";
 }
 
 }  // namespace

@@ -12,4 +12,7 @@ inline constexpr const char* kUserInterfaceOption = "--ui";
 /// Followed by the name.
 inline constexpr const char* kProductNameOption = "--product_name";
 
+/// Set in the environment of an engine that another one starts as a part of its own run; the value means nothing.
+inline constexpr const char* kNestedEngineVariable = "CORVANE_NESTED_ENGINE";
+
 }  // namespace deployer

@@ -21,6 +21,9 @@ class QVNInstallConfiguration {
   /// Vend the status service for a watcher.
   [[nodiscard]] bool statusServer() const { return statusServer_; }
   void setStatusServer(bool value) { statusServer_ = value; }
+  /// Another engine started this one as a part of its own run.
+  [[nodiscard]] bool isNested() const { return nested_; }
+  void setNested(bool value) { nested_ = value; }
   /// Path of a prepared plan. No option sets it; while it is set, no mode but the receipt's is valid.
   [[nodiscard]] const std::optional<std::string>& planPath() const { return planPath_; }
   void setPlanPath(std::optional<std::string> value) { planPath_ = std::move(value); }
@@ -58,6 +61,7 @@ class QVNInstallConfiguration {
   bool hasInstallerReceipt_ = false;
   bool receipt_ = false;
   bool statusServer_ = false;
+  bool nested_ = false;
   std::optional<std::string> planPath_;
   std::optional<std::string> targetPath_;
   std::optional<std::string> bundlePath_;

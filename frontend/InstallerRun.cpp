@@ -155,8 +155,9 @@ void InstallerRun::obey(int signal) {
   } else if (examination_ != nullptr) {
     examination_->leave();
   } else if (signal == SIGINT && !std::exchange(cancelAsked_, true)) {
-    presenter_->cancelAsked();
+    // Told first, said then: who reads it may count on it.
     follower_->cancel();
+    presenter_->cancelAsked();
   } else {
     follower_->detach();
   }

@@ -99,6 +99,10 @@ void JsonPresenter::watching(int processIdentifier) {
 
 void JsonPresenter::unreachable() { output_(Event("unreachable").line()); }
 
+void JsonPresenter::orderRefused(const std::string& reason) {
+  output_(Event("notPermitted").text("text", reason).line());
+}
+
 void JsonPresenter::stateChanged(deployer::QVNInstallerState state) {
   output_(Event("state").number("state", state).text("text", deployer::getNameForState(state)).line());
 }

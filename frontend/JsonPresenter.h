@@ -17,6 +17,7 @@ class JsonPresenter : public Presenter {
   void begin(const RunFacts& facts) override;
   void watching(int processIdentifier) override;
   void unreachable() override;
+  void orderRefused(const std::string& reason) override;
   void stateChanged(deployer::QVNInstallerState state) override;
   void progressChanged(int percent) override;
   void cancelAsked() override;

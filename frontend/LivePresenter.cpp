@@ -4,6 +4,7 @@
 
 #include "frontend/PlainPresenter.h"
 #include "general/foundation/propertylist/TextFormat.h"
+#include "general/terminal/PrintableText.h"
 #include "general/terminal/Terminal.h"
 
 namespace frontend {
@@ -38,6 +39,10 @@ void LivePresenter::begin(const RunFacts& facts) {
 void LivePresenter::watching(int /*processIdentifier*/) {}
 
 void LivePresenter::unreachable() { say(kUnreachableText); }
+
+void LivePresenter::orderRefused(const std::string& reason) {
+  say(kRefusedText + std::string(" ") + terminal::printable(reason));
+}
 
 void LivePresenter::stateChanged(deployer::QVNInstallerState state) {
   if (!deployer::isCompletionState(state)) {

@@ -32,6 +32,10 @@ void PlainPresenter::watching(int /*processIdentifier*/) {}
 
 void PlainPresenter::unreachable() { print(kUnreachableText); }
 
+void PlainPresenter::orderRefused(const std::string& reason) {
+  print(kRefusedText + std::string(" ") + terminal::printable(reason));
+}
+
 void PlainPresenter::stateChanged(deployer::QVNInstallerState state) {
   state_ = state;
   // The outcome says the rest.

@@ -20,6 +20,9 @@ inline constexpr std::string_view kUnreachableText =
     "Its log\n"
     "says why, and whether it has succeeded or failed; then it may be ended. Press Ctrl-C twice to leave it alone.";
 
+/// Said, with the reason, when the engine does not take the order.
+inline constexpr const char* kRefusedText = "The engine goes on.";
+
 /// What a check is called while it goes on.
 inline constexpr std::string_view kCheckingText = "Checking the bundle";
 

@@ -118,6 +118,7 @@ bool QVNExternalInstallationDeployerStrategy::launchExternalExecutable(const std
   Task task(executable, {kInstallOption, kUserInterfaceOption, kProductNameOption, productName});
   // Without its parent nobody would follow it or let it end.
   task.setEndsWithParent(true);
+  task.setVariable(kNestedEngineVariable, "1");
   task.launch();
   engine_.emplace(std::move(task));
   return true;

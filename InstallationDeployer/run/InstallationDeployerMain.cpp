@@ -4,6 +4,7 @@
 #include <new>
 
 #include "InstallationDeployer/EngineNames.h"
+#include "InstallationDeployer/EngineOptions.h"
 #include "InstallationDeployer/run/CommandLine.h"
 #include "InstallationDeployer/run/QVNInstallController.h"
 #include "InstallationDeployer/run/Usage.h"
@@ -53,6 +54,7 @@ bool becomeRoot() {
 int runEngine(const std::vector<std::string>& arguments) {
   QVNInstallConfiguration configuration;
   configuration.setTargetPath(std::string(kTargetPath));
+  configuration.setNested(platform::self::takeVariable(kNestedEngineVariable));
   if (!arguments.empty()) {
     logging::debug("executablePath = %@", arguments.front());
     configuration.setBundlePath(bundlePathFromExecutablePath(arguments.front()));

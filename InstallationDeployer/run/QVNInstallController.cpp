@@ -10,6 +10,7 @@
 #include "general/foundation/Thread.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/logging/SystemLog.h"
+#include "general/system/ConsoleSessionPrimitives.h"
 #include "general/system/ProcessSelf.h"
 
 namespace deployer {
@@ -42,7 +43,10 @@ QVNInstallController::QVNInstallController(QVNInstallConfiguration configuration
   }
   if (configuration_.statusServer()) {
     installationStatusService_ = std::make_unique<QVNInstallationStatusService>(
-        statusServiceNameOfProcess(platform::self::processIdentifier()), *this);
+        statusServiceNameOfProcess(platform::self::processIdentifier()), *this,
+        RunOrders(configuration_.isReceiptMode() || configuration_.isNested() ? RunOrders::Givers::Root
+                                                                              : RunOrders::Givers::ConsoleUser,
+                  platform::consoleSessionUserId));
   }
 }
 
@@ -77,6 +81,10 @@ void QVNInstallController::startController() {
   logging::debug("exiting %s", "startController");
   if (configuration_.install()) {
     logging::notice("Installation complete");
+  }
+  const auto canceller = installationStatusService_ ? installationStatusService_->canceller() : std::nullopt;
+  if (canceller && installerState() == QVNInstallerStateCancelled) {
+    logging::notice("The run was cancelled by %@", canceller);
   }
 }
 

@@ -1,11 +1,13 @@
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 
 #include <exception>
+#include <span>
 #include <utility>
 
 #include "InstallationDeployer/EngineNames.h"
 #include "InstallationDeployer/protocols/ServiceAnnouncement.h"
 #include "general/ipc/DistributedNotifications.h"
+#include "general/ipc/RemoteException.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
 #include "general/logging/SystemLog.h"
 
@@ -20,8 +22,9 @@ constexpr const char* kStatusServerThreadName = "status server thread";
 
 }  // namespace
 
-QVNInstallationStatusService::QVNInstallationStatusService(std::string serviceName, WatchedRun& controller)
-    : serviceName_(std::move(serviceName)), controller_(controller) {}
+QVNInstallationStatusService::QVNInstallationStatusService(std::string serviceName, WatchedRun& controller,
+                                                           RunOrders orders)
+    : serviceName_(std::move(serviceName)), controller_(controller), orders_(std::move(orders)) {}
 
 QVNInstallationStatusService::~QVNInstallationStatusService() { stopKeepingRunning(); }
 
@@ -161,15 +164,48 @@ bool QVNInstallationStatusService::vend() {
   try {
     ipc::ServerConnection::Options options;
     options.peers = ipc::ServerConnection::Peers::Everybody;
+    options.refusal = kNotPermittedException;
     connection_ = std::make_unique<ipc::ServerConnection>(options);
     connection_->setDelegate(std::make_shared<ipc::VRKConnectionAuthenticator>());
     connection_->setRootObject(
-        std::make_shared<const ipc::ProtocolChecker>(targetFor(*this), kQVNInstallationStatusProtocol));
+        std::make_shared<const ipc::ProtocolChecker>(guardedTarget(), kQVNInstallationStatusProtocol));
     return connection_->registerName(serviceName_);
   } catch (const std::exception& exception) {
     logging::error("%@", exception.what());
     return false;
   }
+}
+
+ipc::Target QVNInstallationStatusService::guardedTarget() {
+  return [this, target = targetFor(*this)](std::string_view selector,
+                                           std::span<const foundation::PropertyList> arguments) {
+    serverRole_.assumeHere();
+    if (RunOrders::isOrder(selector)) {
+      admit(selector);
+    }
+    return target(selector, arguments);
+  };
+}
+
+void QVNInstallationStatusService::admit(std::string_view selector) {
+  const auto caller = connection_->caller();
+  const std::string whose = descriptionOf(caller);
+  try {
+    orders_.require(selector, caller, controller_.installerState());
+  } catch (const ipc::RemoteException& refusal) {
+    logging::notice("Refused %@ of %@. %@", selector, whose, refusal.what());
+    throw;
+  }
+  if (selector == status_selectors::kCancelInstallation) {
+    logging::notice("Cancelled by %@", whose);
+    const foundation::MutexLock lock(lock_);
+    canceller_ = canceller_.value_or(whose);
+  }
+}
+
+std::optional<std::string> QVNInstallationStatusService::canceller() {
+  const foundation::MutexLock lock(lock_);
+  return canceller_;
 }
 
 void QVNInstallationStatusService::serveUntilShutdown(RunLoop& runLoop) {

@@ -4,8 +4,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "InstallationDeployer/protocols/QVNInstallationStatusProtocol.h"
+#include "InstallationDeployer/status/RunOrders.h"
 #include "InstallationDeployer/status/WatchedRun.h"
 #include "general/foundation/Mutex.h"
 #include "general/foundation/Thread.h"
@@ -24,7 +26,9 @@ namespace deployer {
 class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
  public:
   /// @param controller the run; it outlives the service.
-  QVNInstallationStatusService(std::string serviceName, WatchedRun& controller);
+  /// @param orders whose orders it takes from outside; root's alone when nothing else is said.
+  QVNInstallationStatusService(std::string serviceName, WatchedRun& controller,
+                               RunOrders orders = RunOrders(RunOrders::Givers::Root, {}));
   /// Ends the service if nobody did, and waits for its thread.
   ~QVNInstallationStatusService() override;
   QVNInstallationStatusService(const QVNInstallationStatusService&) = delete;
@@ -45,6 +49,8 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   [[nodiscard]] bool serviceStarted() const { return serviceStarted_; }
   /// Whether a watcher can come: the service was set up, and the process has what it takes to let one in.
   [[nodiscard]] bool canBeReached() const { return serviceStarted_ && !isStarved_; }
+  /// Who cancelled the run first, for people; nothing while nobody has.
+  [[nodiscard]] std::optional<std::string> canceller();
   /// True until the service is told to end, also when it could not be set up.
   [[nodiscard]] bool runLoopShouldKeepRunning();
   /// The run loop of the status server thread, also after the service has ended; null before startServer() and when the
@@ -68,6 +74,9 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   /// Vends and announces the service. False, with the error in the log, when it cannot be vended.
   [[nodiscard]] bool setupStatusService() CORVANE_REQUIRES(serverRole_);
   [[nodiscard]] bool vend() CORVANE_REQUIRES(serverRole_);
+  /// What is vended: the operations of the protocol, each for those who may ask for it.
+  [[nodiscard]] ipc::Target guardedTarget() CORVANE_REQUIRES(serverRole_);
+  void admit(std::string_view selector) CORVANE_REQUIRES(serverRole_);
   void serveUntilShutdown(foundation::RunLoop& runLoop);
   /// Between two turns: tells who waits for the end of the service when nobody can be let in any more.
   void noteStarvation() CORVANE_REQUIRES(serverRole_);
@@ -84,6 +93,7 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
 
   const std::string serviceName_;
   WatchedRun& controller_;
+  const RunOrders orders_;
   std::string notificationObject_;  // set before the thread starts, then constant
   std::atomic<bool> serviceStarted_ = false;
   std::atomic<bool> isStarved_ = false;
@@ -92,6 +102,7 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   foundation::Condition runLoopCondition_;
   bool runLoopShouldKeepRunning_ CORVANE_GUARDED_BY(lock_) = true;
   bool startFinished_ CORVANE_GUARDED_BY(lock_) = false;
+  std::optional<std::string> canceller_ CORVANE_GUARDED_BY(lock_);
   std::shared_ptr<foundation::RunLoop> runLoop_ CORVANE_GUARDED_BY(lock_);
 
   foundation::ThreadRole serverRole_;  // of the status server thread

@@ -105,6 +105,7 @@ void RunFollower::update() {
     if (std::exchange(state_, state) != state) {
       listener_.stateChanged(state);
     }
+    noteRefusal();
     if (deployer::isCompletionState(state)) {
       acknowledge(state);
       return;
@@ -115,6 +116,19 @@ void RunFollower::update() {
     }
   } catch (const ipc::RemoteException& exception) {
     loseConnection(exception.what());
+  }
+}
+
+void RunFollower::noteRefusal() {
+  const auto refusal = connection_->takeRefusal();
+  if (!refusal) {
+    return;
+  }
+  if (finalState_) {
+    // The end was seen; others let the engine leave.
+    end(RunEnd::Kind::Finished);
+  } else {
+    listener_.orderRefused(*refusal);
   }
 }
 

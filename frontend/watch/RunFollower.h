@@ -21,6 +21,8 @@ class RunListener {
   virtual void watching(int processIdentifier) = 0;
   /// The engine that this program started has not been reached for a while, though it runs; at most once.
   virtual void unreachable() = 0;
+  /// The engine does not let this user cancel the run, and goes on.
+  virtual void orderRefused(const std::string& reason) = 0;
   /// The run's state, each time it is another one than before. States that last for a moment only may be skipped.
   virtual void stateChanged(deployer::QVNInstallerState state) = 0;
   /// In percent, each time it is another value than before. It may also go down.
@@ -72,6 +74,7 @@ class RunFollower {
   void connect();
   void greet();
   void update();
+  void noteRefusal();
   void acknowledge(deployer::QVNInstallerState state);
   void hear();
   void loseConnection(const std::string& reason);

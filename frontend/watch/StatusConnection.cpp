@@ -47,6 +47,11 @@ void StatusConnection::cancelInstallation() { ask(selectors::kCancelInstallation
 
 void StatusConnection::shutdownService() { ask(selectors::kShutdownService); }
 
+std::optional<std::string> StatusConnection::takeRefusal() {
+  const auto refusal = connection_->takeRefusal();
+  return refusal ? std::optional<std::string>(refusal->what()) : std::nullopt;
+}
+
 void StatusConnection::observeChanges() { connection_->observeNotifications(); }
 
 void StatusConnection::takeChanges() { static_cast<void>(connection_->takeNotifications()); }

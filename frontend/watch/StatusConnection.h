@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "InstallationDeployer/QVNInstallerState.h"
@@ -28,6 +30,9 @@ class StatusConnection {
   void cancelInstallation();
   /// Says that the final state was seen, so that the engine may leave. Does not wait.
   void shutdownService();
+
+  /// Why the engine refused an order, of what has arrived so far; nothing when it refused none.
+  [[nodiscard]] std::optional<std::string> takeRefusal();
 
   /// From now on descriptor() becomes readable with every change of the state. What changed has to be asked for.
   void observeChanges();

@@ -100,6 +100,11 @@ class ClientConnection::Implementation {
     sendMessage(request, false);
   }
 
+  std::optional<RemoteException> takeRefusal() {
+    static_cast<void>(isValid());
+    return std::exchange(refusal_, std::nullopt);
+  }
+
   std::vector<Notification> takeNotifications() {
     if (!isValid() && notifications_.empty()) {
       throw RemoteException(
@@ -230,6 +235,9 @@ class ClientConnection::Implementation {
       // Of a request that nobody waits for.
       fail(message.exceptionName, message.exceptionReason);
     }
+    if (message.kind == Message::Kind::Exception && message.number == 0) {
+      refusal_.emplace(message.exceptionName, message.exceptionReason);
+    }
     if (message.kind != Message::Kind::Notification) {
       return;
     }
@@ -261,6 +269,7 @@ class ClientConnection::Implementation {
   FrameReader reader_{kMaximumAnswerSize};
   std::deque<Notification> notifications_;
   std::optional<RemoteException> end_;
+  std::optional<RemoteException> refusal_;
 };
 
 ClientConnection::ClientConnection(std::unique_ptr<Implementation> implementation)
@@ -297,6 +306,8 @@ PropertyList ClientConnection::invoke(const Operation& operation, std::span<cons
 void ClientConnection::observeNotifications() { implementation_->observeNotifications(); }
 
 int ClientConnection::descriptor() const { return implementation_->descriptor(); }
+
+std::optional<RemoteException> ClientConnection::takeRefusal() { return implementation_->takeRefusal(); }
 
 std::vector<Notification> ClientConnection::takeNotifications() { return implementation_->takeNotifications(); }
 

@@ -11,6 +11,7 @@
 #include "general/ipc/ConnectionDelegate.h"
 #include "general/ipc/Notification.h"
 #include "general/ipc/Protocol.h"
+#include "general/ipc/RemoteException.h"
 
 namespace ipc {
 
@@ -45,6 +46,9 @@ class ClientConnection {
   /// The notifications that have arrived so far, without waiting. Throws RemoteException when the connection broke and
   /// none is left.
   [[nodiscard]] std::vector<Notification> takeNotifications();
+  /// What the peer raised, of what has arrived so far, about a one-way request; the last of them. Nothing as a rule:
+  /// peers tell of such requests only that they may not be carried out.
+  [[nodiscard]] std::optional<RemoteException> takeRefusal();
 
  private:
   class Implementation;

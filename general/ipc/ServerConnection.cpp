@@ -67,6 +67,7 @@ class ServerConnection::Implementation : public std::enable_shared_from_this<Imp
     return true;
   }
 
+  [[nodiscard]] std::optional<Caller> caller() const { return caller_; }
   [[nodiscard]] bool isStarved() const { return listener_ && listener_->isStarved(); }
 
   void close() {
@@ -136,11 +137,10 @@ class ServerConnection::Implementation : public std::enable_shared_from_this<Imp
   void answer(PeerId peer, const Message& request) {
     switch (request.kind) {
       case Message::Kind::Call:
-        send(peer, resultOf(request));
+        send(peer, resultOf(peer, request));
         break;
       case Message::Kind::OneWay:
-        // Nobody waits for an answer, so nobody can be told what went wrong either.
-        static_cast<void>(resultOf(request));
+        tellRefusal(peer, resultOf(peer, request));
         break;
       case Message::Kind::Observe:
         observers_.insert(peer);
@@ -150,8 +150,24 @@ class ServerConnection::Implementation : public std::enable_shared_from_this<Imp
     }
   }
 
-  Message resultOf(const Message& request) {
+  /// Nobody waits for an answer, so nobody is told what else went wrong.
+  void tellRefusal(PeerId peer, Message outcome) {
+    if (outcome.kind == Message::Kind::Exception && outcome.exceptionName == options_.refusal) {
+      // No request that is answered has this number.
+      outcome.number = 0;
+      send(peer, outcome);
+    }
+  }
+
+  Message resultOf(PeerId peer, const Message& request) {
     const OneAtATime turn(*this);
+    caller_ = listener_->caller(peer);
+    const Message outcome = outcomeOf(request);
+    caller_.reset();
+    return outcome;
+  }
+
+  Message outcomeOf(const Message& request) {
     try {
       return replyTo(request,
                      rootObject_->invoke(request.selector, request.arguments, request.kind == Message::Kind::OneWay));
@@ -176,6 +192,7 @@ class ServerConnection::Implementation : public std::enable_shared_from_this<Imp
   std::shared_ptr<ConnectionDelegate> delegate_;
   std::shared_ptr<const ProtocolChecker> rootObject_;
   std::set<PeerId> observers_;
+  std::optional<Caller> caller_;  // while a request is carried out
   std::unique_ptr<SocketName> registered_;
   std::unique_ptr<SocketListener> listener_;
 };
@@ -198,6 +215,8 @@ bool ServerConnection::registerName(const std::string& name) { return implementa
 void ServerConnection::sendNotification(const Notification& notification) {
   implementation_->sendNotification(notification);
 }
+
+std::optional<Caller> ServerConnection::caller() const { return implementation_->caller(); }
 
 bool ServerConnection::isStarved() const { return implementation_->isStarved(); }
 

@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "general/foundation/execution/RunLoop.h"
+#include "general/ipc/Caller.h"
 #include "general/ipc/ConnectionDelegate.h"
 #include "general/ipc/Notification.h"
 #include "general/ipc/ProtocolChecker.h"
@@ -23,6 +25,9 @@ class ServerConnection {
   struct Options {
     Peers peers = Peers::RootOnly;
     std::size_t maximumRequestSize = std::size_t{64} * 1024;  ///< of one message, in bytes
+    /// The exception that is sent to who asked for a one-way operation, too: nobody waits for it, but it says that the
+    /// wish was refused, not lost. Empty: there is none.
+    std::string refusal = {};
   };
 
   explicit ServerConnection(const Options& options);
@@ -38,6 +43,8 @@ class ServerConnection {
   [[nodiscard]] bool registerName(const std::string& name);
   /// Sends the notification to those peers that asked for notifications.
   void sendNotification(const Notification& notification);
+  /// Who asks for the operation that the root object carries out now; nothing at other times.
+  [[nodiscard]] std::optional<Caller> caller() const;
   /// Whether peers have waited in vain for a while because the process has no descriptor for one more.
   [[nodiscard]] bool isStarved() const;
 

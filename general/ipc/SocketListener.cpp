@@ -81,7 +81,8 @@ void SocketListener::admit(Descriptor connection) {
     return;
   }
   const PeerId id = ++lastPeer_;
-  const auto peer = std::make_shared<Peer>(std::move(connection), *user, limits_.frameSize);
+  const Caller caller{*user, primitives::processOfPeer(connection.number()).value_or(0)};
+  const auto peer = std::make_shared<Peer>(std::move(connection), caller, limits_.frameSize);
   watch(id, *peer);
   connected_.emplace(id, peer);
 }
@@ -97,8 +98,8 @@ bool SocketListener::mayEnter(uid_t user) const {
   std::size_t ofUser = 0;
   std::size_t ofOthers = 0;
   for (const auto& [id, peer] : connected_) {
-    ofUser += peer->user == user ? 1U : 0U;
-    ofOthers += peer->user != 0 ? 1U : 0U;
+    ofUser += peer->caller.user == user ? 1U : 0U;
+    ofOthers += peer->caller.user != 0 ? 1U : 0U;
   }
   if (user == 0) {
     return ofUser < limits_.connectionsOfRoot;
@@ -191,6 +192,11 @@ void SocketListener::closeAfterSending(PeerId id) {
   if (peer->output.empty()) {
     close(id);
   }
+}
+
+std::optional<Caller> SocketListener::caller(PeerId id) const {
+  const auto peer = find(id);
+  return peer ? std::optional(peer->caller) : std::nullopt;
 }
 
 void SocketListener::flush(PeerId id) {

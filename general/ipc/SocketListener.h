@@ -7,12 +7,14 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "general/foundation/Descriptor.h"
 #include "general/foundation/execution/RunLoop.h"
+#include "general/ipc/Caller.h"
 #include "general/ipc/Frame.h"
 
 namespace ipc {
@@ -50,6 +52,8 @@ class SocketListener {
   void send(PeerId peer, std::string_view content);
   /// Closes the connection once what is queued for the peer has been sent; nothing more is read from it.
   void closeAfterSending(PeerId peer);
+  /// Who a peer is; nothing once it has gone.
+  [[nodiscard]] std::optional<Caller> caller(PeerId peer) const;
   /// Whether nobody could be let in for a while because the process has no descriptor left, and somebody still waits.
   [[nodiscard]] bool isStarved() const { return pauses_ >= kPausesOfTheStarved; }
   /// For a handler that turns the run loop, before and after: meanwhile nothing is read, so that no other frame comes.
@@ -61,10 +65,10 @@ class SocketListener {
   static constexpr int kPausesOfTheStarved = 4;
 
   struct Peer {
-    Peer(foundation::Descriptor connection, uid_t peerUser, std::size_t frameSize)
-        : socket(std::move(connection)), user(peerUser), reader(frameSize) {}
+    Peer(foundation::Descriptor connection, Caller peer, std::size_t frameSize)
+        : socket(std::move(connection)), caller(peer), reader(frameSize) {}
     foundation::Descriptor socket;
-    uid_t user;
+    Caller caller;
     FrameReader reader;
     std::string output;
     foundation::RunLoop::Source readable;

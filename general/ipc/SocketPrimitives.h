@@ -20,5 +20,7 @@ void setBlocking(int socket, bool blocking);
 /// The user whose process is at the other end; for a connection to a listener, the user who began to listen. Nothing
 /// when the system does not say.
 [[nodiscard]] std::optional<uid_t> userOfPeer(int socket);
+/// The process that made the connection; nothing when the system does not say.
+[[nodiscard]] std::optional<pid_t> processOfPeer(int socket);
 
 }  // namespace ipc::primitives

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <optional>
 
 #include "general/system/ProcessHandlePrimitives.h"
@@ -60,6 +61,12 @@ bool descendsFrom(int processIdentifier) {
 }
 
 bool executableIsInPlace() { return processes::executableOf(processIdentifier()).has_value(); }
+
+bool takeVariable(const char* name) {
+  const bool isSet = std::getenv(name) != nullptr;
+  unsetenv(name);
+  return isSet;
+}
 
 void prepareForUnattendedRun() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

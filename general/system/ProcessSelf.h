@@ -17,6 +17,10 @@ namespace platform::self {
 /// Whether the file that this process runs still has a name.
 [[nodiscard]] bool executableIsInPlace();
 
+/// Whether the variable is set in the environment; takes it out, so that no child inherits it. Only while the process
+/// has one thread.
+[[nodiscard]] bool takeVariable(const char* name);
+
 /// Makes the process safe to run unattended: standard descriptors that are closed are connected to the null device (so
 /// that no file opened later is mistaken for one), and writing to a reader that went away or beyond the limit for the
 /// size of a file is an error, not a death.

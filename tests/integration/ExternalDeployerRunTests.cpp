@@ -206,6 +206,24 @@ TEST_F(ExternalDeployerRun, EndsWithTwentyOneWhenTheOtherEngineIsCancelled) {
   expectStoppedAtTheExternalPhase();
 }
 
+TEST_F(ExternalDeployerRun, LetsNobodyButRootGiveOrdersToTheOtherEngine) {
+  makeProduct();
+  makeExternalProductThatWaits();
+  deliver();
+  root().setConsoleUser(501);
+  auto engine = startEngine({"--install"});
+  waitForWaiter(engine);
+  const std::string refused =
+      "refused: Only root may cancel or release this engine: another one started it and follows it.\n";
+  EXPECT_EQ(root()
+                .run({kWatcher, externalProcess(engine), "cancel", "refusal", "shutdown", "refusal", "state"}, asUser())
+                .standardOutput,
+            "cancel sent\n" + refused + "shutdown sent\n" + refused + "state 17\n");
+  letGoOn();
+  EXPECT_EQ(engine.wait().exitCode, 0);
+  expectInstalled();
+}
+
 TEST_F(ExternalDeployerRun, CancelledItselfLetsTheOtherEngineFinish) {
   makeProduct();
   makeExternalProductThatWaits();

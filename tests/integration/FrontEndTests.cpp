@@ -261,9 +261,35 @@ TEST_F(FrontEnd, LetsAUserWithoutRightsWatchARunOfRoot) {
   waitForProgram(engine);
   auto watcher = startFrontEnd(watchCommand(engine.process()), asUser());
   EXPECT_TRUE(watcher.waitForStandardOutput(kWaiting)) << watcher.standardErrorSoFar();
+  watcher.kill(SIGINT);
+  EXPECT_TRUE(watcher.waitForStandardOutput(
+      "The engine goes on. Only root and the user of the console session may cancel or release a run."))
+      << watcher.standardOutputSoFar();
   letGoOn();
   EXPECT_EQ(watcher.wait().exitCode, 0);
+  EXPECT_TRUE(engine.isRunning());
+  EXPECT_EQ(runFrontEnd(watchCommand(engine.process())).exitCode, 0);
   EXPECT_EQ(engine.wait().exitCode, 0);
+}
+
+TEST_F(FrontEnd, LetsTheUserOfTheConsoleCancelARunOfRoot) {
+  makeProductThatWaits();
+  root().setConsoleUser(501);
+  auto engine = startWatchedInstall();
+  waitForProgram(engine);
+  auto watcher = startFrontEnd(watchCommand(engine.process()), asUser());
+  EXPECT_TRUE(watcher.waitForStandardOutput(kWaiting)) << watcher.standardErrorSoFar();
+  watcher.kill(SIGINT);
+  ASSERT_TRUE(engine.waitForStandardError("Cancelled by user 501, process ")) << engine.standardErrorSoFar();
+  letGoOn();
+  EXPECT_EQ(watcher.wait().exitCode, 21);
+  const Outcome outcome = engine.wait();
+  EXPECT_EQ(outcome.exitCode, 21);
+  EXPECT_TRUE(std::regex_search(
+      outcome.standardError,
+      std::regex("<Notice>: Installation complete\n(.*\n)*.*The run was cancelled by user 501, process [0-9]+ "
+                 "\\(Installer\\)\n")))
+      << outcome.standardError;
 }
 
 TEST_F(FrontEnd, SharesARunWithAnotherFrontEnd) {

@@ -241,8 +241,11 @@ TEST_F(WatchedRun, CanBeWatchedByAnotherUser) {
   auto watcher = startWatcher(engine, {"observe", "follow", "shutdown"}, asUser());
   ASSERT_TRUE(watcher.waitForStandardOutput("state 17\n")) << watcher.standardOutputSoFar();
   letGoOn();
-  EXPECT_EQ(engine.wait().exitCode, 0);
   EXPECT_TRUE(watcher.wait().standardOutput.ends_with("state 0\nshutdown sent\n"));
+  // Looking is all that user may do.
+  EXPECT_TRUE(engine.isRunning());
+  EXPECT_EQ(watch(engine, {"shutdown"}), "shutdown sent\n");
+  EXPECT_EQ(engine.wait().exitCode, 0);
 }
 
 TEST_F(WatchedRun, NameThatSomebodyHasLeavesTheRunUnwatchedAndWaitingForNobody) {

@@ -5,6 +5,7 @@
 //   observe            asks to be sent the notifications about the run           "observing"
 //   state, progress    asks the service                                          "state 15", "progress 40"
 //   cancel, shutdown   asks for it, without waiting                              "cancel sent", "shutdown sent"
+//   refusal            what the service said to the order before it              "refused: REASON", "not refused"
 //   follow             after observe: every state seen, up to a final one        "state 15", "state 0"
 //   hear               after observe: waits for the next notification            "heard NAME OBJECT"
 //   await-end          waits until the service closes the connection             "ended"
@@ -80,6 +81,12 @@ class Watcher {
   void progress() { print("progress " + std::to_string(ask(selectors::kGetProgress).integer().value_or(-1))); }
   void cancel() { tell(selectors::kCancelInstallation, "cancel sent"); }
   void shutdown() { tell(selectors::kShutdownService, "shutdown sent"); }
+
+  void refusal() {
+    ask(selectors::kGetProgress);  // answered after the order was dealt with
+    const auto refusal = connection_.takeRefusal();
+    print(refusal ? "refused: " + std::string(refusal->what()) : "not refused");
+  }
 
   void follow() {
     std::optional<std::int64_t> seen;
@@ -161,7 +168,8 @@ int watch(const std::string& process, const std::vector<std::string>& commands) 
       {"observe", [&] { watcher.observe(); }},   {"state", [&] { watcher.state(); }},
       {"progress", [&] { watcher.progress(); }}, {"cancel", [&] { watcher.cancel(); }},
       {"shutdown", [&] { watcher.shutdown(); }}, {"follow", [&] { watcher.follow(); }},
-      {"hear", [&] { watcher.hear(); }},         {"await-end", [&] { watcher.awaitEnd(); }}};
+      {"hear", [&] { watcher.hear(); }},         {"refusal", [&] { watcher.refusal(); }},
+      {"await-end", [&] { watcher.awaitEnd(); }}};
   for (auto command = commands.begin(); command != commands.end(); ++command) {
     try {
       if (const auto known = plain.find(*command); known != plain.end()) {

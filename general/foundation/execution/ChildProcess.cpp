@@ -72,8 +72,8 @@ bool becomes(int chosen, int standard) noexcept {
 }
 
 /// Runs in the child: async-signal-safe calls only.
-[[noreturn]] void becomeProgram(const ChildPlan& plan, char* const* argumentVector, pid_t parent,
-                                int reportEnd) noexcept {
+[[noreturn]] void becomeProgram(const ChildPlan& plan, char* const* argumentVector, char* const* environment,
+                                pid_t parent, int reportEnd) noexcept {
   if (plan.endsWithParent && !primitives::endWithParent(parent)) {
     giveUp(reportEnd, ChildStart::Failure::Resources);
   }
@@ -89,7 +89,7 @@ bool becomes(int chosen, int standard) noexcept {
   if (plan.workingDirectory != nullptr && chdir(plan.workingDirectory) != 0) {
     giveUp(reportEnd, ChildStart::Failure::WorkingDirectory);
   }
-  execve(plan.program.c_str(), argumentVector, environ);
+  execve(plan.program.c_str(), argumentVector, environment);
   giveUp(reportEnd, ChildStart::Failure::Program);
 }
 
@@ -99,6 +99,18 @@ std::vector<char*> argumentVector(const ChildPlan& plan) {
   vector.push_back(const_cast<char*>(plan.program.c_str()));
   for (const std::string& argument : plan.arguments) {
     vector.push_back(const_cast<char*>(argument.c_str()));
+  }
+  vector.push_back(nullptr);
+  return vector;
+}
+
+std::vector<char*> environmentVector(const ChildPlan& plan) {
+  std::vector<char*> vector;
+  for (const std::string& variable : plan.variables) {
+    vector.push_back(const_cast<char*>(variable.c_str()));
+  }
+  for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+    vector.push_back(*variable);
   }
   vector.push_back(nullptr);
   return vector;
@@ -126,6 +138,7 @@ ChildStart startChild(const ChildPlan& plan) {
     return {ChildStart::Failure::Resources, errno, 0};
   }
   const std::vector<char*> vector = argumentVector(plan);
+  const std::vector<char*> environment = environmentVector(plan);
   const pid_t parent = getpid();
   pid_t child = -1;
   int forkError = 0;
@@ -134,7 +147,7 @@ ChildStart startChild(const ChildPlan& plan) {
     child = fork();
     forkError = errno;
     if (child == 0) {
-      becomeProgram(plan, vector.data(), parent, report->writeEnd.number());
+      becomeProgram(plan, vector.data(), environment.data(), parent, report->writeEnd.number());
     }
   }
   if (child < 0) {

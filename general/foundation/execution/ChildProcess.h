@@ -9,6 +9,7 @@ namespace foundation {
 struct ChildPlan {
   std::string program;
   std::vector<std::string> arguments;  ///< without the program's own name
+  std::vector<std::string> variables;  ///< NAME=VALUE, before those that this process has itself
   const char* workingDirectory = nullptr;
   int standardInput = -1;  ///< what takes the place of descriptor 0; -1 leaves it
   int standardOutput = -1;

@@ -140,6 +140,7 @@ void Task::launch() {
   ChildPlan plan;
   plan.program = launchPath_;
   plan.arguments = arguments_;
+  plan.variables = variables_;
   plan.workingDirectory = currentDirectory_ ? currentDirectory_->c_str() : nullptr;
   plan.ownSession = ownSession_;
   plan.endsWithParent = endsWithParent_;

@@ -52,6 +52,9 @@ class Task {
   /// itself.
   void setEndsWithParent(bool ends) { endsWithParent_ = ends; }
 
+  /// Sets one variable of the child's environment, which is this process's own otherwise.
+  void setVariable(const std::string& name, const std::string& value) { variables_.push_back(name + "=" + value); }
+
   /// Starts the child. Throws TaskLaunchException when the program cannot be started: missing, not executable, a path
   /// or arguments that the system does not take, a missing working directory, a task that was launched before.
   void launch();
@@ -80,6 +83,7 @@ class Task {
 
   std::string launchPath_;
   std::vector<std::string> arguments_;
+  std::vector<std::string> variables_;
   std::optional<std::string> currentDirectory_;
   std::optional<std::size_t> keptBytes_;
   Descriptor outputFile_;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace ipc::primitives {
@@ -38,6 +39,13 @@ std::optional<uid_t> userOfPeer(int socket) {
   uid_t user = 0;
   gid_t group = 0;
   return getpeereid(socket, &user, &group) == 0 ? std::optional(user) : std::nullopt;
+}
+
+std::optional<pid_t> processOfPeer(int socket) {
+  pid_t process = 0;
+  socklen_t size = sizeof process;
+  const bool isKnown = getsockopt(socket, SOL_LOCAL, LOCAL_PEERPID, &process, &size) == 0 && process > 0;
+  return isKnown ? std::optional(process) : std::nullopt;
 }
 
 }  // namespace ipc::primitives

@@ -22,13 +22,26 @@ ssize_t sendSome(int socket, std::string_view bytes) {
   return send(socket, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
-std::optional<uid_t> userOfPeer(int socket) {
+namespace {
+
+std::optional<ucred> credentialsOfPeer(int socket) {
   ucred credentials{};
   socklen_t size = sizeof credentials;
-  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
-    return std::nullopt;
-  }
-  return credentials.uid;
+  return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 ? std::optional(credentials)
+                                                                               : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<uid_t> userOfPeer(int socket) {
+  const auto credentials = credentialsOfPeer(socket);
+  return credentials ? std::optional(credentials->uid) : std::nullopt;
+}
+
+std::optional<pid_t> processOfPeer(int socket) {
+  // One of another process namespace has no number here.
+  const auto credentials = credentialsOfPeer(socket);
+  return credentials && credentials->pid > 0 ? std::optional(credentials->pid) : std::nullopt;
 }
 
 }  // namespace ipc::primitives

@@ -17,6 +17,7 @@ TEST(JsonPresenter, PrintsOneObjectPerEvent) {
   presenter.stateChanged(QVNInstallerStateInstalling);
   presenter.progressChanged(40);
   presenter.cancelAsked();
+  presenter.orderRefused("Not you.");
   presenter.end(kFailure, someFacts());
   EXPECT_EQ(printed.output,
             "{\"event\": \"started\", \"process\": 7, \"log\": \"/l\"}\n"
@@ -25,6 +26,7 @@ TEST(JsonPresenter, PrintsOneObjectPerEvent) {
             "{\"event\": \"state\", \"state\": 15, \"text\": \"Installing\"}\n"
             "{\"event\": \"progress\", \"percent\": 40}\n"
             "{\"event\": \"cancelling\"}\n"
+            "{\"event\": \"notPermitted\", \"text\": \"Not you.\"}\n"
             "{\"event\": \"ended\", \"outcome\": \"finished\", \"state\": 1, \"text\": \"Not well.\", \"exitCode\": 1, "
             "\"process\": 7, \"log\": \"/l\"}\n");
 }

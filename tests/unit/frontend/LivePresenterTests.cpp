@@ -73,6 +73,13 @@ TEST(LivePresenter, SaysOnLinesThatStayThatTheEngineCannotBeReached) {
   EXPECT_NE(printed.output.find("leave it alone.\n\r\x1b[K["), std::string::npos) << printed.output;
 }
 
+TEST(LivePresenter, SaysAboveItsBarThatTheEngineRefusedAnOrder) {
+  Printed printed;
+  LivePresenter presenter(printed.toOutput(), printed.toTrouble(), [] { return 40U; });
+  presenter.orderRefused("Not you.");
+  EXPECT_TRUE(printed.output.starts_with("\r\x1b[KThe engine goes on. Not you.\n\r\x1b[K[")) << printed.output;
+}
+
 TEST(LivePresenter, NeverReachesTheLastColumn) {
   for (const std::size_t columns : {0U, 1U, 2U, 10U, 25U, 40U, 200U}) {
     Printed printed;

@@ -92,5 +92,13 @@ TEST(PlainPresenter, SaysThatTheEngineCannotBeReached) {
   EXPECT_EQ(printed.output, std::string(kUnreachableText) + "\n");
 }
 
+TEST(PlainPresenter, SaysThatTheEngineGoesOnWhenItRefusesAnOrder) {
+  Printed printed;
+  PlainPresenter presenter(printed.toOutput(), printed.toTrouble());
+  presenter.orderRefused("Not \x1b you.");
+  EXPECT_TRUE(printed.output.starts_with("The engine goes on. Not ")) << printed.output;
+  EXPECT_EQ(printed.output.find('\x1b'), std::string::npos);
+}
+
 }  // namespace
 }  // namespace frontend

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -11,6 +13,7 @@
 
 #include "InstallationDeployer/EngineNames.h"
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
+#include "InstallationDeployer/status/RunOrders.h"
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/ClientConnection.h"
@@ -60,10 +63,16 @@ class FakeRun : public WatchedRun {
   std::vector<QVNInstallerState> corrections_;
 };
 
+constexpr std::uint32_t kConsoleUser = 501;
+
+RunOrders ordersOf(RunOrders::Givers givers, std::optional<std::uint32_t> consoleUser = kConsoleUser) {
+  return {givers, [consoleUser] { return consoleUser; }};
+}
+
 class StatusService : public ::testing::Test {
  protected:
   FakeRun run_;
-  QVNInstallationStatusService service_{kImpossibleName, run_};
+  QVNInstallationStatusService service_{kImpossibleName, run_, ordersOf(RunOrders::Givers::ConsoleUser)};
 };
 
 TEST_F(StatusService, GivesTheStateOfTheRun) {
@@ -163,7 +172,7 @@ class VendedStatusService : public ::testing::Test {
       GTEST_SKIP() << *reason;
     }
     name_ = statusServiceNameOfProcess(platform::self::processIdentifier());
-    service_.emplace(name_, run_);
+    service_.emplace(name_, run_, ordersOf(RunOrders::Givers::ConsoleUser));
   }
   std::unique_ptr<ipc::ClientConnection> connect() {
     auto connection = ipc::ClientConnection::connectionWithRegisteredName(name_);
@@ -326,7 +335,7 @@ TEST_F(VendedStatusService, AnnouncesChangesToOthersAfterItsEnd) {
 TEST_F(VendedStatusService, NameThatIsTakenStaysWithItsOwner) {
   service().startServer();
   FakeRun otherRun;
-  QVNInstallationStatusService other(name_, otherRun);
+  QVNInstallationStatusService other(name_, otherRun, ordersOf(RunOrders::Givers::ConsoleUser));
   const tests::CapturedLog log;
   other.startServer();
   EXPECT_FALSE(other.serviceStarted());
@@ -335,6 +344,126 @@ TEST_F(VendedStatusService, NameThatIsTakenStaysWithItsOwner) {
   ASSERT_NE(watcher, nullptr);
   run_.state = QVNInstallerStateRemoving;
   EXPECT_EQ(ask(*watcher, "getCurrentState").integer(), 20);
+}
+
+/// Connects as another user: what the system tells of a peer is who it was when it connected.
+class OtherUser {
+ public:
+  explicit OtherUser(uid_t user) : isOther_(seteuid(user) == 0) {}
+  ~OtherUser() {
+    if (seteuid(0) != 0) {
+      std::abort();
+    }
+  }
+  OtherUser(const OtherUser&) = delete;
+  OtherUser& operator=(const OtherUser&) = delete;
+  [[nodiscard]] bool isOther() const { return isOther_; }
+
+ private:
+  bool isOther_;
+};
+
+class OrdersToAStatusService : public VendedStatusService {
+ protected:
+  void vendFor(RunOrders orders) {
+    service_.emplace(name_, run_, std::move(orders));
+    service().startServer();
+  }
+  std::unique_ptr<ipc::ClientConnection> connectAs(uid_t user) {
+    const OtherUser other(user);
+    EXPECT_TRUE(other.isOther());
+    return connect();
+  }
+  /// What the service said to the order; "" when it took it.
+  std::string refusalOf(ipc::ClientConnection& connection, std::string_view order) {
+    ask(connection, order);
+    // Answered after the order was dealt with.
+    ask(connection, "getProgress");
+    const auto refusal = connection.takeRefusal();
+    return refusal ? refusal->name() + ": " + refusal->what() : "";
+  }
+  std::string refusalOf(uid_t user, std::string_view order) {
+    const auto connection = connectAs(user);
+    return connection ? refusalOf(*connection, order) : "no connection";
+  }
+
+  static constexpr uid_t kStranger = 502;
+  const std::string notYours_ =
+      "CorvaneNotPermittedException: Only root and the user of the console session may cancel or release a run.";
+  const std::string notOver_ = "CorvaneNotPermittedException: A run can be released only once its state is final.";
+  const std::string rootsAlone_ =
+      "CorvaneNotPermittedException: Only root may cancel or release this engine: another one started it and follows "
+      "it.";
+};
+
+TEST_F(OrdersToAStatusService, OfAStrangerAreRefusedWithAnExceptionThatSaysSo) {
+  const tests::CapturedLog log;
+  vendFor(ordersOf(RunOrders::Givers::ConsoleUser));
+  EXPECT_EQ(refusalOf(kStranger, "cancelInstallation"), notYours_);
+  EXPECT_FALSE(run_.cancelled);
+  run_.state = QVNInstallerStateSuccess;
+  EXPECT_EQ(refusalOf(kStranger, "shutdownService"), notYours_);
+  EXPECT_TRUE(service().runLoopShouldKeepRunning());
+  EXPECT_FALSE(service().canceller());
+  EXPECT_NE(log.text().find("Refused cancelInstallation of user 502, process " + std::to_string(getpid()) + " ("),
+            std::string::npos);
+}
+
+TEST_F(OrdersToAStatusService, OfNobodyAtTheConsoleAreRootsAlone) {
+  vendFor(ordersOf(RunOrders::Givers::ConsoleUser, std::nullopt));
+  EXPECT_EQ(refusalOf(kConsoleUser, "cancelInstallation"), notYours_);
+  EXPECT_EQ(refusalOf(0, "cancelInstallation"), "");
+  EXPECT_TRUE(run_.cancelled);
+}
+
+TEST_F(OrdersToAStatusService, LetEveryUserLook) {
+  vendFor(ordersOf(RunOrders::Givers::Root));
+  run_.state = QVNInstallerStateInstalling;
+  const auto stranger = connectAs(kStranger);
+  ASSERT_NE(stranger, nullptr);
+  EXPECT_EQ(ask(*stranger, "getCurrentState").integer(), 15);
+  observe(*stranger);
+  service().stateUpdatedNotification();
+  EXPECT_EQ(hear(*stranger, 1).size(), 1U);
+}
+
+TEST_F(OrdersToAStatusService, OfTheConsolesUserCancelAtOnceAndReleaseOnceTheStateIsFinal) {
+  const tests::CapturedLog log;
+  vendFor(ordersOf(RunOrders::Givers::ConsoleUser));
+  EXPECT_EQ(refusalOf(kConsoleUser, "cancelInstallation"), "");
+  EXPECT_TRUE(run_.cancelled);
+  EXPECT_EQ(refusalOf(kConsoleUser, "shutdownService"), notOver_);
+  EXPECT_TRUE(service().runLoopShouldKeepRunning());
+  run_.state = QVNInstallerStateCancelled;
+  const auto watcher = connectAs(kConsoleUser);
+  ASSERT_NE(watcher, nullptr);
+  ask(*watcher, "shutdownService");
+  service().waitForServiceCompletion();
+  const std::string whose = "user 501, process " + std::to_string(getpid()) + " (";
+  ASSERT_TRUE(service().canceller());
+  EXPECT_TRUE(service().canceller()->starts_with(whose)) << *service().canceller();
+  EXPECT_TRUE(log.contains("Notice", "Cancelled by " + *service().canceller())) << log.text();
+}
+
+TEST_F(OrdersToAStatusService, ToAnEngineThatAnotherOneStartedAreRootsAlone) {
+  vendFor(ordersOf(RunOrders::Givers::Root));
+  EXPECT_EQ(refusalOf(kConsoleUser, "cancelInstallation"), rootsAlone_);
+  run_.state = QVNInstallerStateSuccess;
+  EXPECT_EQ(refusalOf(kConsoleUser, "shutdownService"), rootsAlone_);
+  EXPECT_FALSE(run_.cancelled);
+  EXPECT_TRUE(service().runLoopShouldKeepRunning());
+  EXPECT_EQ(refusalOf(0, "cancelInstallation"), "");
+  EXPECT_TRUE(run_.cancelled);
+}
+
+TEST_F(OrdersToAStatusService, CountOnlyWhenTheyAreRequestsOfTheProtocol) {
+  const tests::CapturedLog log;
+  vendFor(ordersOf(RunOrders::Givers::ConsoleUser));
+  const auto root = connect();
+  ASSERT_NE(root, nullptr);
+  EXPECT_THROW(root->invoke({"cancelInstallation", {}, ipc::ValueType::Nothing, false}, {}), ipc::RemoteException);
+  EXPECT_FALSE(run_.cancelled);
+  EXPECT_TRUE(log.texts("Notice").empty());
 }
 
 TEST_F(VendedStatusService, OthersMayHaveWorkDoneOnItsThread) {

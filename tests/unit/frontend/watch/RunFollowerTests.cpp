@@ -35,6 +35,7 @@ class RunFollowerTest : public ::testing::Test, protected RunListener {
     heard_ += "unreachable\n";
     atUnreachable_();
   }
+  void orderRefused(const std::string& reason) override { heard_ += "refused: " + reason + "\n"; }
   void stateChanged(QVNInstallerState state) override { heard_ += "state " + std::to_string(state) + "\n"; }
   void progressChanged(int percent) override { heard_ += "progress " + std::to_string(percent) + "\n"; }
 
@@ -107,6 +108,19 @@ TEST_F(RunFollowerTest, CancelsAsSoonAsTheEngineCanBeAsked) {
   EXPECT_FALSE(service.cancelled);
   EXPECT_EQ(follower.follow().kind, RunEnd::Kind::Finished);
   EXPECT_TRUE(service.cancelled);
+}
+
+TEST_F(RunFollowerTest, SaysThatTheEngineRefusedToBeCancelledAndEndsWithTheFinalStateThoughItMayNotRelease) {
+  const StandInService service(process_, {.states = {11, 15, 0}, .refusesOrders = true});
+  RunFollower follower(*this, process_);
+  follower.cancel();
+  const RunEnd end = follower.follow();
+  EXPECT_EQ(end.kind, RunEnd::Kind::Finished);
+  EXPECT_EQ(end.state, QVNInstallerStateSuccess);
+  EXPECT_NE(heard_.find("state 11\nrefused: It is not yours.\n"), std::string::npos) << heard_;
+  EXPECT_EQ(heard_.find("refused"), heard_.rfind("refused")) << heard_;
+  EXPECT_FALSE(service.cancelled);
+  EXPECT_FALSE(service.wasShutDown);
 }
 
 TEST_F(RunFollowerTest, LeavesTheRunWhenToldToAndAcknowledgesNothing) {

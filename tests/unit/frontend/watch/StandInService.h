@@ -20,6 +20,7 @@
 #include "general/foundation/Thread.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/ConnectionDelegate.h"
+#include "general/ipc/RemoteException.h"
 #include "general/ipc/ServerConnection.h"
 #include "general/ipc/VRKConnectionAuthenticator.h"
 
@@ -46,6 +47,7 @@ class StandInService : public deployer::QVNInstallationStatusProtocol {
     std::size_t breakAfter = 0;  ///< answers about the state until all connections break once; 0: never
     std::size_t goneAfter = 0;   ///< answers about the state until the service ends; 0: when it is told to
     bool isImpostor = false;
+    bool refusesOrders = false;
     std::function<void()> atEachState = [] {};
   };
 
@@ -70,13 +72,26 @@ class StandInService : public deployer::QVNInstallationStatusProtocol {
     return script_.states[std::min(asked, script_.states.size() - 1)];
   }
   std::int64_t getProgress() override { return script_.progress; }
-  void cancelInstallation() override { cancelled = true; }
-  void shutdownService() override { over_ = wasShutDown = true; }
+  void cancelInstallation() override {
+    refuseIfScripted();
+    cancelled = true;
+  }
+  void shutdownService() override {
+    refuseIfScripted();
+    over_ = wasShutDown = true;
+  }
 
   std::atomic<bool> cancelled = false;
   std::atomic<bool> wasShutDown = false;
 
  private:
+  static constexpr const char* kRefusal = "TestException";
+
+  void refuseIfScripted() const {
+    if (script_.refusesOrders) {
+      throw ipc::RemoteException(kRefusal, "It is not yours.");
+    }
+  }
   void serve() {
     auto connection = vend();
     loop_ = foundation::RunLoop::current();
@@ -96,6 +111,7 @@ class StandInService : public deployer::QVNInstallationStatusProtocol {
   std::unique_ptr<ipc::ServerConnection> vend() {
     ipc::ServerConnection::Options options;
     options.peers = ipc::ServerConnection::Peers::Everybody;
+    options.refusal = kRefusal;
     auto connection = std::make_unique<ipc::ServerConnection>(options);
     if (script_.isImpostor) {
       connection->setDelegate(std::make_shared<Impostor>());

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 
 #include "general/system/ProcessSelf.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -41,6 +42,13 @@ TEST(ProcessSelf, DescendsFromThoseThatStartedItAndFromNobodyElse) {
               return fromSibling;
             }),
             0);
+}
+
+TEST(ProcessSelf, TakesAVariableOutOfItsEnvironmentOnce) {
+  ASSERT_EQ(setenv("CORVANE_TAKEN", "", 1), 0);
+  EXPECT_TRUE(self::takeVariable("CORVANE_TAKEN"));
+  EXPECT_FALSE(self::takeVariable("CORVANE_TAKEN"));
+  EXPECT_EQ(std::getenv("CORVANE_TAKEN"), nullptr);
 }
 
 TEST(ProcessSelf, RunsFromAFileThatHasAName) { EXPECT_TRUE(self::executableIsInPlace()); }

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -115,6 +116,16 @@ TEST(Task, PassesArgumentsAsTheyAre) {
   task.launch();
   task.waitUntilExit();
   EXPECT_EQ(contentOf(directory.path("out")), "a b||*|$HOME|ü\n|");
+}
+
+TEST(Task, GivesTheChildItsOwnEnvironmentAndOneVariableMore) {
+  const TemporaryDirectory directory;
+  Task task("/bin/sh", {"-c", "printf '%s|%s' \"$CORVANE_ONE_MORE\" \"$PATH\" > \"$0\"", directory.path("out")});
+  task.setVariable("CORVANE_ONE_MORE", "a b");
+  task.launch();
+  task.waitUntilExit();
+  EXPECT_EQ(contentOf(directory.path("out")), std::string("a b|") + std::getenv("PATH"));
+  EXPECT_EQ(std::getenv("CORVANE_ONE_MORE"), nullptr);
 }
 
 TEST(Task, RunsInItsWorkingDirectory) {

@@ -2,8 +2,11 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <limits>
 
+#include "general/foundation/propertylist/PropertyListFile.h"
 #include "tests/integration/EngineInRoot.h"
 #include "tests/support/KilledRun.h"
 
@@ -211,6 +214,43 @@ TEST_F(InstallRun, TooLittleSpaceEndsWithFourAndWritesNothing) {
   EXPECT_TRUE(loggedBeginning(outcome, "Error", "Not enough space to install. Required space: "));
   EXPECT_FALSE(root().exists("/opt"));
   EXPECT_FALSE(root().exists("/Library/Application Support/Corvane"));
+}
+
+TEST_F(InstallRun, SpaceThatIsExactlyEnoughPassesAndOneByteLessDoesNot) {
+  if (!root().hasPrivateMounts()) {
+    GTEST_SKIP() << "others write to the volume meanwhile: " << root().whyNoMounts();
+  }
+  bundle().stageFile("Core", "/opt/core", "x");
+  bundle().addComponent("Core", "1", kProduct);
+  const std::string componentManifest = inBundle("Contents/Install/Manifests/Core.plist");
+  // Always as long, so that the manifest itself takes the same room.
+  const auto installNeeding = [&](std::int64_t bytes) {
+    const auto document = foundation::plist::serialize(bundle().readManifest("Core").with("ComponentSize", bytes),
+                                                       foundation::plist::Format::Binary);
+    EXPECT_TRUE(document.ok());
+    root().writeFile(componentManifest, document.ok() ? *document : "");
+    return install();
+  };
+  const auto numberAfter = [](const support::Outcome& outcome, const std::string& text) {
+    const auto at = outcome.standardError.find(text);
+    return at == std::string::npos ? -1 : std::stoll(outcome.standardError.substr(at + text.size()));
+  };
+  bundle().writeManifest("Index", bundle().readManifest("Index").with("ReceiptSize", 0));
+  deliverBundle();
+  const std::int64_t freeBytes =
+      numberAfter(installNeeding(std::numeric_limits<std::int64_t>::max()), "free disk space in bytes: ");
+  ASSERT_GT(freeBytes, 0);
+  const auto tooLarge = installNeeding(freeBytes + 1);
+  EXPECT_EQ(tooLarge.exitCode, 4) << tooLarge.description();
+  EXPECT_EQ(logged(tooLarge, "Error",
+                   "Not enough space to install. Required space: " + std::to_string(freeBytes + 1) +
+                       ", free space: " + std::to_string(freeBytes)),
+            1)
+      << tooLarge.standardError;
+  const auto fitting = installNeeding(freeBytes);
+  EXPECT_EQ(fitting.exitCode, 0) << fitting.description();
+  EXPECT_EQ(numberAfter(fitting, "free disk space in bytes: "), freeBytes);
+  EXPECT_TRUE(root().exists("/opt/core"));
 }
 
 TEST_F(InstallRun, RemovalFromTheInstallerIsRefused) {

@@ -1,6 +1,9 @@
 #include <fcntl.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
+#include <climits>
+#include <filesystem>
 #include <limits>
 
 #include "InstallationDeployer/FileEntry.h"
@@ -478,6 +481,48 @@ TEST_F(InstallComponents, AnExternalDirectoryIsEmptiedAndRefilledOneLevelDeepOnE
   }
 }
 
+TEST_F(InstallComponents, AnExternalDirectoryThatCannotBeEmptiedFails) {
+  ASSERT_EQ(chmod(path("").c_str(), 0755), 0);
+  ASSERT_EQ(chmod(target().c_str(), 0755), 0);
+  writeFile(target("/data/stale"), "stale");
+  describe("Core", {});
+  step_ = makeStep<Step>({"Core"});
+  const CapturedLog log;
+  {
+    const tests::Unprivileged nobody;
+    ASSERT_TRUE(nobody.changed());
+    EXPECT_FALSE(step_->copyFileWithManifestInfo(deployer::FileEntry(externalDirectory("/data", path("nowhere"), {})),
+                                                 "Core", run().installerRootPath(), target(), {}));
+  }
+  EXPECT_EQ(state(), deployer::QVNInstallerStateFailed);
+  const auto errors = log.texts("Error");
+  ASSERT_EQ(errors.size(), 1U);
+  EXPECT_TRUE(errors[0].starts_with("Unable to delete directory: " + target("/data") +
+                                    "\nError Domain=NSCocoaErrorDomain Code=513 "))
+      << errors[0];
+  EXPECT_EQ(contentOf(target("/data/stale")), "stale");
+}
+
+TEST_F(InstallComponents, AnExternalDirectoryThatCannotBeMadeAnewFails) {
+  // Its path fits, but the longer one of the directory in the making does not.
+  constexpr std::size_t kLength = PATH_MAX - 20;
+  const std::string name = "/directory";
+  std::string place;
+  while (target(place).size() + name.size() + 1 < kLength) {
+    place += "/" + std::string(std::min<std::size_t>(200, kLength - target(place).size() - name.size() - 1), 'd');
+  }
+  place += name;
+  std::filesystem::create_directories(target(place));
+  const CapturedLog log;
+  EXPECT_FALSE(install({externalDirectory(place, path("nowhere"), attributes(0755))}));
+  EXPECT_EQ(state(), deployer::QVNInstallerStateFailed);
+  const auto errors = log.texts("Error");
+  ASSERT_EQ(errors.size(), 1U);
+  EXPECT_TRUE(errors[0].starts_with("Unable to create directory: " + target(place) +
+                                    "\nError Domain=NSCocoaErrorDomain Code=514 "))
+      << errors[0];
+}
+
 TEST_F(InstallComponents, AnExternalDirectoryThatIsMissingLeavesAnEmptyDirectory) {
   writeFile(target("/data/stale"), "stale");
   const CapturedLog log;
@@ -568,6 +613,28 @@ TEST_F(InstallComponents, ALinkWithoutItsFolderFailsTwiceAndTheRestIsMade) {
   EXPECT_TRUE(errors[0].starts_with("Failed to create symbolic link: text\nError Domain=")) << errors[0];
   EXPECT_EQ(errors[1], "Unable to set attributes on symbolic file: " + target("/absent/link"));
   EXPECT_TRUE(exists(target("/later")));
+}
+
+TEST_F(InstallComponents, WhatCannotBeRemovedFromALinksPlaceEndsTheMakingOfLinks) {
+  ASSERT_EQ(chmod(path("").c_str(), 0755), 0);
+  ASSERT_EQ(chmod(target().c_str(), 0755), 0);
+  writeFile(target("/taken"), "x");
+  const CapturedLog log;
+  auto given = deployer::QVNInstallerStateSuccess;
+  {
+    const tests::Unprivileged nobody;
+    ASSERT_TRUE(nobody.changed());
+    EXPECT_FALSE(Step::createSymbolicLinks(
+        {deployer::FileEntry(link("/taken", "text")), deployer::FileEntry(link("/later", "text"))}, target(), given));
+  }
+  EXPECT_EQ(given, deployer::QVNInstallerStateFailed);
+  const auto errors = log.texts("Error");
+  ASSERT_EQ(errors.size(), 1U) << "the later link is not even tried";
+  EXPECT_TRUE(errors[0].starts_with("Failed to delete symbolic link " + target("/taken") +
+                                    ". Error Domain=NSCocoaErrorDomain Code=513 "))
+      << errors[0];
+  EXPECT_TRUE(errors[0].ends_with(" ")) << errors[0];
+  EXPECT_EQ(contentOf(target("/taken")), "x");
 }
 
 TEST_F(InstallComponents, ALinkThatCannotHaveItsAttributesStaysAndIsToldOfOnce) {

@@ -41,6 +41,15 @@ TEST_F(ReceiptClient, WithoutATaskShutdownSucceedsWithoutAnyMessage) {
   EXPECT_EQ(log.text(), "");
 }
 
+TEST_F(ReceiptClient, LaunchesNothingWithoutAReceiptsPath) {
+  run_.configuration().setProductName(std::nullopt);
+  client_.setStrategy(&step_);
+  const tests::CapturedLog log;
+  EXPECT_FALSE(client_.launchReceiptExecutable());
+  EXPECT_EQ(log.count("Error", "Receipt path is invalid"), 1U);
+  EXPECT_EQ(client_.receiptProxy(), nullptr);
+}
+
 TEST_F(ReceiptClient, KeepsTheNameOfTheServiceThatAnnouncedItselfLast) {
   const tests::CapturedLog log;
   client_.handleReceiptStartNotification(started("com.corvane.installer.receipt.1"));

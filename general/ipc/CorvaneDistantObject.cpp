@@ -93,9 +93,8 @@ void CorvaneDistantObject::forwardInvocation(Invocation& invocation) {
 void CorvaneDistantObject::invokeWithRetries(const Operation& operation, Invocation& invocation) {
   for (int attempt = 1;; ++attempt) {
     try {
-      if (ClientConnection* server = rootProxy(); server != nullptr) {
-        invocation.returnValue = server->invoke(operation, invocation.arguments);
-      }
+      ClientConnection* const server = rootProxy();
+      invocation.returnValue = server == nullptr ? PropertyList() : server->invoke(operation, invocation.arguments);
       return;
     } catch (const RemoteException& exception) {
       logException(exception, attempt);

@@ -23,7 +23,8 @@ inline constexpr double kDelayBetweenAttempts = 0.5;
 /// Attempts of one call, the first included.
 inline constexpr int kNumberOfAttemptsToInvoke = 5;
 
-/// A message to a remote object and, afterwards, its result: nil unless the object answered with one.
+/// A message to a remote object and, afterwards, its result: what the object answered, nil (the zero of every type)
+/// where nobody vends, and what it was before where the call failed with an exception.
 struct Invocation {
   std::string selector;
   std::vector<foundation::PropertyList> arguments;

@@ -313,10 +313,22 @@ TEST_F(DistantObject, ACallWithoutAServerGivesNilAndNoException) {
   EXPECT_EQ(log.texts("Notice"), Texts{});
 }
 
-TEST_F(DistantObject, ACallWithoutAServerLeavesTheReturnValueAsItWas) {
+TEST_F(DistantObject, ACallWithoutAServerReturnsZeroWhateverTheInvocationHeld) {
   const auto object = plain();
   ipc::Invocation invocation{"count", {}, "before"};
   object->forwardInvocation(invocation);
+  EXPECT_TRUE(invocation.returnValue.isNil());
+  EXPECT_EQ(invocation.returnValue.integer().value_or(0), 0);
+  EXPECT_FALSE(object->recentException());
+}
+
+TEST_F(DistantObject, ACallThatFailedLeavesTheReturnValueAsItWas) {
+  const Server server(calls_);
+  const CapturedLog log;
+  const auto object = plain();
+  ipc::Invocation invocation{"raise:", {"ServerException"}, "before"};
+  object->forwardInvocation(invocation);
+  EXPECT_EQ(recent(*object), "ServerException");
   EXPECT_EQ(invocation.returnValue, PropertyList("before"));
 }
 

@@ -21,21 +21,18 @@ std::optional<std::string> plistPath(std::string_view folder, const std::string&
   return paths::append(folder, name);
 }
 
-std::optional<Session> sessionOfConsoleUser() {
-  const auto window = platform::currentLoginWindow();
-  if (!window) {
+std::optional<Session> sessionOf(std::uint32_t userId, std::int32_t loginWindowPID) {
+  if (userId != 0 && loginWindowPID != 0) {
+    return Session{userId, loginWindowPID};
+  }
+  if (!platform::currentLoginWindow()) {
     logging::error("Unable to look for the login window of the user at the console. Launch agents are left alone. %s",
                    std::strerror(errno));
-    return std::nullopt;
   }
-  const Session session{window->userId, window->processId};
-  if (session.userId == 0 || session.loginWindowPID == 0) {
-    // The same words for starting and stopping.
-    logging::notice("Could not find user id (%d) or loginwindow pid (%d) to launch agents. Skipping launching agents.",
-                    session.userId, session.loginWindowPID);
-    return std::nullopt;
-  }
-  return session;
+  // The same words for starting and stopping.
+  logging::notice("Could not find user id (%d) or loginwindow pid (%d) to launch agents. Skipping launching agents.",
+                  userId, loginWindowPID);
+  return std::nullopt;
 }
 
 std::vector<std::string> argumentsInSession(const Session& session, const std::vector<std::string>& arguments) {

@@ -20,8 +20,9 @@ struct Session {
   std::uint32_t userId = 0;
   std::int32_t loginWindowPID = 0;  ///< of the process through which the session is reached
 };
-/// Nothing, and a notice in the log, when nobody is logged in; an error when that cannot be found out.
-[[nodiscard]] std::optional<Session> sessionOfConsoleUser();
+/// Nothing, and a notice in the log, when one of them is 0: nobody is logged in. Where that cannot be found out, an
+/// error says so as well.
+[[nodiscard]] std::optional<Session> sessionOf(std::uint32_t userId, std::int32_t loginWindowPID);
 
 /// The arguments that make launchctl carry out others in a session, as its user.
 [[nodiscard]] std::vector<std::string> argumentsInSession(const Session& session,

@@ -72,7 +72,9 @@ void stopComponents(const std::vector<PropertyList>& manifests) {
     stopDaemon(daemon);
   }
   const auto agents = labelsIn(manifests, kManifestListOfLaunchAgents);
-  const auto session = agents.empty() ? std::nullopt : launchd::sessionOfConsoleUser();
+  const auto session =
+      agents.empty() ? std::nullopt
+                     : launchd::sessionOf(QVNProcessStartStrategy::userId(), QVNProcessStartStrategy::loginWindowPID());
   if (session) {
     for (const std::string& agent : agents) {
       stopAgent(agent, *session);

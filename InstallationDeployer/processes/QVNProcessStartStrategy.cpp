@@ -11,6 +11,7 @@
 #include "general/foundation/execution/Task.h"
 #include "general/foundation/extensions/NSDictionaryExtensions.h"
 #include "general/logging/SystemLog.h"
+#include "general/system/LoginWindow.h"
 #include "general/system/NSProcessInfoExtensions.h"
 #include "general/system/ProcessSelf.h"
 
@@ -161,7 +162,7 @@ bool QVNProcessStartStrategy::launchAgentsFromPlan(const Plan& plan) {
     logging::debug("No launch agents to load.");
     return true;
   }
-  const auto session = launchd::sessionOfConsoleUser();
+  const auto session = launchd::sessionOf(userId(), loginWindowPID());
   if (!session) {
     // Nobody is logged in, so there is nothing to start; launchd loads the agents at the next login.
     setInstallerState(QVNInstallerStateSuccess);
@@ -180,6 +181,10 @@ bool QVNProcessStartStrategy::launchAgentsFromPlan(const Plan& plan) {
   }
   return true;
 }
+
+std::uint32_t QVNProcessStartStrategy::userId() { return platform::loginWindowUserId(); }
+
+std::int32_t QVNProcessStartStrategy::loginWindowPID() { return platform::loginWindowProcessId(); }
 
 bool QVNProcessStartStrategy::launchTask(const std::string& launchPath, const std::vector<std::string>& withArguments) {
   Task task(launchPath, withArguments);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,11 @@ class QVNProcessStartStrategy : public QVNInstallStepStrategy {
   /// Runs a system command to its end. True when it ran and exited with 0. Logs the first 1000 bytes of its errors, in
   /// which bytes beyond ASCII are written as \xNN.
   [[nodiscard]] static bool launchTask(const std::string& launchPath, const std::vector<std::string>& withArguments);
+
+  /// The user at the console and the process of that user's login window, each looked for anew. 0 when there is none,
+  /// and when nobody can tell; nothing is logged.
+  [[nodiscard]] static std::uint32_t userId();
+  [[nodiscard]] static std::int32_t loginWindowPID();
 
  private:
   [[nodiscard]] bool work() override;

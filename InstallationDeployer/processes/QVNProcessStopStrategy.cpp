@@ -5,6 +5,7 @@
 
 #include "InstallationDeployer/processes/LaunchdJob.h"
 #include "InstallationDeployer/processes/ProcessStop.h"
+#include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
@@ -41,7 +42,7 @@ bool QVNProcessStopStrategy::stopAgentsFromPlan(const Plan& plan) {
     logging::debug("No launch agents to remove.");
     return true;
   }
-  const auto session = launchd::sessionOfConsoleUser();
+  const auto session = launchd::sessionOf(QVNProcessStartStrategy::userId(), QVNProcessStartStrategy::loginWindowPID());
   if (!session) {
     setInstallerState(QVNInstallerStateSuccess);
     return true;

@@ -8,6 +8,8 @@
 
 #include "InstallationDeployer/processes/LaunchdJob.h"
 #include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
+#include "general/system/LoginWindow.h"
+#include "tests/support/NoDescriptors.h"
 #include "tests/support/StepTest.h"
 
 namespace {
@@ -344,6 +346,51 @@ TEST_F(LaunchTask, FailsWhenTheCommandExitsWithAnotherStatus) {
 TEST_F(LaunchTask, FailsWhenASignalEndsTheCommand) {
   const CapturedLog log;
   EXPECT_FALSE(QVNProcessStartStrategy::launchTask(makeScript("command", "kill -KILL $$"), {}));
+}
+
+using SessionLookup = ProcessStart;
+
+TEST_F(SessionLookup, GivesUserAndLoginWindowOfTheRunningSystem) {
+  const CapturedLog log;
+  EXPECT_EQ(QVNProcessStartStrategy::userId(), platform::loginWindowUserId());
+  EXPECT_EQ(QVNProcessStartStrategy::loginWindowPID(), platform::loginWindowProcessId());
+  EXPECT_TRUE(log.messages().empty());
+}
+
+TEST_F(SessionLookup, ThatFailsGivesZeroAndSaysNothing) {
+  const CapturedLog log;
+  const tests::NoDescriptors none;
+  EXPECT_EQ(QVNProcessStartStrategy::userId(), 0U);
+  EXPECT_EQ(QVNProcessStartStrategy::loginWindowPID(), 0);
+  EXPECT_TRUE(log.messages().empty());
+}
+
+TEST_F(SessionLookup, ThatFailedCountsAsNobodyLoggedInAndTheReasonIsTold) {
+  const CapturedLog log;
+  const tests::NoDescriptors none;
+  EXPECT_FALSE(deployer::launchd::sessionOf(0, 0));
+  EXPECT_EQ(log.texts("Error"),
+            std::vector<std::string>{"Unable to look for the login window of the user at the console. Launch agents "
+                                     "are left alone. Too many open files"});
+  EXPECT_EQ(log.texts("Notice"),
+            std::vector<std::string>{"Could not find user id (0) or loginwindow pid (0) to launch agents. Skipping "
+                                     "launching agents."});
+}
+
+TEST_F(SessionLookup, NeedsBothTheUserAndTheLoginWindow) {
+  const CapturedLog log;
+  EXPECT_FALSE(deployer::launchd::sessionOf(501, 0));
+  EXPECT_FALSE(deployer::launchd::sessionOf(0, 88));
+  EXPECT_EQ(log.texts("Notice"),
+            (std::vector<std::string>{"Could not find user id (501) or loginwindow pid (0) to launch agents. Skipping "
+                                      "launching agents.",
+                                      "Could not find user id (0) or loginwindow pid (88) to launch agents. Skipping "
+                                      "launching agents."}));
+  const auto session = deployer::launchd::sessionOf(501, 88);
+  ASSERT_TRUE(session);
+  EXPECT_EQ(deployer::launchd::argumentsInSession(*session, {"load", "-w", "/Library/LaunchAgents/NAME.plist"}),
+            (std::vector<std::string>{"bsexec", "88", "sudo", "-u", "#501", "/bin/launchctl", "load", "-w",
+                                      "/Library/LaunchAgents/NAME.plist"}));
 }
 
 TEST_F(LaunchTask, FailsWhenTheCommandCannotBeStarted) {

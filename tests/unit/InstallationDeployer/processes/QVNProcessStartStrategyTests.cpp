@@ -8,7 +8,6 @@
 
 #include "InstallationDeployer/processes/LaunchdJob.h"
 #include "InstallationDeployer/processes/QVNProcessStartStrategy.h"
-#include "general/system/LoginWindow.h"
 #include "tests/support/NoDescriptors.h"
 #include "tests/support/StepTest.h"
 
@@ -349,13 +348,6 @@ TEST_F(LaunchTask, FailsWhenASignalEndsTheCommand) {
 }
 
 using SessionLookup = ProcessStart;
-
-TEST_F(SessionLookup, GivesUserAndLoginWindowOfTheRunningSystem) {
-  const CapturedLog log;
-  EXPECT_EQ(QVNProcessStartStrategy::userId(), platform::loginWindowUserId());
-  EXPECT_EQ(QVNProcessStartStrategy::loginWindowPID(), platform::loginWindowProcessId());
-  EXPECT_TRUE(log.messages().empty());
-}
 
 TEST_F(SessionLookup, ThatFailsGivesZeroAndSaysNothing) {
   const CapturedLog log;

@@ -125,6 +125,11 @@ TEST_F(ComponentCache, AWildcardTakesWhatBeginsAndEndsSo) {
   const Entries entries{wildcard("/etc/x/*.conf")};
   const Outcome cached = cache(entries);
   EXPECT_EQ(cached.standardOutput, kSuccess) << cached.standardError;
+  EXPECT_EQ(logged(cached, "Debug",
+                   "QVNCacheComponentStrategy: matchedFilePaths: (\n    /etc/x/.hidden.conf,\n    "
+                   "/etc/x/a.conf\n)"),
+            1)
+      << cached.standardError;
   EXPECT_EQ(root().readFile(kCache + "/etc/x/a.conf"), "a.conf");
   EXPECT_EQ(root().readFile(kCache + "/etc/x/.hidden.conf"), ".hidden.conf");
   EXPECT_FALSE(root().exists(kCache + "/etc/x/b.txt"));
@@ -348,6 +353,26 @@ TEST_F(ComponentCache, AnExternalSourceIsTakenAsItStands) {
   ASSERT_EQ(cache({external(kFolder + "/licence", "/Users/../Users/Shared/licence", modifiable())}).standardOutput,
             kSuccess);
   EXPECT_EQ(root().readFile(kCache + kFolder + "/licence"), "of the administrator");
+}
+
+TEST_F(ComponentCache, AnEmptyExternalSourceIsNoneAndAMissingOneLeavesNothingToKeep) {
+  root().writeFile(kFolder + "/licence", "of the administrator");
+  ASSERT_EQ(cache({external(kFolder + "/licence", "/Users/Shared/missing", modifiable())}).standardOutput, kSuccess);
+  EXPECT_FALSE(root().exists(kCache));
+  ASSERT_EQ(cache({external(kFolder + "/licence", "", modifiable())}).standardOutput, kSuccess);
+  EXPECT_EQ(root().readFile(kCache + kFolder + "/licence"), "of the administrator");
+}
+
+TEST_F(ComponentCache, WhatCannotBePutBackFailsTheRestoringAndStaysInIt) {
+  root().writeFile(kFolder + "/settings", "default");
+  root().makeDirectory(kCache + kFolder + "/settings");
+  const Outcome outcome = restore({settings(kFolder + "/settings")});
+  EXPECT_EQ(outcome.standardOutput, kFailure);
+  EXPECT_TRUE(
+      loggedBeginning(outcome, "Error", "QVNRestoreCacheComponentStrategy: Unable to restore file. Error Domain="))
+      << outcome.standardError;
+  EXPECT_TRUE(root().exists(kCache + kFolder + "/settings"));
+  EXPECT_EQ(root().readFile(kFolder + "/settings"), "default");
 }
 
 TEST_F(ComponentCache, PathsThatWouldLeadOutOfItCannotBeCopied) {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "InstallationDeployer/run/Usage.h"
 #include "tests/integration/EngineInRoot.h"
 #include "tests/support/FaultyRun.h"
 
@@ -15,6 +16,7 @@ using support::FaultyRun;
 /// Installs in which one call of the system fails, for failures that nothing else brings about.
 class InstallWithFault : public EngineInRoot {
  protected:
+  void prepare() override { deliverBundle(); }
   [[nodiscard]] std::optional<std::string> whyImpossible() override {
     const auto reason = EngineInRoot::whyImpossible();
     return reason ? reason : FaultyRun::whyImpossible();
@@ -44,6 +46,17 @@ TEST_F(InstallWithFault, AVolumeThatCannotBeAskedForItsSpaceEndsTheRun) {
   EXPECT_EQ(run->outcome.exitCode, 1) << run->outcome.description();
   EXPECT_FALSE(root().exists("/opt/core"));
   EXPECT_FALSE(root().exists(kReceipt));
+}
+
+TEST_F(InstallWithFault, ARealUserThatCannotBeSetEndsTheRunWithTheUsage) {
+  const FaultOutcome run =
+      FaultyRun(root(), {kEngine, "--install"}, {{SYS_setuid}, EngineRole::Engine, 1, EAGAIN}).finish();
+  ASSERT_TRUE(run.reached);
+  EXPECT_EQ(run.outcome.exitCode, 1) << run.outcome.description();
+  EXPECT_EQ(logged(run.outcome, "Debug", "Failed to set Real UID to effective UID (0)"), 1);
+  EXPECT_EQ(logged(run.outcome, "Error", "usage failure launching InstallationDeployer"), 1);
+  EXPECT_NE(run.outcome.standardError.find(deployer::usageText()), std::string::npos) << run.outcome.standardError;
+  EXPECT_FALSE(loggedBeginning(run.outcome, "Debug", "exiting the main thread"));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "InstallationDeployer/status/QVNInstallationStatusService.h"
 
+#include <chrono>
 #include <exception>
 #include <span>
 #include <utility>
@@ -19,6 +20,7 @@ using foundation::RunLoop;
 namespace {
 
 constexpr const char* kStatusServerThreadName = "status server thread";
+constexpr std::chrono::seconds kPatienceWithStart(2);
 
 }  // namespace
 
@@ -34,9 +36,9 @@ void QVNInstallationStatusService::startServer() {
   }
   notificationObject_ = controller_.postingNotificationId();
   startThread();
+  const auto deadline = RunLoop::Clock::now() + kPatienceWithStart;
   const foundation::MutexLock lock(lock_);
-  while (!startFinished_) {
-    runLoopCondition_.wait(lock_);
+  while (!startFinished_ && runLoopCondition_.waitUntil(lock_, deadline)) {
   }
 }
 

@@ -34,13 +34,14 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   QVNInstallationStatusService(const QVNInstallationStatusService&) = delete;
   QVNInstallationStatusService& operator=(const QVNInstallationStatusService&) = delete;
 
-  /// Starts the thread and returns when the service can be reached and has been announced, or when it could not be set
-  /// up; then the run goes on unwatched. Every change of the state after this call is announced.
+  /// Starts the thread. Gives the service a moment in which to be set up and announced, so that in an ordinary run
+  /// every change of the state after this call is announced. The run does not depend on it: where others keep the
+  /// service from being set up it goes on, unwatched or watched later, and changes before that are not announced.
   void startServer();
   /// Announces a change of the run's state. Before the service has started it does nothing.
   void stateUpdatedNotification();
-  /// Waits until the service was told to end. When it could not be set up, or can let nobody in, there is nobody to
-  /// wait for.
+  /// Waits until the service was told to end; one that is still being set up, until that is decided. When it could not
+  /// be set up, or can let nobody in, there is nobody to wait for.
   void waitForServiceCompletion();
   /// Lets the service end, and with it who waits for its completion.
   void shutdownStatusServer();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -45,6 +46,13 @@ class Condition {
     std::unique_lock held(mutex.mutex_, std::adopt_lock);
     condition_.wait(held);
     held.release();
+  }
+  /// The same until a point in time at most; false once that is reached.
+  bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point deadline) CORVANE_REQUIRES(mutex) {
+    std::unique_lock held(mutex.mutex_, std::adopt_lock);
+    const bool isInTime = condition_.wait_until(held, deadline) == std::cv_status::no_timeout;
+    held.release();
+    return isInTime;
   }
   void notifyOne() { condition_.notify_one(); }
   void notifyAll() { condition_.notify_all(); }

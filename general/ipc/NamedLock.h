@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -14,7 +15,9 @@ class NamedLock {
  public:
   /// Waits until the lock is free. Nothing, and an error in the log, when the folder cannot be used.
   /// @param name a single path component that begins with a dot.
-  [[nodiscard]] static std::optional<NamedLock> acquire(std::string_view name);
+  /// @param patience how long to wait for another process at most, which is an error as well; nothing: for ever.
+  [[nodiscard]] static std::optional<NamedLock> acquire(
+      std::string_view name, std::optional<std::chrono::milliseconds> patience = std::nullopt);
 
  private:
   explicit NamedLock(foundation::Descriptor file) : file_(std::move(file)) {}

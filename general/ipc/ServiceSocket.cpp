@@ -85,8 +85,8 @@ std::optional<std::string> socketPathOfService(std::string_view name) {
   return addressOf(path, address) ? std::optional(std::move(path)) : std::nullopt;
 }
 
-std::optional<ServiceFolderLock> ServiceFolderLock::acquire() {
-  auto lock = NamedLock::acquire(kLockName);
+std::optional<ServiceFolderLock> ServiceFolderLock::acquire(std::chrono::milliseconds patience) {
+  auto lock = NamedLock::acquire(kLockName, patience);
   return lock ? std::optional(ServiceFolderLock(std::move(*lock))) : std::nullopt;
 }
 

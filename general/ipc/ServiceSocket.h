@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,10 +25,13 @@ inline constexpr mode_t kModeForRoot = 0600;
 
 /// Who vends or observes holds this meanwhile, so that two processes never take over the same stale socket, and none
 /// takes a socket that is being made for stale. Making it makes the folders; nothing, and an error in the log, when the
-/// folders cannot be made or are not root's own.
+/// folders cannot be made or are not root's own, and when another process holds the lock and does not let go of it: it
+/// is held for moments only, and no run waits for ever for a process that was stopped.
 class ServiceFolderLock {
  public:
-  [[nodiscard]] static std::optional<ServiceFolderLock> acquire();
+  static constexpr std::chrono::milliseconds kPatience = std::chrono::seconds(10);
+
+  [[nodiscard]] static std::optional<ServiceFolderLock> acquire(std::chrono::milliseconds patience = kPatience);
 
  private:
   explicit ServiceFolderLock(NamedLock lock) : lock_(std::move(lock)) {}

@@ -56,6 +56,20 @@ TEST_F(UnwatchableRun, WithoutAThreadEndsWithItsOwnState) {
                               "Unable to start the thread of the installation deployer status service. "));
 }
 
+TEST_F(UnwatchableRun, WhoseFolderSomebodyKeepsLockedGoesOnAndEndsWithItsOwnState) {
+  const std::string folder = "/var/run/com.corvane.installer";
+  ASSERT_TRUE(
+      root().shell("mkdir -p " + folder + " && chmod 755 " + folder + " && touch " + folder + "/.lock").succeeded());
+  // The shell holds the lock until the engine has ended.
+  const auto outcome =
+      root().shell("exec 9<" + folder + "/.lock; flock 9 && '" + std::string(kEngine) + "' --ui --install 9<&-");
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+  EXPECT_EQ(logged(outcome, "Error", "Unable to lock " + folder + "/.lock. Another process does not let go of it."), 1);
+  EXPECT_EQ(logged(outcome, "Error", "Unable to acquire a connection for the installation deployer status service"), 1);
+  EXPECT_EQ(logged(outcome, "Error", "Nobody can watch this run: it ends without waiting for a watcher."), 1);
+  EXPECT_TRUE(root().exists(kReceipt));
+}
+
 TEST_F(UnwatchableRun, ThatFailsEndsWithItsFailure) {
   root().writeFile("/opt", "in the way of a directory");
   const FaultOutcome run = runWatched({SYS_bind}, EADDRINUSE);

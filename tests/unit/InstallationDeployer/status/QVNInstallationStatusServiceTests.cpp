@@ -19,6 +19,7 @@
 #include "general/ipc/ClientConnection.h"
 #include "general/ipc/NotificationObserver.h"
 #include "general/ipc/RemoteException.h"
+#include "general/ipc/ServiceSocket.h"
 #include "general/system/ProcessSelf.h"
 #include "general/system/SystemProfile.h"
 #include "tests/support/CapturedLog.h"
@@ -247,6 +248,36 @@ TEST_F(VendedStatusService, AnnouncesItselfUnderTheRunsIdentity) {
                            "com.corvane.installer.deployer.started to object: /Volumes/X/Installer.app with "
                            "serviceName: " +
                                name_));
+}
+
+TEST_F(VendedStatusService, ThatOthersKeepFromBeingSetUpLetsTheRunGoOnAndAnnouncesWhatComesAfter) {
+  std::vector<std::string> heard;
+  ipc::NotificationObserver observer;
+  ASSERT_TRUE(observer.isListening());
+  for (const std::string_view name :
+       {kQVNInstallationStatusServiceStartedNotification, kQVNInstallationStatusUpdatedNotification}) {
+    observer.add(std::string(name), kIdentity,
+                 [&](const ipc::Notification& notification) { heard.push_back(notification.name); });
+  }
+  auto lock = ipc::ServiceFolderLock::acquire();
+  ASSERT_TRUE(lock);
+  const tests::CapturedLog log;
+  service().startServer();
+  EXPECT_FALSE(service().serviceStarted());
+  EXPECT_EQ(service().statusServerThread(), nullptr);
+  run_.state = QVNInstallerStateInstalling;
+  service().stateUpdatedNotification();
+  lock.reset();
+  while (!service().serviceStarted()) {
+    std::this_thread::yield();
+  }
+  service().stateUpdatedNotification();
+  while (heard.size() < 2) {
+    RunLoop::current()->runUntil(RunLoop::Clock::time_point::max());
+  }
+  EXPECT_EQ(heard,
+            (std::vector<std::string>{"com.corvane.installer.deployer.started", "com.corvane.installer.update"}));
+  EXPECT_EQ(ask(*connect(), "getCurrentState").integer(), 15);
 }
 
 TEST_F(VendedStatusService, TellsEachObserverOfEachChangeOnce) {

@@ -5,10 +5,12 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "general/ipc/ServiceFolder.h"
 #include "general/ipc/ServiceSocket.h"
@@ -137,6 +139,15 @@ TEST_F(ServiceFolder, IsLockedAgainstOtherProcessesAsLongAsTheLockLives) {
   EXPECT_NE(flock(file.number(), LOCK_EX | LOCK_NB), 0);
   owner.kill();
   EXPECT_EQ(flock(file.number(), LOCK_EX | LOCK_NB), 0);
+}
+
+TEST_F(ServiceFolder, IsNotWaitedForForEverWhenSomebodyKeepsItLocked) {
+  const auto held = ServiceFolderLock::acquire();
+  ASSERT_TRUE(held);
+  const CapturedLog log;
+  EXPECT_FALSE(ServiceFolderLock::acquire(std::chrono::milliseconds(20)));
+  EXPECT_EQ(log.texts("Error"),
+            std::vector<std::string>{"Unable to lock " + kFolder + "/.lock. Another process does not let go of it."});
 }
 
 TEST_F(ServiceFolder, ShowsASocketOnlyWhenItListensAndHasItsMode) {

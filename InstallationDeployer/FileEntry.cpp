@@ -117,6 +117,11 @@ FileAttributes FileEntry::attributes() const {
   return attributes;
 }
 
+std::vector<FileEntry> fileEntriesOf(const PropertyList& manifest) {
+  const auto elements = manifest[kManifestListOfFiles].elements();
+  return {elements.begin(), elements.end()};
+}
+
 PropertyList dictionaryOf(const foundation::ItemStatus& item) {
   const double modified = static_cast<double>(item.modificationNanoseconds) / kNanosecondsPerSecond;
   return PropertyList::dictionary({

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "general/foundation/files/FileAttributes.h"
 #include "general/foundation/files/ItemStatus.h"
@@ -65,6 +66,9 @@ class FileEntry {
  private:
   foundation::PropertyList dictionary_;
 };
+
+/// The list of files of a component's manifest, in its order; empty when it has none.
+[[nodiscard]] std::vector<FileEntry> fileEntriesOf(const foundation::PropertyList& manifest);
 
 /// What an item on disk is like in the words of a file entry, for messages.
 [[nodiscard]] foundation::PropertyList dictionaryOf(const foundation::ItemStatus& item);

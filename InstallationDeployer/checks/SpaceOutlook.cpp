@@ -39,8 +39,8 @@ Names componentsOf(QVNInstallerManifest& manifest, const std::string& product) {
 class InstalledSpace {
  public:
   void add(const PropertyList& manifest) {
-    for (const PropertyList& element : manifest[kManifestListOfFiles].elements()) {
-      add(FileEntry(element));
+    for (const FileEntry& entry : fileEntriesOf(manifest)) {
+      add(entry);
     }
   }
   [[nodiscard]] std::int64_t bytes() const { return bytes_.required(); }

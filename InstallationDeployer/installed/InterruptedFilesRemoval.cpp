@@ -4,7 +4,6 @@
 #include <set>
 
 #include "InstallationDeployer/FolderContents.h"
-#include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "InstallationDeployer/RestrictedPaths.h"
 #include "general/foundation/Paths.h"
@@ -32,8 +31,7 @@ Status removed(const Status& status) { return status ? Status() : asStatus(statu
 }  // namespace
 
 void InterruptedFilesRemoval::addRemoved(const PropertyList& manifest) {
-  for (const PropertyList& element : manifest[kManifestListOfFiles].elements()) {
-    const FileEntry entry(element);
+  for (const FileEntry& entry : fileEntriesOf(manifest)) {
     if (Place* const place = placeOf(entry)) {
       place->isModifiable |= entry.isModifiable();
       place->isLink |= entry.isSymbolicLink();
@@ -44,8 +42,7 @@ void InterruptedFilesRemoval::addRemoved(const PropertyList& manifest) {
 
 void InterruptedFilesRemoval::addPlaced(const PropertyList& manifest, bool withModifiableFiles) {
   addRemoved(manifest);
-  for (const PropertyList& element : manifest[kManifestListOfFiles].elements()) {
-    const FileEntry entry(element);
+  for (const FileEntry& entry : fileEntriesOf(manifest)) {
     Place* const place = placeOf(entry);
     if (place == nullptr) {
       continue;

@@ -223,8 +223,7 @@ bool QVNBuildInstallPlanStrategy::addForChangedExternalFiles(const std::string& 
   if (!componentManifest) {
     return false;
   }
-  for (const PropertyList& element : (*componentManifest)[kManifestListOfFiles].elements()) {
-    const FileEntry entry(element);
+  for (const FileEntry& entry : fileEntriesOf(*componentManifest)) {
     const auto source = entry.externalSource();
     if (!source || !entry.checksForExternalChanges()) {
       continue;

@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "InstallationDeployer/FileEntry.h"
-#include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "InstallationDeployer/installed/ComponentCache.h"
 #include "InstallationDeployer/installed/InterruptedFilesRemoval.h"
@@ -26,9 +25,8 @@ namespace {
 template <class Visitor>
 void forEachEntry(const ChangeJournal& journal, const Visitor& visit) {
   for (const JournaledManifest& manifest : journal.manifests) {
-    const PropertyList content = manifest.content();
-    for (const PropertyList& element : content[kManifestListOfFiles].elements()) {
-      visit(manifest, FileEntry(element));
+    for (const FileEntry& entry : fileEntriesOf(manifest.content())) {
+      visit(manifest, entry);
     }
   }
 }
@@ -121,8 +119,7 @@ Result<bool> InterruptedRunRecovery::isUsers(const std::string& path) const {
     if (component.entry->role != Role::Placed) {
       continue;
     }
-    for (const PropertyList& element : component.manifest[kManifestListOfFiles].elements()) {
-      const FileEntry entry(element);
+    for (const FileEntry& entry : fileEntriesOf(component.manifest)) {
       // Of a file without a checksum nobody can say who wrote it.
       if (entry.path() == path && entry.checksum().value_or(checksum) == checksum) {
         return false;

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "InstallationDeployer/FileEntry.h"
-#include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/installed/ComponentCache.h"
 #include "InstallationDeployer/journal/JournalStanding.h"
 #include "InstallationDeployer/run/InterruptedRunRecovery.h"
@@ -31,8 +30,7 @@ using Names = std::vector<std::string>;
 
 /// Paths of everything but directories, which many may list.
 void collectItems(const PropertyList& manifest, std::set<std::string, std::less<>>& items) {
-  for (const PropertyList& element : manifest[kManifestListOfFiles].elements()) {
-    const FileEntry entry(element);
+  for (const FileEntry& entry : fileEntriesOf(manifest)) {
     if (!entry.isDirectory() && entry.path()) {
       items.emplace(*entry.path());
     }

@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include <regex>
 
 #include "tests/integration/WatchedEngineInRoot.h"
@@ -67,6 +69,34 @@ TEST_F(WatchedRun, IsFollowedToItsEndAndEndsWhenItsWatcherSaysSo) {
   EXPECT_TRUE(root().exists(kReceipt));
   EXPECT_TRUE(logged(outcome, "Debug", "Shutting down service: " + serviceNameOf(engine) + " runLoopActive:NO"));
   EXPECT_TRUE(logged(outcome, "Notice", "Installation complete"));
+}
+
+TEST_F(WatchedRun, WithAnyNumberOfDescriptorsEndsByItselfOrWhenItsWatcherSaysSo) {
+  bundle().stageFile("Core", "/opt/guard/core", "core");
+  bundle().addComponent("Core", "1.0", kProduct);
+  constexpr rlim_t kLastThatMatters = 24;
+  rlim_t succeeded = 0;
+  for (rlim_t descriptors = 4; descriptors <= 64; descriptors += descriptors < kLastThatMatters ? 1 : 10) {
+    makeRoot();
+    prepare();
+    deliverBundle();
+    support::RunOptions few;
+    few.limits = {{RLIMIT_NOFILE, descriptors}};
+    auto engine = startEngine({"--ui", "--install"}, few);
+    // One without a service ends by itself; the others are told to.
+    if (engine.waitForStandardError("self.runLoopShouldKeepRunning = 1")) {
+      constexpr int kAttempts = 20;
+      for (int attempt = 0; attempt < kAttempts && engine.isRunning(); ++attempt) {
+        static_cast<void>(watch(engine, {"shutdown", "await-end"}));
+      }
+    }
+    const Outcome outcome = engine.wait();
+    ASSERT_FALSE(outcome.timedOut) << descriptors << "\n" << outcome.standardError;
+    ASSERT_EQ(outcome.signal, 0) << descriptors << "\n" << outcome.standardError;
+    EXPECT_TRUE(outcome.exitCode == 1 || root().exists(kReceipt)) << descriptors << "\n" << outcome.standardError;
+    succeeded += outcome.exitCode == 0 ? 1U : 0U;
+  }
+  EXPECT_GE(succeeded, 5U);
 }
 
 TEST_F(WatchedRun, WaitsForItsWatcherAfterTheWork) {

@@ -19,27 +19,6 @@ namespace fs = std::filesystem;
 
 constexpr mode_t kPermissionBits = 07777;
 
-char typeLetter(mode_t mode) {
-  switch (mode & S_IFMT) {
-    case S_IFDIR:
-      return 'd';
-    case S_IFREG:
-      return '-';
-    case S_IFLNK:
-      return 'l';
-    case S_IFIFO:
-      return 'p';
-    case S_IFSOCK:
-      return 's';
-    case S_IFCHR:
-      return 'c';
-    case S_IFBLK:
-      return 'b';
-    default:
-      return '?';
-  }
-}
-
 std::string checksumOf(const std::string& path) {
   const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> digest(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
   std::ifstream file(path, std::ios::binary);
@@ -119,6 +98,27 @@ std::string modeText(const SnapshotEntry& entry) {
 }
 
 }  // namespace
+
+char typeLetter(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFDIR:
+      return 'd';
+    case S_IFREG:
+      return '-';
+    case S_IFLNK:
+      return 'l';
+    case S_IFIFO:
+      return 'p';
+    case S_IFSOCK:
+      return 's';
+    case S_IFCHR:
+      return 'c';
+    case S_IFBLK:
+      return 'b';
+    default:
+      return '?';
+  }
+}
 
 std::ostream& operator<<(std::ostream& stream, const SnapshotEntry& entry) {
   stream << modeText(entry) << ' ' << std::setw(5) << entry.user << ' ' << std::setw(5) << entry.group << ' '

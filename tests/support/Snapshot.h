@@ -23,6 +23,9 @@ struct SnapshotEntry {
   bool operator==(const SnapshotEntry&) const = default;
 };
 
+/// The letter of a kind of item, as ls shows it.
+[[nodiscard]] char typeLetter(mode_t mode);
+
 /// Prints an entry in one line; tests print snapshots with it when two differ.
 std::ostream& operator<<(std::ostream& stream, const SnapshotEntry& entry);
 

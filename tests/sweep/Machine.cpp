@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "tests/support/RootDirectory.h"
+#include "tests/support/Snapshot.h"
 
 namespace sweep {
 namespace {
@@ -21,21 +22,6 @@ constexpr std::array kTops = {"/Library", "/opt", "/var/db", "/run/com.corvane.i
 constexpr mode_t kPermissionBits = 07777;
 constexpr std::size_t kBig = 65536;
 constexpr int kShownLines = 12;
-
-char typeLetter(mode_t mode) {
-  switch (mode & S_IFMT) {
-    case S_IFDIR:
-      return 'd';
-    case S_IFREG:
-      return '-';
-    case S_IFLNK:
-      return 'l';
-    case S_IFSOCK:
-      return 's';
-    default:
-      return '?';
-  }
-}
 
 std::string readFile(const std::string& path, std::size_t size) {
   std::string content(size, '\0');
@@ -171,7 +157,7 @@ void MachineStore::takeItem(const std::string& inside, Tree& tree) {
     return;
   }
   Item item;
-  item.type = typeLetter(attributes.st_mode);
+  item.type = support::typeLetter(attributes.st_mode);
   item.mode = attributes.st_mode & kPermissionBits;
   item.user = attributes.st_uid;
   item.group = attributes.st_gid;

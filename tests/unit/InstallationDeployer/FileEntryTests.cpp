@@ -67,6 +67,18 @@ TEST(FileEntry, ReadsBooleansFromNumbersAndTexts) {
   EXPECT_FALSE(entryWith({{"IsDirectory", PropertyList::Array{}}}).isDirectory());
 }
 
+TEST(FileEntry, EntriesOfAManifestComeInTheirOrder) {
+  const auto manifest = tests::PropertyLists::manifestOf(
+      {PropertyList::dictionary({{"Path", "/b"}}), "no entry", PropertyList::dictionary({{"Path", "/a"}})});
+  const std::vector<FileEntry> entries = fileEntriesOf(manifest);
+  ASSERT_EQ(entries.size(), 3U);
+  EXPECT_EQ(entries[0].path(), "/b");
+  EXPECT_EQ(entries[1].path(), std::nullopt);
+  EXPECT_EQ(entries[2].path(), "/a");
+  EXPECT_TRUE(fileEntriesOf(PropertyList()).empty());
+  EXPECT_TRUE(fileEntriesOf(PropertyList::dictionary({{"ListOfFiles", "none"}})).empty());
+}
+
 TEST(FileEntry, WhatItAnswersOutlivesTheManifestItCameFrom) {
   std::optional<FileEntry> entry;
   {

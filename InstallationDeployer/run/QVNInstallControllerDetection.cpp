@@ -48,7 +48,12 @@ std::optional<std::string> QVNInstallController::productNameFromDetection() {
 }
 
 bool QVNInstallController::productIsDetectedFor(const PropertyList& dictionary) {
-  for (const PropertyList& entry : dictionary[kManifestIndexProductDetectionPaths].elements()) {
+  const PropertyList& entries = dictionary[kManifestIndexProductDetectionPaths];
+  if (!entries.isNil() && !entries.isArray()) {
+    logging::error("Expected to find NSArray instance for %@. Found %@", kManifestIndexProductDetectionPaths, entries);
+    return false;
+  }
+  for (const PropertyList& entry : entries.elements()) {
     if (entry.isString()) {
       if (!detectionPathExists(entry.text(), kProductIsDetectedSelector)) {
         return false;

@@ -256,13 +256,11 @@ TEST_F(WrongType, CountsAsAbsentInWhatIsDetected) {
   expectAbsent(
       {
           list("Index", "ProductDetectionList", manifest("Index")["ProductDetectionList"]),
-          list("Index", "ProductDetectionList/0/ProductDetectionPaths", array({"/nowhere"})),
           text("Index", "ProductDetectionList/1/ProductName", kProduct),
       },
       freshInstall({"--install"}));
   expectAbsent({
       text("Index", "ProductRemovals/0/ProductName", kOldProduct),
-      list("Index", "ProductRemovals/0/ProductDetectionPaths", array({"/nowhere"})),
       list("Index", "ProductRemovals/0/ListOfComponents", array({"OldCore"})),
   });
 }

@@ -204,6 +204,20 @@ TEST_F(InstallController, ProductWithoutDetectionPathsIsDetected) {
   EXPECT_TRUE(controller.productIsDetectedFor(detection("P", array({}))));
 }
 
+TEST_F(InstallController, DetectionPathsThatAreNoListAreLoggedAndFail) {
+  const std::string present = directory().write("b", "");
+  QVNInstallController controller(installOf("P"));
+  const tests::CapturedLog log;
+  EXPECT_FALSE(controller.productIsDetectedFor(detection("P", PropertyList(present))));
+  EXPECT_FALSE(controller.productIsDetectedFor(detection("P", PropertyList(7))));
+  EXPECT_FALSE(controller.productIsDetectedFor(detection("P", dictionary({}))));
+  EXPECT_EQ(log.texts("Error"), (std::vector<std::string>{
+                                    "Expected to find NSArray instance for ProductDetectionPaths. Found " + present,
+                                    "Expected to find NSArray instance for ProductDetectionPaths. Found 7",
+                                    "Expected to find NSArray instance for ProductDetectionPaths. Found {\n}",
+                                }));
+}
+
 TEST_F(InstallController, RelativeDetectionPathLiesInThePayload) {
   directory().write("Installer.app/Contents/Install/Root/Core/marker", "");
   QVNInstallController controller(installOf("P"));

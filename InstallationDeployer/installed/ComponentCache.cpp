@@ -94,9 +94,12 @@ bool canHold(std::string_view path) { return isUsablePath(path) && paths::standa
 
 std::string cachedPath(std::string_view path) { return paths::append(kQVNInstallerCacheRootPath, path); }
 
-bool isTrustworthy() {
-  const auto attributes = folderStatus();
-  return attributes ? belongsToRootAlone(*attributes) : attributes.error().isNoSuchFile();
+Result<bool> isTrustworthy() {
+  const auto found = folderStatus();
+  if (!found) {
+    return found.error().isNoSuchFile() ? Result<bool>(true) : found.error();
+  }
+  return belongsToRootAlone(*found);
 }
 
 Status remove() {
@@ -111,25 +114,36 @@ Status makeFolder() {
   if (Status made = files::createDirectory(folder(), true, kDefaultDirectoryAttributes); !made) {
     return made;
   }
-  return isTrustworthy() ? Status() : noPermission("The cache's folder is not root's alone.", folder());
+  const auto trusted = isTrustworthy();
+  if (!trusted) {
+    return trusted.error();
+  }
+  return *trusted ? Status() : noPermission("The cache's folder is not root's alone.", folder());
 }
 
 Status removeCopy(std::string_view path) { return files::removeItemIfPresent(cachedPath(path)); }
 
-std::vector<std::string> cachedFiles() {
-  std::vector<std::string> found;
-  std::vector<std::string> folders;
-  if (isTrustworthy()) {
-    folders.emplace_back();
+Result<std::vector<std::string>> cachedFiles() {
+  const auto trusted = isTrustworthy();
+  if (!trusted) {
+    return trusted.error();
   }
+  std::vector<std::string> found;
+  std::vector<std::string> folders(*trusted ? 1 : 0);
   while (!folders.empty()) {
     const std::string place = std::move(folders.back());
     folders.pop_back();
     const auto names = files::contentsOfDirectory(cachedPath(place));
+    if (!names && !names.error().isNoSuchFile()) {
+      return names.error();
+    }
     for (const std::string& name : names ? *names : std::vector<std::string>()) {
       const std::string path = paths::append("/" + place, name);
       const auto item = files::attributesOfItem(cachedPath(path));
-      (item && item->isDirectory() ? folders : found).push_back(path);
+      if (!item) {
+        return item.error();
+      }
+      (item->isDirectory() ? folders : found).push_back(path);
     }
   }
   return found;

@@ -26,10 +26,10 @@ namespace component_cache {
 /// Makes the folder that holds the cache, or fails when it is not root's own.
 [[nodiscard]] foundation::Status makeFolder();
 /// Whether what the cache holds, if there is one, was put there by root.
-[[nodiscard]] bool isTrustworthy();
+[[nodiscard]] foundation::Result<bool> isTrustworthy();
 
 /// Paths of the files that the cache holds copies of; none when others than root could change it.
-[[nodiscard]] std::vector<std::string> cachedFiles();
+[[nodiscard]] foundation::Result<std::vector<std::string>> cachedFiles();
 /// Removes one copy; none is success.
 [[nodiscard]] foundation::Status removeCopy(std::string_view path);
 /// Puts what the cache holds on the disk.

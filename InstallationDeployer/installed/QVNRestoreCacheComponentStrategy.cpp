@@ -73,7 +73,11 @@ Status QVNRestoreCacheComponentStrategy::removeCache() {
 }
 
 bool QVNRestoreCacheComponentStrategy::restoreFiles() {
-  if (!component_cache::isTrustworthy()) {
+  const auto trusted = component_cache::isTrustworthy();
+  if (!trusted) {
+    return fail("QVNRestoreCacheComponentStrategy: Unable to restore file. %@", trusted.error());
+  }
+  if (!*trusted) {
     return fail("QVNRestoreCacheComponentStrategy: Others than root could change the cache.");
   }
   return walkPlannedEntries(

@@ -150,7 +150,12 @@ std::optional<ChangeJournal> RunJournal::everything() {
   if (!addManifests(components, all)) {
     return std::nullopt;
   }
-  all.owedFiles = component_cache::cachedFiles();
+  auto owed = component_cache::cachedFiles();
+  if (!owed) {
+    logging::error("Unable to tell which files wait in the cache. %@", owed.error());
+    return std::nullopt;
+  }
+  all.owedFiles = *std::move(owed);
   return all;
 }
 

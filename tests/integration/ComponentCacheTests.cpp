@@ -76,6 +76,15 @@ TEST_F(ComponentCache, AFolderOfItThatIsThereButCannotBeListedIsNoEmptyOne) {
       << restored.standardError;
 }
 
+TEST_F(ComponentCache, WhoseFolderCannotBeLookedAtIsNotTakenForSomebodyElses) {
+  ASSERT_TRUE(root().shell("rm -rf /Library/Caches && ln -s Caches /Library/Caches").succeeded());
+  const Outcome restored = restore({settings(kFolder + "/settings")});
+  EXPECT_EQ(restored.standardOutput, kFailure) << restored.standardError;
+  EXPECT_TRUE(
+      loggedBeginning(restored, "Error", "QVNRestoreCacheComponentStrategy: Unable to restore file. Error Domain="))
+      << restored.standardError;
+}
+
 TEST_F(ComponentCache, MakesFoldersOfRootAndAdmin) {
   root().writeFile(kFolder + "/settings", "edited", 0600, 501, 20);
   const Entries entries{settings(kFolder + "/settings")};

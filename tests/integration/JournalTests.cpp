@@ -90,6 +90,20 @@ TEST_F(JournalOfARun, ThatMakesNoSenseIsSetAsideAndEverythingThatIsKnownIsPutRig
   EXPECT_FALSE(machine().hasReceipt());
 }
 
+TEST_F(JournalOfARun, ThatMakesNoSenseStaysWhileNobodyCanTellWhichFilesWait) {
+  failAnUpgrade();
+  root().writeFile(kJournal, "nonsense", 0600);
+  ASSERT_TRUE(root().shell("mv /Library/Caches /Library/kept && ln -s Caches /Library/Caches").succeeded());
+  const auto outcome = machine().install(Version::Second);
+  EXPECT_EQ(outcome.exitCode, 1) << errorsOf(outcome);
+  EXPECT_NE(errorsOf(outcome).find("Unable to tell which files wait in the cache. Error Domain="), std::string::npos)
+      << errorsOf(outcome);
+  EXPECT_EQ(root().readFile(kJournal), "nonsense");
+  ASSERT_TRUE(root().shell("rm /Library/Caches && mv /Library/kept /Library/Caches").succeeded());
+  EXPECT_EQ(machine().install(Version::Second).exitCode, 0);
+  EXPECT_FALSE(root().exists(kJournal));
+}
+
 TEST_F(JournalOfARun, OfARemovalAndItsReceiptOutliveWhatTheyStandForUntilItIsGoneFromTheDisk) {
   if (const auto reason = support::KilledRun::whyImpossible()) {
     GTEST_SKIP() << *reason;

@@ -94,7 +94,7 @@ void QVNInstallController::runSteps() {
   if (installationStatusService_) {
     installationStatusService_->startServer();
   }
-  if (configuration_.isReceiptMode() && !canBeReached()) {
+  if (configuration_.isReceiptMode() && !serviceIsUp()) {
     // Its installer would wait in vain for what it announces.
     setInstallerState(QVNInstallerStateFailed);
     return;
@@ -104,6 +104,13 @@ void QVNInstallController::runSteps() {
       buildAndRunStrategies();
     }
   });
+}
+
+bool QVNInstallController::serviceIsUp() {
+  if (installationStatusService_) {
+    installationStatusService_->awaitStart();
+  }
+  return canBeReached();
 }
 
 bool QVNInstallController::canBeReached() const {

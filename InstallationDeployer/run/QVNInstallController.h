@@ -103,6 +103,8 @@ class QVNInstallController : public StepContext, public ReceiptContext, public W
   /// @param wasThere it was seen before; else the executable tells, which is gone with it.
   [[nodiscard]] bool receiptIsGone(bool wasThere);
   void runSteps();
+  /// Waits until it is decided.
+  [[nodiscard]] bool serviceIsUp();
   void shutdownReceiptProcess();
   /// Ends the work: from now on only watchers are waited for.
   void completeMainThread();

@@ -42,6 +42,13 @@ void QVNInstallationStatusService::startServer() {
   }
 }
 
+void QVNInstallationStatusService::awaitStart() {
+  const foundation::MutexLock lock(lock_);
+  while (!startFinished_) {
+    runLoopCondition_.wait(lock_);
+  }
+}
+
 void QVNInstallationStatusService::startThread() {
   try {
     statusServerThread_.emplace(kStatusServerThreadName, [this] {

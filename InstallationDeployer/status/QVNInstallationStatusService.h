@@ -38,6 +38,8 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   /// every change of the state after this call is announced. The run does not depend on it: where others keep the
   /// service from being set up it goes on, unwatched or watched later, and changes before that are not announced.
   void startServer();
+  /// Waits until it is decided whether the service can be set up, for a run that is nothing without it.
+  void awaitStart();
   /// Announces a change of the run's state. Before the service has started it does nothing.
   void stateUpdatedNotification();
   /// Waits until the service was told to end; one that is still being set up, until that is decided. When it could not

@@ -169,6 +169,22 @@ TEST_F(ProductLife, AFailedUpgradeLeavesNoReceiptProcessAndTheNextOneSucceeds) {
   EXPECT_EQ(root().readFile(kConfiguration), "edited by the user");
 }
 
+TEST_F(ProductLife, EveryRunSaysFirstWhatItIsAndForWhichProduct) {
+  deliverBundle();
+  const auto first = install();
+  EXPECT_EQ(logged(first, "Notice", "Installing Guard"), 1) << first.standardError;
+  EXPECT_EQ(logged(first, "Notice", "Starting receipt service for Guard"), 0);
+  const auto again = install();
+  EXPECT_EQ(again.exitCode, 0) << again.description();
+  EXPECT_EQ(logged(again, "Notice", "Installing Guard"), 1) << again.standardError;
+  EXPECT_EQ(logged(again, "Notice", "Starting receipt service for Guard"), 1) << again.standardError;
+  EXPECT_EQ(logged(again, "Info", "Running as receipt for product Guard"), 1) << again.standardError;
+  const auto removal = removeProduct();
+  EXPECT_EQ(removal.exitCode, 0) << removal.description();
+  EXPECT_EQ(logged(removal, "Notice", "Removing Guard"), 1) << removal.standardError;
+  EXPECT_EQ(logged(removal, "Notice", "Installing Guard"), 0);
+}
+
 TEST_F(ProductLife, AnUpgradeFromABundleWithoutAManifestTakesWhatItListedBeforeAndPutsNothingInItsPlace) {
   for (const char* damage : {"rm -f", "truncate -s 100", "truncate -s 0"}) {
     SCOPED_TRACE(damage);

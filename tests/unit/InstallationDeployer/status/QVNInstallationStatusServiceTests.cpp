@@ -268,9 +268,8 @@ TEST_F(VendedStatusService, ThatOthersKeepFromBeingSetUpLetsTheRunGoOnAndAnnounc
   run_.state = QVNInstallerStateInstalling;
   service().stateUpdatedNotification();
   lock.reset();
-  while (!service().serviceStarted()) {
-    std::this_thread::yield();
-  }
+  service().awaitStart();
+  EXPECT_TRUE(service().serviceStarted());
   service().stateUpdatedNotification();
   while (heard.size() < 2) {
     RunLoop::current()->runUntil(RunLoop::Clock::time_point::max());

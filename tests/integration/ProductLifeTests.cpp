@@ -54,6 +54,15 @@ TEST_F(ProductLife, TheReceiptIsLaunchedOnceAndAskedInOrder) {
   EXPECT_EQ(logged(outcome, "Info", "Running as receipt for product Guard"), 1);
   EXPECT_EQ(logged(outcome, "Debug", "----- posting com.corvane.installer.receipt.started with object: " + object), 1);
   EXPECT_EQ(logged(outcome, "Debug", "received shutDownService message for receipt service"), 1);
+  EXPECT_TRUE(loggedBeginning(outcome, "Debug",
+                              "<main thread>[QVNReceiptServiceStrategy setupReceiptService]\n\treceiptPath = " +
+                                  receipt + "\n\tserviceName = com.corvane.installer.receipt."));
+  EXPECT_TRUE(loggedBeginning(
+      outcome, "Debug", "<main thread>startReceiptService >> receiptServiceName = com.corvane.installer.receipt."));
+  EXPECT_TRUE(loggedBeginning(outcome, "Debug",
+                              "Initialized receipt proxy. self.receiptProxy = <CorvaneDistantObject: "
+                              "com.corvane.installer.receipt."))
+      << outcome.standardError;
   EXPECT_EQ(logged(outcome, "Debug", "exiting main run loop."), 1);
   EXPECT_TRUE(loggedBeginning(outcome, "Debug",
                               "Sending shutdownService to receipt service: "

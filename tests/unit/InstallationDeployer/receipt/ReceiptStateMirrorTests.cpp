@@ -85,6 +85,12 @@ TEST_F(ReceiptMirroring, StatesOfTheReceiptReachTheRunOnTheThreadThatServesWatch
   client_->stopUpdatingCurrentStepStatusFromReceipt();
   EXPECT_EQ(run_.states.front(), QVNInstallerStateRemoving);
   EXPECT_EQ(step_.installerState(), QVNInstallerStateRemoving);
+  const ipc::Notification update{std::string(kQVNInstallationStatusUpdatedNotification), sender(), {}};
+  EXPECT_TRUE(log.contains("Debug",
+                           "----- <status server thread>[QVNReceiptClient handleReceiptStatusUpdateNotification:"
+                           "aNotification\n\t aNotification = " +
+                               update.description() + "\n\t[self.receiptStatusProxy getCurrentState]"))
+      << log.text();
   const std::string about = " notifications on object: " + sender();
   EXPECT_TRUE(
       log.contains("Debug", "----- <status server thread>added observer for com.corvane.installer.update" + about));

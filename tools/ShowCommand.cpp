@@ -14,8 +14,8 @@ namespace bundletool {
 int ShowCommand::run() const {
   logging::setLeastUrgentLevel(logging::Level::Error);
   Problems problems;
-  const BundleContents contents = readBundle(bundle, problems);
-  const std::string text = json ? jsonOf(contents) : textOf(contents);
+  const auto contents = readBundle(bundle, problems);
+  const std::string text = !contents ? "" : json ? jsonOf(*contents) : textOf(*contents);
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
     complain("the output cannot be written");
     return kExitFailure;

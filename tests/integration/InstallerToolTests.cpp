@@ -155,6 +155,21 @@ TEST_F(InstallerTool, ShowsWhatIsWrongWithABundleAndExitsWithOne) {
   EXPECT_NE(shown.standardError.find("Core.plist: the manifest of component Core is missing"), std::string::npos);
 }
 
+TEST_F(InstallerTool, ShowsNothingWhereNoBundleIs) {
+  for (const char* const format : {"", "--json"}) {
+    std::vector<std::string> command{"show", folder_.path("NOPE")};
+    if (*format != '\0') {
+      command.emplace_back(format);
+    }
+    const Outcome shown = run(command);
+    EXPECT_EQ(shown.exitCode, 1);
+    EXPECT_EQ(shown.standardOutput, "");
+    EXPECT_EQ(shown.standardError, "installer-tool: " + folder_.path("NOPE") +
+                                       "/Contents/Install/Manifests/Index.plist: the manifest index is missing; "
+                                       "create it or correct the path\n");
+  }
+}
+
 TEST_F(InstallerTool, ExitsWithTwoWhenCalledWrongly) {
   for (const auto& arguments : std::vector<std::vector<std::string>>{{},
                                                                      {"nonsense"},

@@ -32,14 +32,16 @@ class BundleReader {
  public:
   BundleReader(std::string path, Problems& problems) : manifests_(path), problems_(problems) {
     contents_.path = std::move(path);
-    hasPayload_ = files::attributesOfItem(paths::append(contents_.path, kQVNPayloadRootPath)).ok();
   }
 
-  BundleContents read() {
+  std::optional<BundleContents> read() {
     const std::string indexPath = paths::append(manifests_.manifestDirectoryPath(), kQVNManifestIndexName);
-    if (const auto index = CheckedDictionary::fromFile(indexPath, "the manifest index", problems_)) {
-      readIndex(*index);
+    const auto index = CheckedDictionary::fromFile(indexPath, "the manifest index", problems_);
+    if (!index) {
+      return std::nullopt;
     }
+    readIndex(*index);
+    hasPayload_ = holdsPayload();
     for (const std::string& component : componentNames_) {
       readComponent(component);
     }
@@ -60,6 +62,12 @@ class BundleReader {
         readProduct(*products, std::string(entry.key));
       }
     }
+  }
+
+  /// A receipt may leave the payload out; the folder of it stays then, empty.
+  [[nodiscard]] bool holdsPayload() const {
+    const auto names = files::contentsOfDirectory(paths::append(contents_.path, kQVNPayloadRootPath));
+    return names && (!names->empty() || contents_.receiptHasPayloadContents.value_or(false));
   }
 
   static std::vector<std::string> productNames(const CheckedDictionary& parent, std::string_view key) {
@@ -207,13 +215,15 @@ class BundleReader {
   const QVNInstallerManifest manifests_;
   Problems& problems_;
   BundleContents contents_;
-  bool hasPayload_ = false;  // a receipt may leave it out
+  bool hasPayload_ = false;
   std::vector<std::string> componentNames_;
   std::unordered_set<std::string> known_;
 };
 
 }  // namespace
 
-BundleContents readBundle(const std::string& path, Problems& problems) { return BundleReader(path, problems).read(); }
+std::optional<BundleContents> readBundle(const std::string& path, Problems& problems) {
+  return BundleReader(path, problems).read();
+}
 
 }  // namespace bundletool

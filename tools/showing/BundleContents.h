@@ -67,7 +67,8 @@ struct BundleContents {
 };
 
 /// Reads the manifests of a bundle or receipt and complains about whatever does not fit. The bundle may be hostile:
-/// names are checked before they become parts of paths, and of the payload only the sizes are looked at.
-[[nodiscard]] BundleContents readBundle(const std::string& path, Problems& problems);
+/// names are checked before they become parts of paths, and of the payload only the sizes are looked at. Nothing, with
+/// a problem that says why, where no manifest index can be read: then it is no bundle.
+[[nodiscard]] std::optional<BundleContents> readBundle(const std::string& path, Problems& problems);
 
 }  // namespace bundletool

@@ -220,7 +220,8 @@ TEST_F(BundleBuilder, StoresEveryContentOfManyFilesExactlyOnce) {
   bundletool::Problems problems;
   const auto shown = bundletool::readBundle(bundle(), problems);
   EXPECT_TRUE(problems.none());
-  EXPECT_EQ(shown.components.at(0).files.size(), static_cast<std::size_t>(kFiles + 1));
+  ASSERT_TRUE(shown);
+  EXPECT_EQ(shown->components.at(0).files.size(), static_cast<std::size_t>(kFiles + 1));
 }
 
 }  // namespace

@@ -14,9 +14,11 @@ class BundleContents : public tests::ShownBundle {
  protected:
   /// Whether reading complains about a key of a file.
   testing::AssertionResult complains(const std::string& file, const std::string& key) {
-    const bundletool::BundleContents contents = read();
-    static_cast<void>(bundletool::textOf(contents));
-    static_cast<void>(bundletool::jsonOf(contents));
+    problems_ = {};
+    if (const auto contents = bundletool::readBundle(bundle(), problems_)) {
+      static_cast<void>(bundletool::textOf(*contents));
+      static_cast<void>(bundletool::jsonOf(*contents));
+    }
     std::string all;
     for (const bundletool::Problem& problem : problems_.errors()) {
       if (problem.file == path(file) && problem.key == key) {
@@ -34,6 +36,23 @@ TEST_F(BundleContents, GiveNoSizeWhereThePayloadIsNotThere) {
   std::filesystem::remove_all(bundle("Contents/Install/Root"));
   EXPECT_EQ(read().components.at(0).files.at(0).size, std::nullopt);
   EXPECT_TRUE(problems_.none()) << "a receipt may leave the payload out";
+  writePlist(kIndex, plist(kIndex).with("ReceiptHasPayloadContents", false));
+  std::filesystem::create_directory(bundle("Contents/Install/Root"));
+  EXPECT_EQ(read().components.at(0).files.at(0).size, std::nullopt);
+  EXPECT_TRUE(problems_.none()) << "and keeps the empty folder of it";
+}
+
+TEST_F(BundleContents, MissTheContentOfAReceiptThatIsToKeepIt) {
+  ASSERT_TRUE(build());
+  writePlist(kIndex, plist(kIndex).with("ReceiptHasPayloadContents", true));
+  std::filesystem::remove_all(bundle("Contents/Install/Root"));
+  std::filesystem::create_directory(bundle("Contents/Install/Root"));
+  EXPECT_TRUE(complains(kCore, "ListOfFiles[0].SHAChecksum"));
+}
+
+TEST_F(BundleContents, AreNoneWithoutAnIndex) {
+  EXPECT_FALSE(bundletool::readBundle(bundle(), problems_));
+  EXPECT_FALSE(problems_.none());
 }
 
 TEST_F(BundleContents, SayWhichContentThePayloadLacks) {

@@ -14,7 +14,9 @@ class ShownBundle : public PackagerFixture {
 
   bundletool::BundleContents read() {
     problems_ = {};
-    return bundletool::readBundle(bundle(), problems_);
+    auto contents = bundletool::readBundle(bundle(), problems_);
+    EXPECT_TRUE(contents);
+    return std::move(contents).value_or(bundletool::BundleContents{});
   }
   [[nodiscard]] PropertyList plist(const char* name) { return *foundation::plist::readFile(path(name)); }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "general/foundation/Paths.h"
+#include "general/logging/LogFile.h"
 
 namespace frontend {
 
@@ -42,7 +43,7 @@ Descriptor openLogFile(const std::string& path, std::size_t mostBytes) {
   static_cast<void>(mkdir(folder.c_str(), kFolderMode));
   Descriptor file = openOwn(path);
   if (file.isOpen() && isTooBig(file, mostBytes) &&
-      std::rename(path.c_str(), (path + std::string(kEarlierLogSuffix)).c_str()) == 0) {
+      std::rename(path.c_str(), (path + std::string(logging::kEarlierLogSuffix)).c_str()) == 0) {
     file = openOwn(path);
   }
   return file;

@@ -29,8 +29,6 @@ namespace paths = foundation::paths;
 
 namespace {
 
-constexpr std::size_t kMostLogBytes = std::size_t{16} * 1024 * 1024;
-
 // From the engine, Contents/MacOS/InstallationDeployer, up to the bundle.
 constexpr std::string_view kFromEngineToBundle = "../../../";
 
@@ -131,7 +129,7 @@ std::optional<deployer::BundleReport> InstallerRun::examine(const std::string& b
 
 RunEnd InstallerRun::startAndFollow(const std::string& engine) {
   try {
-    foundation::Task task = startEngine(engine, engineArguments(), openLog());
+    foundation::Task task = startEngine(engine, engineArguments(), openLog(), facts_.logFile);
     facts_.process = task.processIdentifier();
     presenter_->begin(facts_);
     RunFollower follower(*presenter_, task);
@@ -176,7 +174,7 @@ Descriptor InstallerRun::openLog() {
   if (options_.verbose) {
     return Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
   }
-  if (Descriptor file = openLogFile(std::string(kEngineLogFile), kMostLogBytes); file.isOpen()) {
+  if (Descriptor file = openLogFile(std::string(kEngineLogFile), deployer::kMostLogBytes); file.isOpen()) {
     facts_.logFile = kEngineLogFile;
     return file;
   }

@@ -92,6 +92,9 @@ int runEngine(const std::vector<std::string>& arguments) {
 int installationDeployerMain(const std::vector<std::string>& arguments) {
   platform::self::prepareForUnattendedRun();
   foundation::setCurrentThreadName(kMainThreadName);
+  if (const auto logFile = platform::self::variable(kLogFileVariable)) {
+    logging::keepStandardErrorWithin(*logFile, kMostLogBytes);
+  }
   const EngineLog log;
   try {
     return runEngine(arguments);

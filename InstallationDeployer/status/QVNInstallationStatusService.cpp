@@ -21,12 +21,18 @@ namespace {
 
 constexpr const char* kStatusServerThreadName = "status server thread";
 constexpr std::chrono::seconds kPatienceWithStart(2);
+// Far more than front ends cause, which ask a few times a second and at each change; still little on a disk.
+constexpr logging::LineBudget::Allowance kLinesOfEachUser{1000, 20};
+constexpr logging::LineBudget::Allowance kLinesOfAllUsers{3000, 40};
 
 }  // namespace
 
 QVNInstallationStatusService::QVNInstallationStatusService(std::string serviceName, WatchedRun& controller,
                                                            RunOrders orders)
-    : serviceName_(std::move(serviceName)), controller_(controller), orders_(std::move(orders)) {}
+    : serviceName_(std::move(serviceName)),
+      controller_(controller),
+      orders_(std::move(orders)),
+      requestLines_(kLinesOfEachUser, kLinesOfAllUsers) {}
 
 QVNInstallationStatusService::~QVNInstallationStatusService() { stopKeepingRunning(); }
 
@@ -124,8 +130,10 @@ std::int32_t QVNInstallationStatusService::getCurrentState() {
   // Asked before the state is read: once the work is over, the state read afterwards is the final one.
   const bool workIsOver = controller_.mainThreadComplete();
   const QVNInstallerState state = controller_.installerState();
-  logging::debug("----- <%@>[QVNInstallationStatusService getCurrentState] >>> %d", currentThreadName(),
-                 static_cast<std::uint32_t>(state));
+  if (!isQuiet_) {
+    logging::debug("----- <%@>[QVNInstallationStatusService getCurrentState] >>> %d", currentThreadName(),
+                   static_cast<std::uint32_t>(state));
+  }
   if (!isCompletionState(state) && workIsOver) {
     logging::error("Internal error. The current state is an active state but the main thread has completed.");
     controller_.setInstallerState(QVNInstallerStateFailed);
@@ -189,32 +197,70 @@ ipc::Target QVNInstallationStatusService::guardedTarget() {
   return [this, target = targetFor(*this)](std::string_view selector,
                                            std::span<const foundation::PropertyList> arguments) {
     serverRole_.assumeHere();
-    if (RunOrders::isOrder(selector)) {
-      admit(selector);
+    const auto caller = connection_->caller();
+    if (selector == status_selectors::kGetCurrentState) {
+      isQuiet_ = !mayBeLogged(caller);
     }
-    return target(selector, arguments);
+    admit(selector, caller);
+    const bool isCancel = selector == status_selectors::kCancelInstallation;
+    if (isCancel) {
+      rememberCanceller(descriptionOf(caller));
+    }
+    auto result = target(selector, arguments);
+    if (isCancel) {
+      noteCancel(caller);
+    }
+    return result;
   };
 }
 
-void QVNInstallationStatusService::admit(std::string_view selector) {
-  const auto caller = connection_->caller();
-  const std::string whose = descriptionOf(caller);
+void QVNInstallationStatusService::admit(std::string_view selector, const std::optional<ipc::Caller>& caller) {
   try {
     orders_.require(selector, caller, controller_.installerState());
   } catch (const ipc::RemoteException& refusal) {
-    logging::notice("Refused %@ of %@. %@", selector, whose, refusal.what());
+    if (mayBeLogged(caller)) {
+      logging::notice("Refused %@ of %@. %@", selector, descriptionWithProgram(caller), refusal.what());
+    }
     throw;
   }
-  if (selector == status_selectors::kCancelInstallation) {
+}
+
+void QVNInstallationStatusService::noteCancel(const std::optional<ipc::Caller>& caller) {
+  // The first one is always told of.
+  if (mayBeLogged(caller) || !std::exchange(wasCancelTold_, true)) {
+    wasCancelTold_ = true;
+    // Looked up only now: the wish to cancel does not wait for it.
+    const std::string whose = descriptionWithProgram(caller);
     logging::notice("Cancelled by %@", whose);
-    const foundation::MutexLock lock(lock_);
-    canceller_ = canceller_.value_or(whose);
+    rememberCanceller(whose);
+  }
+}
+
+void QVNInstallationStatusService::rememberCanceller(const std::string& whose) {
+  const foundation::MutexLock lock(lock_);
+  // The same one, with the program by now, or another one, who came later.
+  if (!canceller_ || whose.starts_with(*canceller_)) {
+    canceller_ = whose;
   }
 }
 
 std::optional<std::string> QVNInstallationStatusService::canceller() {
   const foundation::MutexLock lock(lock_);
   return canceller_;
+}
+
+bool QVNInstallationStatusService::mayBeLogged(const std::optional<ipc::Caller>& caller) {
+  if (!caller || !requestLines_.take(caller->user)) {
+    return false;
+  }
+  tellLeftOut();
+  return true;
+}
+
+void QVNInstallationStatusService::tellLeftOut() {
+  if (const std::size_t leftOut = requestLines_.takeLeftOut(); leftOut > 0) {
+    logging::debug("%lu requests of watchers were not logged: there were too many at once.", leftOut);
+  }
 }
 
 void QVNInstallationStatusService::serveUntilShutdown(RunLoop& runLoop) {
@@ -242,6 +288,7 @@ void QVNInstallationStatusService::noteStarvation() {
 }
 
 void QVNInstallationStatusService::endServerThread() {
+  tellLeftOut();
   connection_.reset();
   stopKeepingRunning();
   logging::debug("Shutting down service: %@ runLoopActive:%@", serviceName_, runLoopShouldKeepRunning() ? "YES" : "NO");

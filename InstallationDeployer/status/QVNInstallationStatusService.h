@@ -14,6 +14,7 @@
 #include "general/foundation/ThreadRole.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/ipc/ServerConnection.h"
+#include "general/logging/LineBudget.h"
 
 namespace deployer {
 
@@ -79,7 +80,12 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   [[nodiscard]] bool vend() CORVANE_REQUIRES(serverRole_);
   /// What is vended: the operations of the protocol, each for those who may ask for it.
   [[nodiscard]] ipc::Target guardedTarget() CORVANE_REQUIRES(serverRole_);
-  void admit(std::string_view selector) CORVANE_REQUIRES(serverRole_);
+  void admit(std::string_view selector, const std::optional<ipc::Caller>& caller) CORVANE_REQUIRES(serverRole_);
+  void noteCancel(const std::optional<ipc::Caller>& caller) CORVANE_REQUIRES(serverRole_);
+  void rememberCanceller(const std::string& whose);
+  /// Whether a request of this caller may be mentioned in the log.
+  [[nodiscard]] bool mayBeLogged(const std::optional<ipc::Caller>& caller) CORVANE_REQUIRES(serverRole_);
+  void tellLeftOut() CORVANE_REQUIRES(serverRole_);
   void serveUntilShutdown(foundation::RunLoop& runLoop);
   /// Between two turns: tells who waits for the end of the service when nobody can be let in any more.
   void noteStarvation() CORVANE_REQUIRES(serverRole_);
@@ -109,6 +115,9 @@ class QVNInstallationStatusService : public QVNInstallationStatusProtocol {
   std::shared_ptr<foundation::RunLoop> runLoop_ CORVANE_GUARDED_BY(lock_);
 
   foundation::ThreadRole serverRole_;  // of the status server thread
+  bool wasCancelTold_ CORVANE_GUARDED_BY(serverRole_) = false;
+  logging::LineBudget requestLines_ CORVANE_GUARDED_BY(serverRole_);
+  std::atomic<bool> isQuiet_ = false;  // the question that is answered is not logged
   std::unique_ptr<ipc::ServerConnection> connection_ CORVANE_GUARDED_BY(serverRole_);
   std::optional<foundation::NamedThread> statusServerThread_;
 };

@@ -34,12 +34,14 @@ void RunOrders::require(std::string_view selector, const std::optional<ipc::Call
 }
 
 std::string descriptionOf(const std::optional<ipc::Caller>& caller) {
-  if (!caller) {
-    return "an unknown user";
-  }
-  return foundation::format("user %u, process %d (%@)", static_cast<std::uint32_t>(caller->user),
-                            static_cast<int>(caller->process),
-                            platform::programNameOf(static_cast<int>(caller->process)).value_or("ended since"));
+  return caller ? foundation::format("user %u, process %d", static_cast<std::uint32_t>(caller->user),
+                                     static_cast<int>(caller->process))
+                : "an unknown user";
+}
+
+std::string descriptionWithProgram(const std::optional<ipc::Caller>& caller) {
+  const auto program = caller ? platform::programNameOf(static_cast<int>(caller->process)) : std::nullopt;
+  return foundation::format("%@ (%@)", descriptionOf(caller), program.value_or("ended since"));
 }
 
 }  // namespace deployer

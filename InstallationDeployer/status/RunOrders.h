@@ -37,7 +37,10 @@ class RunOrders {
   ConsoleUser consoleUser_;
 };
 
-/// For log lines: "user 501, process 4711 (Installer)".
+/// For log lines: "user 501, process 4711".
 [[nodiscard]] std::string descriptionOf(const std::optional<ipc::Caller>& caller);
+/// The same, with the program that the process runs: "user 501, process 4711 (Installer)". Reads the table of
+/// processes.
+[[nodiscard]] std::string descriptionWithProgram(const std::optional<ipc::Caller>& caller);
 
 }  // namespace deployer

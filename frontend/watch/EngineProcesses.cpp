@@ -7,6 +7,7 @@
 
 #include "InstallationDeployer/BundleLayout.h"
 #include "InstallationDeployer/EngineNames.h"
+#include "InstallationDeployer/EngineOptions.h"
 #include "InstallationDeployer/protocols/QVNInstallationReceiptProtocol.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/propertylist/TextFormat.h"
@@ -85,10 +86,13 @@ std::optional<std::string> engineBeside(std::string_view startedAs) {
 }
 
 foundation::Task startEngine(const std::string& engine, const std::vector<std::string>& arguments,
-                             foundation::Descriptor output) {
+                             foundation::Descriptor output, const std::optional<std::string>& logFile) {
   foundation::Task task(engine, arguments);
   task.setOwnSession(true);
   task.writeOutputTo(std::move(output));
+  if (logFile) {
+    task.setVariable(deployer::kLogFileVariable, *logFile);
+  }
   task.launch();
   return task;
 }

@@ -26,7 +26,9 @@ enum class EngineProcess { None, Other, Engine };
 /// Starts an engine that can be watched and that neither signals of this process's terminal nor the end of this process
 /// reach. Throws foundation::TaskLaunchException.
 /// @param output where the engine's log goes.
+/// @param logFile the path that the output was opened by, when it is a file that shall not grow without bound.
 [[nodiscard]] foundation::Task startEngine(const std::string& engine, const std::vector<std::string>& arguments,
-                                           foundation::Descriptor output);
+                                           foundation::Descriptor output,
+                                           const std::optional<std::string>& logFile = std::nullopt);
 
 }  // namespace frontend

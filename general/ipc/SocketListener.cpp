@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <ranges>
 #include <utility>
 
 #include "general/ipc/SocketErrors.h"
@@ -77,11 +78,14 @@ void SocketListener::pauseAccepting() {
 
 void SocketListener::admit(Descriptor connection) {
   const auto user = primitives::userOfPeer(connection.number());
-  if (!user || !mayEnter(*user)) {
+  if (!user) {
+    return;
+  }
+  const Caller caller{*user, primitives::processOfPeer(connection.number()).value_or(0)};
+  if (!mayEnter(caller)) {
     return;
   }
   const PeerId id = ++lastPeer_;
-  const Caller caller{*user, primitives::processOfPeer(connection.number()).value_or(0)};
   const auto peer = std::make_shared<Peer>(std::move(connection), caller, limits_.frameSize);
   watch(id, *peer);
   connected_.emplace(id, peer);
@@ -91,20 +95,45 @@ void SocketListener::watch(PeerId id, Peer& peer) {
   peer.readable = loop_->addDescriptor(peer.socket.number(), RunLoop::Interest::Readable, [this, id] { receive(id); });
 }
 
-bool SocketListener::mayEnter(uid_t user) const {
-  if (peers_ == Peers::RootOnly && user != 0) {
+bool SocketListener::mayEnter(const Caller& caller) {
+  if (peers_ == Peers::RootOnly && caller.user != 0) {
     return false;
   }
-  std::size_t ofUser = 0;
-  std::size_t ofOthers = 0;
-  for (const auto& [id, peer] : connected_) {
-    ofUser += peer->caller.user == user ? 1U : 0U;
-    ofOthers += peer->caller.user != 0 ? 1U : 0U;
-  }
-  if (user == 0) {
+  const auto of = [this](auto belongs) {
+    return static_cast<std::size_t>(
+        std::ranges::count_if(connected_, [&](const auto& entry) { return belongs(entry.second->caller); }));
+  };
+  const std::size_t ofUser = of([&](const Caller& other) { return other.user == caller.user; });
+  if (caller.user == 0) {
     return ofUser < limits_.connectionsOfRoot;
   }
-  return ofUser < limits_.connectionsOfAnotherUser && ofOthers < limits_.connectionsOfOthers;
+  if (ofUser >= limits_.connectionsOfAnotherUser) {
+    const auto leaving = peerToLeaveFor(caller);
+    if (leaving) {
+      close(*leaving);
+    }
+    return leaving.has_value();
+  }
+  return of([](const Caller& other) { return other.user != 0; }) < limits_.connectionsOfOthers;
+}
+
+std::optional<SocketListener::PeerId> SocketListener::peerToLeaveFor(const Caller& caller) const {
+  std::map<pid_t, std::size_t> ofProcess;
+  for (const auto& [id, peer] : connected_) {
+    ofProcess[peer->caller.process] += peer->caller.user == caller.user ? 1U : 0U;
+  }
+  const std::size_t most = std::ranges::max(ofProcess | std::views::values);
+  if (ofProcess[caller.process] >= most) {
+    return std::nullopt;
+  }
+  std::optional<PeerId> leaving;
+  for (const auto& [id, peer] : connected_) {
+    const bool mayGo = peer->caller.user == caller.user && ofProcess[peer->caller.process] == most;
+    if (mayGo && (!leaving || peer->lastHeard < find(*leaving)->lastHeard)) {
+      leaving = id;
+    }
+  }
+  return leaving;
 }
 
 void SocketListener::receive(PeerId id) {
@@ -143,6 +172,7 @@ void SocketListener::handOverFrames(PeerId id) {
       }
       return;
     }
+    peer->lastHeard = ++frames_;
     const std::weak_ptr<const bool> life = life_;
     // The handler may end this object, and itself with it.
     const auto handler = handlers_.frame;

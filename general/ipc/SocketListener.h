@@ -31,7 +31,9 @@ class SocketListener {
   struct Limits {
     std::size_t frameSize = std::size_t{64} * 1024;       ///< content of one frame that is received
     std::size_t unreadOutput = std::size_t{1024} * 1024;  ///< what may wait for a peer when it is sent one frame more
-    // Connections at the same time. Who comes on top is sent away; where only root may connect, it waits.
+    // Connections at the same time. Where only root may connect, who comes on top waits. Elsewhere he is sent away,
+    // unless a program of fewer connections comes where another one has most of the places: that one loses what it used
+    // least.
     std::size_t connectionsOfRoot = 128;
     std::size_t connectionsOfAnotherUser = 16;  ///< of each
     std::size_t connectionsOfOthers = 64;       ///< of all users but root together
@@ -74,6 +76,7 @@ class SocketListener {
     foundation::RunLoop::Source readable;
     foundation::RunLoop::Source writable;
     bool leaving = false;
+    std::uint64_t lastHeard = 0;  ///< grows with each frame of any peer; 0: never
   };
 
   void listen();
@@ -82,7 +85,9 @@ class SocketListener {
   [[nodiscard]] bool isFull() const;
   void pauseUntilSomebodyLeaves();
   void admit(foundation::Descriptor connection);
-  [[nodiscard]] bool mayEnter(uid_t user) const;
+  /// Whether there is room for one more of this user; makes some where that is fair.
+  [[nodiscard]] bool mayEnter(const Caller& caller);
+  [[nodiscard]] std::optional<PeerId> peerToLeaveFor(const Caller& caller) const;
   void receive(PeerId id);
   void handOverFrames(PeerId id);
   void putAside(PeerId id, Peer& peer);
@@ -105,6 +110,7 @@ class SocketListener {
   bool held_ = false;
   std::vector<PeerId> putAside_;  // who had something to say meanwhile
   PeerId lastPeer_ = 0;
+  std::uint64_t frames_ = 0;  // of all peers so far
   // Shared with the handler that serves a peer, which may close it.
   std::map<PeerId, std::shared_ptr<Peer>> connected_;
 };

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <utility>
 
 #include "general/logging/OutputPrimitives.h"
 
@@ -39,6 +40,11 @@ bool isBusy(int errorNumber) { return errorNumber == EAGAIN || errorNumber == EW
 
 }  // namespace
 
+void LineOutput::keepWithin(LogFile file) {
+  const foundation::MutexLock lock(mutex_);
+  file_.emplace(std::move(file));
+}
+
 void LineOutput::setPatience(std::chrono::milliseconds patience) {
   const foundation::MutexLock lock(mutex_);
   patience_.setWhole(patience);
@@ -46,7 +52,7 @@ void LineOutput::setPatience(std::chrono::milliseconds patience) {
 
 void LineOutput::write(std::string_view line, const DroppedLine& droppedLine) {
   const foundation::MutexLock lock(mutex_);
-  if (!hasToldDropped(droppedLine)) {
+  if ((file_ && !file_->makeRoom(descriptor_, line.size())) || !hasToldDropped(droppedLine)) {
     patience_.drop();
     return;
   }

@@ -2,11 +2,13 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "general/foundation/Mutex.h"
 #include "general/foundation/ThreadAnnotations.h"
+#include "general/logging/LogFile.h"
 #include "general/logging/Patience.h"
 
 namespace logging {
@@ -22,6 +24,8 @@ class LineOutput {
   /// @param descriptor stays open, or may be closed: then lines go nowhere.
   LineOutput(int descriptor, std::chrono::milliseconds patience) : descriptor_(descriptor), patience_(patience) {}
 
+  /// From now on the descriptor's file stays within its size; a line for which it has no room is dropped.
+  void keepWithin(LogFile file);
   void setPatience(std::chrono::milliseconds patience);
   void write(std::string_view line, const DroppedLine& droppedLine);
   /// Says what was dropped, if it can be said without waiting.
@@ -35,6 +39,7 @@ class LineOutput {
 
   const int descriptor_;
   foundation::Mutex mutex_;
+  std::optional<LogFile> file_ CORVANE_GUARDED_BY(mutex_);
   Patience patience_ CORVANE_GUARDED_BY(mutex_);
   /// The end of the last line was dropped.
   bool isTorn_ CORVANE_GUARDED_BY(mutex_) = false;

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "general/logging/LineOutput.h"
+#include "general/logging/LogFile.h"
 #include "general/logging/LogSocketPrimitives.h"
 
 namespace logging {
@@ -220,6 +221,17 @@ void corvane_secure_log(const char* sender, const char* format, ...) {
     Client(sender, kSecureFacility, LogService(systemLogSocketPaths())).send(secureMessage(buffer.get()));
   } catch (const std::exception&) {
     return;
+  }
+}
+
+void keepStandardErrorWithin(const std::string& path, std::size_t mostBytes) noexcept {
+  try {
+    LogFile file(path, mostBytes);
+    if (file.isOpenAt(STDERR_FILENO)) {
+      standardError().keepWithin(std::move(file));
+    }
+  } catch (const std::exception&) {
+    return;  // no memory: the file grows as it did before
   }
 }
 

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -71,6 +72,8 @@ void corvane_secure_log(const char* sender, const char* format, ...) __attribute
 /// For a process that works for another one and shares its standard error: waits for its reader for a shorter time, so
 /// that all of them together hold a run up for a second at most.
 void beHelper() noexcept;
+/// Keeps the file that standard error is within a size, where it is the file at this path; see LogFile.
+void keepStandardErrorWithin(const std::string& path, std::size_t mostBytes) noexcept;
 /// Drops, in the whole process, what is less urgent than this level. The engine logs everything; this is for commands
 /// that use its code and speak to a person.
 void setLeastUrgentLevel(Level level) noexcept;

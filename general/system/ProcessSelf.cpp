@@ -62,6 +62,11 @@ bool descendsFrom(int processIdentifier) {
 
 bool executableIsInPlace() { return processes::executableOf(processIdentifier()).has_value(); }
 
+std::optional<std::string> variable(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+}
+
 bool takeVariable(const char* name) {
   const bool isSet = std::getenv(name) != nullptr;
   unsetenv(name);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 /// What a process asks and sets about itself.
@@ -17,6 +18,8 @@ namespace platform::self {
 /// Whether the file that this process runs still has a name.
 [[nodiscard]] bool executableIsInPlace();
 
+/// A variable of the environment; nothing when it is not set.
+[[nodiscard]] std::optional<std::string> variable(const char* name);
 /// Whether the variable is set in the environment; takes it out, so that no child inherits it. Only while the process
 /// has one thread.
 [[nodiscard]] bool takeVariable(const char* name);

@@ -307,6 +307,21 @@ TEST_F(FrontEnd, SharesARunWithAnotherFrontEnd) {
   EXPECT_FALSE(runs(engine));
 }
 
+TEST_F(FrontEnd, KeepsItsLogWithinItsSizeWhileARunWritesToIt) {
+  makeProduct();
+  constexpr std::size_t kMost = std::size_t{16} * 1024 * 1024;
+  constexpr std::size_t kLeft = 2000;
+  root().makeDirectory("/var/log");
+  root().writeFile(kLog, std::string(kMost - kLeft, 'x'), 0600);
+  ASSERT_EQ(runFrontEnd().exitCode, 0);
+  const std::string earlier = root().readFile(std::string(kLog) + ".1");
+  EXPECT_LE(earlier.size(), kMost);
+  EXPECT_GT(earlier.size(), kMost - kLeft);
+  const std::string now = root().readFile(kLog);
+  EXPECT_NE(now.find("Installation complete"), std::string::npos) << now;
+  EXPECT_EQ(root().shell(std::string("stat -c '%a %u' ") + kLog).standardOutput, "600 0\n");
+}
+
 // --- signals ---
 
 TEST_F(FrontEnd, AsksTheEngineToCancelAtTheFirstInterrupt) {
@@ -315,6 +330,8 @@ TEST_F(FrontEnd, AsksTheEngineToCancelAtTheFirstInterrupt) {
   ASSERT_TRUE(frontEnd.waitForStandardOutput(kWaiting));
   frontEnd.kill(SIGINT);
   ASSERT_TRUE(frontEnd.waitForStandardOutput(kCancelling)) << frontEnd.standardErrorSoFar();
+  // Told is not heard yet.
+  ASSERT_TRUE(root().shell(std::string("until grep -q 'Cancelled by user 0, ' ") + kLog + "; do :; done").succeeded());
   letGoOn();
   const Outcome outcome = frontEnd.wait();
   EXPECT_EQ(outcome.exitCode, 21) << outcome.description();

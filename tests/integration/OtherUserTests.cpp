@@ -79,5 +79,33 @@ TEST_F(OtherUser, GivesNoOrdersToAReceiptProcessNotEvenFromTheConsole) {
   EXPECT_TRUE(receipt.isRunning());
 }
 
+TEST_F(OtherUser, FillsNoLogWithQuestions) {
+  makeProductThatWaits();
+  auto engine = startWatchedInstall();
+  waitForProgram(engine);
+  constexpr std::size_t kQuestions = 5000;
+  EXPECT_EQ(root().run(watcherCommand(engine, std::vector<std::string>(kQuestions, "state")), asUser()).exitCode, 0);
+  const std::string mark = "[QVNInstallationStatusService getCurrentState] >>> 17";
+  // Root's own questions are still in the log.
+  EXPECT_EQ(watch(engine, {"state"}), "state 17\n");
+  letGoOn();
+  waitForEndOfWork(engine);
+  EXPECT_EQ(watch(engine, {"shutdown"}), "shutdown sent\n");
+  const Outcome outcome = engine.wait();
+  std::size_t logged = 0;
+  std::size_t leftOut = 0;
+  std::size_t tellings = 0;
+  for (const LoggedMessage& message : parseLog(outcome.standardError)) {
+    logged += message.text.ends_with(mark) ? 1U : 0U;
+    if (const auto end = message.text.find(" requests of watchers were not logged"); end != std::string::npos) {
+      leftOut += std::stoul(message.text.substr(0, end));
+      ++tellings;
+    }
+  }
+  EXPECT_EQ(logged + leftOut, kQuestions + 1);
+  EXPECT_GT(leftOut, tellings);
+  EXPECT_GE(logged, 1001U);
+}
+
 }  // namespace
 }  // namespace tests

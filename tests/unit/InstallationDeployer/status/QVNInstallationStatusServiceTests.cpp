@@ -486,6 +486,29 @@ TEST_F(OrdersToAStatusService, ToAnEngineThatAnotherOneStartedAreRootsAlone) {
   EXPECT_TRUE(run_.cancelled);
 }
 
+TEST_F(VendedStatusService, BoundsTheLinesThatQuestionsCauseAndCountsWhatItLeftOut) {
+  const tests::CapturedLog log;
+  service().startServer();
+  const auto watcher = connect();
+  ASSERT_NE(watcher, nullptr);
+  constexpr std::size_t kQuestions = 5000;
+  for (std::size_t i = 0; i < kQuestions; ++i) {
+    EXPECT_EQ(ask(*watcher, "getCurrentState").integer(), 11);
+  }
+  service_.reset();
+  std::size_t logged = 0;
+  std::size_t leftOut = 0;
+  for (const std::string& text : log.texts("Debug")) {
+    logged += text.ends_with("[QVNInstallationStatusService getCurrentState] >>> 11") ? 1U : 0U;
+    if (const auto end = text.find(" requests of watchers were not logged"); end != std::string::npos) {
+      leftOut += std::stoul(text.substr(0, end));
+    }
+  }
+  EXPECT_GE(logged, 1000U);
+  EXPECT_EQ(logged + leftOut, kQuestions);
+  EXPECT_GT(leftOut, 0U);
+}
+
 TEST_F(OrdersToAStatusService, CountOnlyWhenTheyAreRequestsOfTheProtocol) {
   const tests::CapturedLog log;
   vendFor(ordersOf(RunOrders::Givers::ConsoleUser));

@@ -224,6 +224,31 @@ TEST_F(Connections, OfAnotherUserAreLimitedForThatUserAlone) {
             0);
 }
 
+TEST_F(Connections, OfOneProgramGiveWayToAnotherProgramOfTheSameUser) {
+  const VendingProcess server = vendForEverybody();
+  const ipctests::SharedMemory held;
+  const auto hold = [&held] {
+    std::vector<RawPeer> peers(kConnectionsOfAnotherUser);
+    for (RawPeer& peer : peers) {
+      if (!peer.send(callFrame("count")) || !peer.receive()) {
+        return 1;
+      }
+    }
+    // All but the second ask once more, so that one is the longest silent.
+    for (std::size_t i = 0; i < peers.size(); ++i) {
+      if (i != 1 && (!peers[i].send(callFrame("count")) || !peers[i].receive())) {
+        return 2;
+      }
+    }
+    ++held->inside;
+    return peers[1].awaitEnd() && peers[0].send(callFrame("count")) && peers[0].receive() ? 0 : 3;
+  };
+  ipctests::ForkedProcess holder([&] { return setuid(kSomebody) == 0 ? hold() : 99; });
+  ASSERT_TRUE(ipctests::await([&] { return held->inside == 1; }));
+  EXPECT_EQ(runAs(kSomebody, [] { return isServed() ? 0 : 1; }), 0);
+  EXPECT_EQ(holder.wait(), 0);
+}
+
 TEST_F(Connections, OfRootBeyondTheLimitAreSentAwayWhereEverybodyMayConnect) {
   const VendingProcess server = vendForEverybody();
   std::vector<RawPeer> peers(kConnectionsOfRoot);

@@ -159,10 +159,8 @@ void QVNExternalInstallationDeployerStrategy::lookAfterEngine(const std::string&
 
 void QVNExternalInstallationDeployerStrategy::askUnheard() {
   lastNews_ = RunLoop::Clock::now();
-  if (engine_ && !installationDeployer_) {
-    lookForEngine(ownServiceName());
-  } else if (engine_ && serviceName() != ownServiceName() && !isFollowingAnother()) {
-    // Somebody announced a service that is not there.
+  // Somebody may have announced a service that is not there.
+  if (engine_ && serviceName() != ownServiceName() && !isFollowingAnother()) {
     lookForEngine(ownServiceName());
   }
   if (!installationDeployer_) {

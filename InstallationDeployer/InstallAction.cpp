@@ -3,6 +3,7 @@
 #include <string_view>
 #include <utility>
 
+#include "InstallationDeployer/BundleLayout.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/propertylist/TextFormat.h"
 
@@ -51,18 +52,33 @@ InstallAction InstallRules::decideDirectory(const FileEntry& entry, std::string 
   if (entry.isRoot()) {
     return refuse(entry, "The root of component %@ cannot be emptied for %@", component, content);
   }
-  return {
-      .kind = Kind::ExternalDirectory, .entry = entry, .destination = std::move(path), .source = std::move(content)};
+  const bool isOutside = liesOutside(content);
+  return {.kind = Kind::ExternalDirectory,
+          .entry = entry,
+          .destination = std::move(path),
+          .source = std::move(content),
+          .isOutside = isOutside};
+}
+
+bool InstallRules::liesOutside(const std::string& path) const {
+  std::string_view bundle = source;
+  if (bundle.ends_with(kQVNPayloadRootPath)) {
+    bundle.remove_suffix(kQVNPayloadRootPath.size() + 1);
+  }
+  return !path.starts_with(std::string(bundle) + "/");
 }
 
 InstallAction InstallRules::decideFile(const FileEntry& entry, std::string path) const {
   constexpr std::string_view kNoSource = "path doesn't exist at %@";
   const bool isFlushed = owedFiles.contains(entry.path().value_or(""));
   if (const auto external = entry.externalSource()) {
+    std::string content = paths::resolve(source, *external);
+    const bool isOutside = liesOutside(content);
     return {.kind = Kind::ExternalFile,
             .entry = entry,
             .destination = std::move(path),
-            .source = paths::resolve(source, *external),
+            .source = std::move(content),
+            .isOutside = isOutside,
             .isFlushed = isFlushed};
   }
   const auto checksum = entry.checksum();

@@ -27,6 +27,8 @@ struct InstallAction {
   std::string destination = {};
   std::string source = {};
   std::string refusal = {};
+  /// `source` lies outside the bundle, where others may have put links.
+  bool isOutside = false;
   bool isFlushed = false;  ///< the file's content reaches the disk before its name shows
 };
 
@@ -50,6 +52,7 @@ struct InstallRules {
   [[nodiscard]] InstallAction decideCopy(const FileEntry& entry) const;
 
  private:
+  [[nodiscard]] bool liesOutside(const std::string& path) const;
   [[nodiscard]] InstallAction decideDirectory(const FileEntry& entry, std::string path) const;
   [[nodiscard]] InstallAction decideFile(const FileEntry& entry, std::string path) const;
 };

@@ -9,6 +9,7 @@
 #include "general/foundation/Result.h"
 #include "general/foundation/extensions/NSFileManagerExtensions.h"
 #include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/GuardedReading.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
@@ -33,6 +34,12 @@ Status makeDirectory(const std::string& path, const FileAttributes& own, const F
   auto made = files::createDirectory(path, true, withDefaults(own, parents));
   // Attributes that cannot be given are reported when they are set, not as a folder that cannot be made.
   return made ? made : files::createDirectory(path, true, parents);
+}
+
+Status copyItem(const std::string& from, const std::string& to, bool isOutside) {
+  namespace extensions = foundation::NSFileManagerExtensions;
+  return isOutside ? extensions::copyAndOverwriteGuardedItemAtPath(from, to)
+                   : extensions::copyAndOverwriteItemAtPath(from, to);
 }
 
 bool setAttributes(const InstallAction& action) {
@@ -63,11 +70,12 @@ bool DirectoryInstaller::refill(const InstallAction& action) {
   if (auto made = makeDirectory(path, action.entry.attributes(), rules_.directoryAttributes); !made) {
     return logFailure("Unable to create directory: %@\n%@", path, made.error());
   }
-  return copyItems(action.source, path) && setAttributes(action);
+  return copyItems(action, path) && setAttributes(action);
 }
 
-bool DirectoryInstaller::copyItems(const std::string& from, const std::string& path) {
-  const auto listing = files::contentsOfDirectory(from);
+bool DirectoryInstaller::copyItems(const InstallAction& action, const std::string& path) {
+  const std::string& from = action.source;
+  const auto listing = action.isOutside ? files::contentsOfGuardedDirectory(from) : files::contentsOfDirectory(from);
   if (!listing && !listing.error().isNoSuchFile()) {
     return logFailure("Unable to access to external directory.\n%@", listing.error());
   }
@@ -75,8 +83,7 @@ bool DirectoryInstaller::copyItems(const std::string& from, const std::string& p
   logging::debug("%s: itemsToCopy.count = %lu", kCopyFileSelector, items.size());
   for (const std::string& item : items) {
     const std::string copy = paths::append(path, item);
-    const auto copied =
-        foundation::NSFileManagerExtensions::copyAndOverwriteItemAtPath(paths::append(from, item), copy);
+    const auto copied = copyItem(paths::append(from, item), copy, action.isOutside);
     if (!copied) {
       return logFailure("Unable to copy external file.\n%@", copied.error());
     }

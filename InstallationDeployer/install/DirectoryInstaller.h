@@ -22,7 +22,7 @@ class DirectoryInstaller {
 
  private:
   [[nodiscard]] bool refill(const InstallAction& action);
-  [[nodiscard]] bool copyItems(const std::string& from, const std::string& path);
+  [[nodiscard]] bool copyItems(const InstallAction& action, const std::string& path);
 
   const InstallRules& rules_;
   InstallResources& resources_;

@@ -37,7 +37,8 @@ bool FileInstaller::install(const InstallAction& action) {
   if (!*isThere) {
     return action.kind == InstallAction::Kind::ExternalFile || logFailure("path doesn't exist at %@", action.source);
   }
-  const auto content = withSpareResources(prefetch_, [&] { return resources_.reader().read(action.source); });
+  const auto content =
+      withSpareResources(prefetch_, [&] { return resources_.reader().read(action.source, action.isOutside); });
   if (!content) {
     return logFailure("Error: %@ (%@)", content.error(), action.source);
   }

@@ -4,6 +4,7 @@
 
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/GuardedReading.h"
 
 namespace deployer {
 
@@ -29,25 +30,34 @@ PayloadFileReader::Content::~Content() {
 PayloadFileReader::PayloadFileReader(MemoryBudget& budget, std::size_t keptBytes)
     : budget_(budget), keptBytes_(keptBytes) {}
 
-Result<PayloadFileReader::Content> PayloadFileReader::read(const std::string& path) {
-  auto content = readUpTo(keptBytes_, path, {});
+Result<PayloadFileReader::Content> PayloadFileReader::read(const std::string& path, bool isOutside) {
+  auto content = readUpTo(keptBytes_, path, isOutside, {});
   if (content || content.error().code != foundation::kReadTooLarge) {
     return content;
   }
-  return readUpTo(UINT64_MAX, path, budget_.acquire(sizeOf(path)));
+  return readUpTo(UINT64_MAX, path, isOutside, budget_.acquire(sizeOf(path)));
 }
 
 Result<PayloadFileReader::Content> PayloadFileReader::readUpTo(std::uint64_t mostBytes, const std::string& path,
-                                                               MemoryBudget::Grant grant) {
+                                                               bool isOutside, MemoryBudget::Grant grant) {
   Content content(*this, std::move(grant));
-  const auto bytes = files::read(
-      path, buffer_, [this](std::span<const std::byte> piece) { hash_.update(piece); }, mostBytes);
+  const auto bytes = readBytes(mostBytes, path, isOutside);
   content.checksum_ = QVNInstallerChecksum::textForDigest(hash_.finish());
   if (!bytes) {
     return bytes.error();
   }
   content.bytes_ = *bytes;
   return content;
+}
+
+Result<std::span<const std::byte>> PayloadFileReader::readBytes(std::uint64_t mostBytes, const std::string& path,
+                                                                bool isOutside) {
+  const auto hash = [this](std::span<const std::byte> piece) { hash_.update(piece); };
+  if (!isOutside) {
+    return files::read(path, buffer_, hash, mostBytes);
+  }
+  const auto guarded = files::readGuarded(path, buffer_, hash, mostBytes);
+  return guarded ? Result(guarded->bytes) : guarded.error();
 }
 
 std::size_t PayloadFileReader::sizeOf(const std::string& path) const {

@@ -42,11 +42,15 @@ class PayloadFileReader {
   PayloadFileReader(MemoryBudget& budget, std::size_t keptBytes);
 
   /// May wait for memory that other readers use. Errors: those of foundation::files::read().
-  [[nodiscard]] foundation::Result<Content> read(const std::string& path);
+  /// @param isOutside the file lies where others may put links: see foundation::files::readGuarded(), whose errors
+  ///   come then.
+  [[nodiscard]] foundation::Result<Content> read(const std::string& path, bool isOutside = false);
 
  private:
-  [[nodiscard]] foundation::Result<Content> readUpTo(std::uint64_t mostBytes, const std::string& path,
+  [[nodiscard]] foundation::Result<Content> readUpTo(std::uint64_t mostBytes, const std::string& path, bool isOutside,
                                                      MemoryBudget::Grant grant);
+  [[nodiscard]] foundation::Result<std::span<const std::byte>> readBytes(std::uint64_t mostBytes,
+                                                                         const std::string& path, bool isOutside);
   [[nodiscard]] std::size_t sizeOf(const std::string& path) const;
 
   MemoryBudget& budget_;

@@ -161,9 +161,10 @@ TEST_F(InstalledFiles, AFolderThatAUserReplacedByALinkIsNotFollowed) {
   ASSERT_TRUE(prepares("ln -s " + kOutside + " " + kFolder + "/data && chown -h 501 " + kFolder + "/data"));
   const Outcome outcome = remove({directory(kFolder), directory(kFolder + "/data"), file(kFolder + "/data/file")});
   EXPECT_EQ(outcome.standardOutput, kFailed);
-  EXPECT_TRUE(loggedBeginning(outcome, "Error",
-                              "Unable to remove file. Error Domain=NSCocoaErrorDomain Code=513 \"The link \"data\" on "
-                              "the way there belongs to somebody else.\""))
+  EXPECT_TRUE(
+      loggedBeginning(outcome, "Error",
+                      "Unable to remove file. Error Domain=NSCocoaErrorDomain Code=513 \"The link \"data\" on "
+                      "the way there belongs to somebody else. Remove the link and run the same command again.\""))
       << outcome.standardError;
   EXPECT_EQ(root().readFile(kOutside + "/file"), "kept");
 }

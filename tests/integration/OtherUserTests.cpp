@@ -107,5 +107,29 @@ TEST_F(OtherUser, FillsNoLogWithQuestions) {
   EXPECT_GE(logged, 1001U);
 }
 
+TEST_F(OtherUser, LearnsNoSecretFromAnExternalSource) {
+  root().writeFile("/etc/secret", "secret", 0600);
+  root().makeDirectory("/Users/Shared", 01777);
+  ASSERT_TRUE(
+      root().shell("ln -s /etc/secret /Users/Shared/licence; ln -s /etc /Users/Shared/way", asUser()).succeeded());
+  const auto external = [](const std::string& source) {
+    return array({dictionary({{"Path", "/opt/licence"},
+                              {"ExternalSourcePath", source},
+                              {"NSFileOwnerAccountID", 0},
+                              {"NSFileGroupOwnerAccountID", 0},
+                              {"NSFilePosixPermissions", 0644}})});
+  };
+  bundle().stageFile("Core", "/opt/guard/core", "core");
+  bundle().addComponent("Core", "1.0", kProduct);
+  for (const char* source : {"/Users/Shared/licence", "/Users/Shared/way/secret"}) {
+    bundle().writeManifest("Core", bundle().readManifest("Core").with("ListOfFiles", external(source)));
+    deliverBundle();
+    const Outcome outcome = install();
+    EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
+    EXPECT_TRUE(loggedBeginning(outcome, "Error", "Error: Error Domain=NSCocoaErrorDomain Code=257 "));
+    EXPECT_FALSE(root().exists("/opt/licence"));
+  }
+}
+
 }  // namespace
 }  // namespace tests

@@ -2,12 +2,27 @@
 
 #include "general/foundation/files/FileBuffer.h"
 #include "general/foundation/files/FileManager.h"
+#include "general/foundation/files/GuardedReading.h"
 
 namespace foundation::NSFileManagerExtensions {
 
 namespace {
 
 constexpr std::uint32_t kPermissionBitsWithoutSetId = 0777;
+
+FileAttributes attributesOf(const ItemStatus& item) {
+  return {.owner = item.owner,
+          .group = item.group,
+          .permissions = item.permissions,
+          .modificationNanoseconds = item.modificationNanoseconds};
+}
+
+/// Without set-id bits: they were given to a file of another owner.
+FileAttributes attributesOfLink(const ItemStatus& link, const ItemStatus& target) {
+  FileAttributes own = attributesOf(link);
+  own.permissions = target.permissions & kPermissionBitsWithoutSetId;
+  return own;
+}
 
 }  // namespace
 
@@ -37,19 +52,26 @@ Status copyAndOverwriteItemAtPath(const std::string& source, const std::string& 
   if (!status) {
     return status.error();
   }
-  FileAttributes own{.owner = status->owner,
-                     .group = status->group,
-                     .permissions = status->permissions,
-                     .modificationNanoseconds = status->modificationNanoseconds};
+  FileAttributes own = attributesOf(*status);
   if (status->isSymbolicLink() && !files::linksHavePermissions()) {
     const auto target = files::attributesOfTarget(source);
     if (!target) {
       return target.error();
     }
-    // Without set-id bits: they were given to a file of another owner.
-    own.permissions = target->permissions & kPermissionBitsWithoutSetId;
+    own = attributesOfLink(*status, *target);
   }
   return files::writeAtomically(*content, destination, own);
+}
+
+Status copyAndOverwriteGuardedItemAtPath(const std::string& source, const std::string& destination) {
+  FileBuffer buffer;
+  const auto content = files::readGuarded(source, buffer);
+  if (!content) {
+    return content.error();
+  }
+  const bool isLink = content->item.isSymbolicLink() && !files::linksHavePermissions();
+  return files::writeAtomically(content->bytes, destination,
+                                isLink ? attributesOfLink(content->item, content->file) : attributesOf(content->item));
 }
 
 }  // namespace foundation::NSFileManagerExtensions

@@ -23,4 +23,8 @@ inline constexpr std::string_view kFileManagerExtensionsErrorDomain = "NSFileMan
 /// destination's parent must exist.
 [[nodiscard]] Status copyAndOverwriteItemAtPath(const std::string& source, const std::string& destination);
 
+/// The same where others may have put links: those of the effective user are followed, any other is an error, on the
+/// whole way. Content and attributes are those of one and the same file.
+[[nodiscard]] Status copyAndOverwriteGuardedItemAtPath(const std::string& source, const std::string& destination);
+
 }  // namespace foundation::NSFileManagerExtensions

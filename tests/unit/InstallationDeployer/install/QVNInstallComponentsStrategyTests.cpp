@@ -432,6 +432,29 @@ TEST_F(InstallComponents, AnExternalFileComesFromItsPath) {
   EXPECT_EQ(attributesOf(target("/tool")), "501:20 0755");
 }
 
+TEST_F(InstallComponents, AnExternalSourceIsNotReachedThroughALinkOfAnotherUser) {
+  writeFile(path("secret/file"), "secret");
+  std::filesystem::create_directories(path("theirs"));
+  ASSERT_EQ(chown(path("theirs").c_str(), 501, 20), 0);
+  for (const auto& [name, leadsTo] : {std::pair("file", "secret/file"), std::pair("way", "secret")}) {
+    ASSERT_EQ(symlink(path(leadsTo).c_str(), path(std::string("theirs/") + name).c_str()), 0);
+    ASSERT_EQ(lchown(path(std::string("theirs/") + name).c_str(), 501, 20), 0);
+  }
+  const CapturedLog log;
+  EXPECT_FALSE(install({external("/tool", path("theirs/file"))}));
+  EXPECT_FALSE(install({external("/tool", path("theirs/way/file"))}));
+  EXPECT_FALSE(install({externalDirectory("/data", path("theirs/way"), attributes(0755, 0, 0))}));
+  EXPECT_FALSE(install({externalDirectory("/data", path("theirs"), attributes(0755, 0, 0))}));
+  EXPECT_FALSE(exists(target("/tool")));
+  EXPECT_FALSE(exists(target("/data/file")));
+  const auto errors = log.texts("Error");
+  ASSERT_EQ(errors.size(), 4U) << log.text();
+  EXPECT_TRUE(errors[0].starts_with("Error: Error Domain=NSCocoaErrorDomain Code=257 ")) << errors[0];
+  EXPECT_TRUE(errors[1].starts_with("Error: Error Domain=NSCocoaErrorDomain Code=257 ")) << errors[1];
+  EXPECT_TRUE(errors[2].starts_with("Unable to access to external directory.\n")) << errors[2];
+  EXPECT_TRUE(errors[3].starts_with("Unable to copy external file.\n")) << errors[3];
+}
+
 TEST_F(InstallComponents, ARelativeExternalPathStartsAtThePayloadAndFoldsItsParents) {
   writeFile(bundle() + "/Contents/Install/Extra/file", "external");
   const CapturedLog log;

@@ -467,7 +467,7 @@ TEST_F(RemoveBesideLinksOfOthers, OneOnTheWayToAFileEndsTheRemoval) {
   EXPECT_EQ(state(), deployer::QVNInstallerStateFailed);
   EXPECT_TRUE(hasOneError(log,
                           "Unable to remove file. Error Domain=NSCocoaErrorDomain Code=513 \"The link \"folder\" on "
-                          "the way there belongs to somebody else.\""))
+                          "the way there belongs to somebody else. Remove the link and run the same command again.\""))
       << log.text();
   EXPECT_TRUE(exists("outside/file"));
   EXPECT_TRUE(exists("last"));

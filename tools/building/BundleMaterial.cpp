@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "InstallationDeployer/BundleLayout.h"
+#include "InstallationDeployer/ManifestKeys.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/TextFormat.h"
@@ -100,6 +101,30 @@ class Examination {
       all.push_back({&component, itemsOf(component)});
     }
     findPathConflicts(all, problems_);
+    if (receiptsKeepThePayload()) {
+      for (const ComponentItems& component : all) {
+        warnOfSecrets(component.items);
+      }
+    }
+  }
+
+  [[nodiscard]] bool receiptsKeepThePayload() const {
+    return description_.options[deployer::kManifestIndexReceiptHasPayloadContents].boolean().value_or(true);
+  }
+
+  // What the receipt keeps of a file has the mode 0644, whatever the mode it is installed with.
+  void warnOfSecrets(const std::vector<InstallItem>& items) {
+    constexpr std::uint32_t kReadableByAll = 0004;
+    for (const InstallItem& item : items) {
+      const auto permissions = item.attributes.permissions;
+      if (item.kind == InstallItem::Kind::File && permissions && (*permissions & kReadableByAll) == 0) {
+        problems_.warning({item.file, item.key,
+                           foundation::format("not everybody may read %@, but everybody can read its copy in the "
+                                              "installed product's receipt",
+                                              item.path),
+                           "let the product make its secrets itself, or set ReceiptHasPayloadContents to NO"});
+      }
+    }
   }
 
   std::vector<InstallItem> itemsOf(const ComponentDescription& component) {

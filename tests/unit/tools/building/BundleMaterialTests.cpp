@@ -33,6 +33,21 @@ TEST_F(BundleMaterial, MustNotGetItsOutputInAStagedFolder) {
   EXPECT_TRUE(build()) << "a name that begins alike is another folder";
 }
 
+TEST_F(BundleMaterial, WarnsOfFilesWithSecretsThatReceiptsKeepForAllToRead) {
+  stage("opt/secret", "x");
+  stage("opt/program", "x");
+  ASSERT_EQ(chmod(staged("opt/secret").c_str(), 0640), 0);
+  ASSERT_EQ(chmod(staged("opt/program").c_str(), 0755), 0);
+  ASSERT_EQ(chmod(staged("opt/file").c_str(), 0644), 0);
+  ASSERT_TRUE(build());
+  ASSERT_EQ(problems_.warnings().size(), 1U);
+  EXPECT_EQ(problems_.warnings()[0].file, staged("opt/secret"));
+  EXPECT_NE(problems_.warnings()[0].what.find("not everybody may read /opt/secret,"), std::string::npos);
+  describe("Options", dictionary({{"ReceiptHasPayloadContents", false}}));
+  ASSERT_TRUE(build(true));
+  EXPECT_TRUE(problems_.warnings().empty());
+}
+
 TEST_F(BundleMaterial, NeedsAnOutputThatIsThereAndNotTaken) {
   ASSERT_TRUE(build());
   EXPECT_TRUE(refuses("out/Installer.app", "", "there already"));

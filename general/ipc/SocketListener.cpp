@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <ranges>
 #include <utility>
 
 #include "general/ipc/SocketErrors.h"
@@ -122,7 +121,10 @@ std::optional<SocketListener::PeerId> SocketListener::peerToLeaveFor(const Calle
   for (const auto& [id, peer] : connected_) {
     ofProcess[peer->caller.process] += peer->caller.user == caller.user ? 1U : 0U;
   }
-  const std::size_t most = std::ranges::max(ofProcess | std::views::values);
+  std::size_t most = 0;
+  for (const auto& [process, connections] : ofProcess) {
+    most = std::max(most, connections);
+  }
   if (ofProcess[caller.process] >= most) {
     return std::nullopt;
   }

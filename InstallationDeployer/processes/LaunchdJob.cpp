@@ -7,7 +7,6 @@
 #include "general/foundation/Paths.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "general/logging/SystemLog.h"
-#include "general/system/LoginWindow.h"
 
 namespace deployer::launchd {
 
@@ -21,13 +20,17 @@ std::optional<std::string> plistPath(std::string_view folder, const std::string&
   return paths::append(folder, name);
 }
 
-std::optional<Session> sessionOf(std::uint32_t userId, std::int32_t loginWindowPID) {
+std::optional<Session> sessionOf(std::uint32_t userId, std::int32_t loginWindowPID,
+                                 const LoginWindowLookup& lookAgain) {
   if (userId != 0 && loginWindowPID != 0) {
     return Session{userId, loginWindowPID};
   }
-  if (!platform::currentLoginWindow()) {
+  const auto window = lookAgain();
+  if (!window) {
     logging::error("Unable to look for the login window of the user at the console. Launch agents are left alone. %s",
                    std::strerror(errno));
+  } else if (window->userId != 0 && window->processId != 0) {
+    return Session{window->userId, window->processId};
   }
   // The same words for starting and stopping.
   logging::notice("Could not find user id (%d) or loginwindow pid (%d) to launch agents. Skipping launching agents.",

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "general/system/LoginWindow.h"
 
 /// How launchd is spoken to.
 namespace deployer::launchd {
@@ -20,9 +23,12 @@ struct Session {
   std::uint32_t userId = 0;
   std::int32_t loginWindowPID = 0;  ///< of the process through which the session is reached
 };
-/// Nothing, and a notice in the log, when one of them is 0: nobody is logged in. Where that cannot be found out, an
-/// error says so as well.
-[[nodiscard]] std::optional<Session> sessionOf(std::uint32_t userId, std::int32_t loginWindowPID);
+using LoginWindowLookup = std::function<std::optional<platform::LoginWindow>()>;
+/// The session of a user and a login window that were looked up. A 0 means that nobody is logged in, or that looking
+/// failed: then it is looked again. Nothing, and a notice in the log, when nobody is; where that cannot be found out,
+/// an error says so as well.
+[[nodiscard]] std::optional<Session> sessionOf(std::uint32_t userId, std::int32_t loginWindowPID,
+                                               const LoginWindowLookup& lookAgain = platform::currentLoginWindow);
 
 /// The arguments that make launchctl carry out others in a session, as its user.
 [[nodiscard]] std::vector<std::string> argumentsInSession(const Session& session,

@@ -369,10 +369,22 @@ TEST_F(SessionLookup, ThatFailedCountsAsNobodyLoggedInAndTheReasonIsTold) {
                                      "launching agents."});
 }
 
+TEST_F(SessionLookup, ThatFailedOnceIsMadeUpFor) {
+  const CapturedLog log;
+  for (const auto& [user, window] : {std::pair(0U, 0), std::pair(501U, 0), std::pair(0U, 88)}) {
+    const auto session = deployer::launchd::sessionOf(user, window, [] { return platform::LoginWindow{501, 88}; });
+    ASSERT_TRUE(session);
+    EXPECT_EQ(session->userId, 501U);
+    EXPECT_EQ(session->loginWindowPID, 88);
+  }
+  EXPECT_TRUE(log.messages().empty());
+}
+
 TEST_F(SessionLookup, NeedsBothTheUserAndTheLoginWindow) {
   const CapturedLog log;
-  EXPECT_FALSE(deployer::launchd::sessionOf(501, 0));
-  EXPECT_FALSE(deployer::launchd::sessionOf(0, 88));
+  const auto nobody = [] { return platform::LoginWindow(); };
+  EXPECT_FALSE(deployer::launchd::sessionOf(501, 0, nobody));
+  EXPECT_FALSE(deployer::launchd::sessionOf(0, 88, nobody));
   EXPECT_EQ(log.texts("Notice"),
             (std::vector<std::string>{"Could not find user id (501) or loginwindow pid (0) to launch agents. Skipping "
                                       "launching agents.",

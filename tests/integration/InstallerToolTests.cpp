@@ -28,7 +28,7 @@ class InstallerTool : public ::testing::Test, protected tests::PropertyLists {
   InstallerTool() {
     folder_.write("Staged/Library/LaunchDaemons/com.example.guard.plist", "<plist/>");
     folder_.write("Staged/opt/guard/tool", "#!/bin/sh\n");
-    fs::permissions(folder_.path("Staged/opt/guard/tool"), fs::perms(0750));
+    fs::permissions(folder_.path("Staged/opt/guard/tool"), fs::perms(0754));
     fs::create_symlink("tool", folder_.path("Staged/opt/guard/link"));
     folder_.write("FrontEnd", "#!/bin/sh\n");
     fs::permissions(folder_.path("FrontEnd"), fs::perms(0755));
@@ -267,7 +267,7 @@ TEST_F(InstallerTool, MakesABundleThatTheEngineInstalls) {
   EXPECT_EQ(root.readFile("/opt/guard/tool"), "#!/bin/sh\n");
   struct stat status {};
   ASSERT_EQ(stat(root.path("/opt/guard/tool").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777U, 0750U);
+  EXPECT_EQ(status.st_mode & 07777U, 0754U);
   EXPECT_EQ(fs::read_symlink(root.path("/opt/guard/link")), "tool");
   EXPECT_TRUE(root.exists("/Library/Application Support/Corvane/Guard/Installer.app/Contents/MacOS/Installer"));
   const Outcome receipt = run({"show", root.path("/Library/Application Support/Corvane/Guard/Installer.app")});

@@ -42,7 +42,11 @@ Result<bool> isSameItem(const std::string& one, const std::string& other) {
 }
 
 Status removePutAsideReceipt(const std::string& aside) {
-  Status removed = files::removeItemIfPresent(aside);
+  // On the disk it is put aside before the first of it goes: a power cut must not show a part of it in its place.
+  Status removed = files::flushItem(paths::deleteLastComponent(aside));
+  if (removed) {
+    removed = files::removeItemIfPresent(aside);
+  }
   if (!removed) {
     logging::error("What is left of the receipt lies at %@. %@", aside, removed.error());
   }

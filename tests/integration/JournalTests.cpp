@@ -122,6 +122,26 @@ TEST_F(JournalOfARun, OfARemovalAndItsReceiptOutliveWhatTheyStandForUntilItIsGon
   EXPECT_TRUE(machine().hasJournal());
 }
 
+TEST_F(JournalOfARun, OfARemovalIsFollowedByAReceiptThatIsPutAsideOnTheDiskBeforeAnyOfItGoes) {
+  if (const auto reason = support::KilledRun::whyImpossible()) {
+    GTEST_SKIP() << *reason;
+  }
+  machine().begin(Start::First);
+  machine().keep("installed");
+  const std::string count = "cd '/Library/Application Support/Corvane' && find . -path '*/Installer.app/*' | wc -l";
+  const std::string whole = root().shell(count).standardOutput;
+  bool wasPutAside = false;
+  support::KillMoment flush;
+  flush.calls = {SYS_fsync};
+  for (flush.number = 1; support::KilledRun::run(root(), PairMachine::removeCommand(), flush).reached; ++flush.number) {
+    if (!machine().hasReceipt()) {
+      wasPutAside = wasPutAside || root().shell(count).standardOutput == whole;
+    }
+    machine().putBack("installed");
+  }
+  EXPECT_TRUE(wasPutAside);
+}
+
 TEST_F(JournalOfARun, ThatCannotBeWrittenLeavesTheMachineAsItIs) {
   machine().begin(Start::First);
   root().makeDirectory(kFolder, 0755);

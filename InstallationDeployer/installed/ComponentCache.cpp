@@ -129,7 +129,7 @@ Result<std::vector<std::string>> cachedFiles() {
     return trusted.error();
   }
   std::vector<std::string> found;
-  std::vector<std::string> folders(*trusted ? 1 : 0);
+  std::vector<std::string> folders(*trusted ? 1 : 0, "/");
   while (!folders.empty()) {
     const std::string place = std::move(folders.back());
     folders.pop_back();
@@ -138,7 +138,7 @@ Result<std::vector<std::string>> cachedFiles() {
       return names.error();
     }
     for (const std::string& name : names ? *names : std::vector<std::string>()) {
-      const std::string path = paths::append("/" + place, name);
+      const std::string path = paths::append(place, name);
       const auto item = files::attributesOfItem(cachedPath(path));
       if (!item) {
         return item.error();

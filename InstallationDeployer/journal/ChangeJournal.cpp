@@ -25,6 +25,7 @@ constexpr std::string_view kOperationKey = "Operation";
 constexpr std::string_view kProductKey = "Product";
 constexpr std::string_view kBundleKey = "Bundle";
 constexpr std::string_view kProcessKey = "Process";
+constexpr std::string_view kProcessStartKey = "ProcessStart";
 constexpr std::string_view kBegunKey = "Begun";
 constexpr std::string_view kTreatedAsUpdateKey = "TreatedAsUpdate";
 constexpr std::string_view kVersionsBeforeKey = "VersionsBefore";
@@ -133,6 +134,7 @@ std::optional<ChangeJournal> journalFrom(const PropertyList& value) {
       .product = std::string(*product),
       .bundlePath = std::string(value[kBundleKey].text()),
       .process = static_cast<int>(value[kProcessKey].integer().value_or(0)),
+      .processStart = value[kProcessStartKey].integer(),
       .begunAt = value[kBegunKey].secondsSince2001().value_or(0),
       .treatedAsUpdate = boolForKey(value, kTreatedAsUpdateKey),
       .versionsBefore = value[kVersionsBeforeKey],
@@ -216,19 +218,20 @@ Result<std::string> ChangeJournal::document() const {
   for (const JournaledManifest& manifest : manifests) {
     values.push_back(dictionaryOf(manifest));
   }
-  return framed(
-      PropertyList::dictionary({{std::string(kFormatKey), kFormat},
-                                {std::string(kOperationKey), operation == Operation::Remove ? kRemove : kInstall},
-                                {std::string(kProductKey), product},
-                                {std::string(kBundleKey), bundlePath},
-                                {std::string(kProcessKey), process},
-                                {std::string(kBegunKey), PropertyList::date(begunAt)},
-                                {std::string(kTreatedAsUpdateKey), treatedAsUpdate},
-                                {std::string(kVersionsBeforeKey), versionsBefore},
-                                {std::string(kVersionsAfterKey), versionsAfter},
-                                {std::string(kManifestsKey), PropertyList(std::move(values))},
-                                {std::string(kOwedFilesKey), owedFiles},
-                                {std::string(kOwedFromElsewhereKey), owedFromElsewhere}}));
+  return framed(PropertyList::dictionary(
+      {{std::string(kFormatKey), kFormat},
+       {std::string(kOperationKey), operation == Operation::Remove ? kRemove : kInstall},
+       {std::string(kProductKey), product},
+       {std::string(kBundleKey), bundlePath},
+       {std::string(kProcessKey), process},
+       {std::string(kProcessStartKey), processStart ? PropertyList(*processStart) : PropertyList()},
+       {std::string(kBegunKey), PropertyList::date(begunAt)},
+       {std::string(kTreatedAsUpdateKey), treatedAsUpdate},
+       {std::string(kVersionsBeforeKey), versionsBefore},
+       {std::string(kVersionsAfterKey), versionsAfter},
+       {std::string(kManifestsKey), PropertyList(std::move(values))},
+       {std::string(kOwedFilesKey), owedFiles},
+       {std::string(kOwedFromElsewhereKey), owedFromElsewhere}}));
 }
 
 Result<std::string> ChangeJournal::documentOf(const JournalNote& note) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <span>
@@ -47,7 +48,9 @@ struct ChangeJournal {
   Operation operation = Operation::Install;
   std::string product;
   std::string bundlePath;
-  int process = 0;                          ///< of the run
+  int process = 0;  ///< of the run
+  /// When that process was started, to tell it from a later one of its number; nothing when the system did not say.
+  std::optional<std::int64_t> processStart;
   double begunAt = 0;                       ///< seconds since the first instant of 2001, UTC
   bool treatedAsUpdate = false;             ///< of another product
   foundation::PropertyList versionsBefore;  ///< components and versions as the receipt reports them; nil without one

@@ -111,13 +111,19 @@ Status JournalStore::append(std::string_view product, const JournalNote& note) c
 
 Status JournalStore::remove(std::string_view product) const { return files::removeItemIfPresent(pathFor(product)); }
 
-Result<std::string> JournalStore::setAside(std::string_view product) const {
-  std::string aside = pathFor(product) + std::string(kAsideExtension);
-  if (const Status removed = files::removeItemIfPresent(aside); !removed) {
-    return removed.error();
+Result<std::string> JournalStore::setAsideFor(const ChangeJournal& successor) const {
+  const std::string path = pathFor(successor.product);
+  foundation::FileBuffer buffer;
+  const auto content = files::readItself(path, buffer);
+  if (!content) {
+    return content.error();
   }
-  if (const Status moved = files::moveItem(pathFor(product), aside); !moved) {
-    return moved.error();
+  std::string aside = path + std::string(kAsideExtension);
+  if (const Status kept = files::writeDurably(*content, aside, kJournalAttributes); !kept) {
+    return kept.error();
+  }
+  if (const Status written = write(successor); !written) {
+    return written.error();
   }
   return aside;
 }

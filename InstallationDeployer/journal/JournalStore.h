@@ -30,8 +30,9 @@ class JournalStore {
   [[nodiscard]] foundation::Status append(std::string_view product, const JournalNote& note) const;
   /// In one step; none is success.
   [[nodiscard]] foundation::Status remove(std::string_view product) const;
-  /// Gives the journal another name, under which no run looks for it. @return the new path.
-  [[nodiscard]] foundation::Result<std::string> setAside(std::string_view product) const;
+  /// Keeps the product's journal under another name, where no run looks for it, and puts this one in its place. At no
+  /// moment is there none. @return the new path.
+  [[nodiscard]] foundation::Result<std::string> setAsideFor(const ChangeJournal& successor) const;
 
   /// Whether the journal of any other product says that the cache holds files of the user. One that makes no sense
   /// counts as one that does.

@@ -82,10 +82,7 @@ void InterruptedRunRecovery::stopProcesses() const {
 
 Status InterruptedRunRecovery::saveUsersFiles() const {
   for (const std::string& path : interrupted_.owedFiles) {
-    if (std::ranges::find(interrupted_.owedFromElsewhere, path) != interrupted_.owedFromElsewhere.end()) {
-      continue;
-    }
-    const auto counts = isUsers(path);
+    const auto counts = countsMoreThanItsCopy(path);
     if (!counts) {
       return counts.error();
     }
@@ -101,32 +98,53 @@ Status InterruptedRunRecovery::saveUsersFiles() const {
   return interrupted_.owedFiles.empty() ? Status() : component_cache::flush();
 }
 
-Result<bool> InterruptedRunRecovery::isUsers(const std::string& path) const {
+Result<bool> InterruptedRunRecovery::countsMoreThanItsCopy(const std::string& path) const {
   const auto item = files::attributesOfItem(path);
   if (!item) {
     return item.error().meansNothingThere() ? Result<bool>(false) : item.error();
   }
-  if (item->type != foundation::FileType::Regular) {
-    return item->isSymbolicLink();
+  if (item->type != foundation::FileType::Regular && !item->isSymbolicLink()) {
+    return false;
   }
+  const auto copy = files::attributesOfItem(component_cache::cachedPath(path));
+  if (!copy) {
+    // A copy goes once it is put back, and only then: this is it, or what the user has made of it since.
+    return copy.error().meansNothingThere() ? Result<bool>(true) : copy.error();
+  }
+  const bool isFromElsewhere =
+      std::ranges::find(interrupted_.owedFromElsewhere, path) != interrupted_.owedFromElsewhere.end();
+  if (isFromElsewhere) {
+    return false;
+  }
+  return item->isSymbolicLink() ? isUsersLink(path) : isUsersFile(path);
+}
+
+Result<bool> InterruptedRunRecovery::isUsersLink(const std::string& path) const {
+  const auto target = files::destinationOfSymbolicLink(path);
+  if (!target) {
+    return target.error();
+  }
+  return !anyPlaced(
+      [&](const FileEntry& entry) { return entry.path() == path && entry.linkTarget().value_or("") == *target; });
+}
+
+Result<bool> InterruptedRunRecovery::isUsersFile(const std::string& path) const {
   foundation::FileBuffer buffer;
   const auto content = files::readItself(path, buffer);
   if (!content) {
     return content.error();
   }
   const std::string checksum = QVNInstallerChecksum::generateSHA256(*content);
-  for (const Component& component : components_) {
-    if (component.entry->role != Role::Placed) {
-      continue;
-    }
-    for (const FileEntry& entry : fileEntriesOf(component.manifest)) {
-      // Of a file without a checksum nobody can say who wrote it.
-      if (entry.path() == path && entry.checksum().value_or(checksum) == checksum) {
-        return false;
-      }
-    }
-  }
-  return true;
+  // Of a file without a checksum nobody can say who wrote it. A link has none and writes no file.
+  return !anyPlaced([&](const FileEntry& entry) {
+    return entry.path() == path && !entry.isSymbolicLink() && entry.checksum().value_or(checksum) == checksum;
+  });
+}
+
+bool InterruptedRunRecovery::anyPlaced(const std::function<bool(const FileEntry&)>& holds) const {
+  return std::ranges::any_of(components_, [&](const Component& component) {
+    return component.entry->role == Role::Placed && std::ranges::any_of(fileEntriesOf(component.manifest), holds);
+  });
 }
 
 Status InterruptedRunRecovery::removeFiles(bool forGood) const {

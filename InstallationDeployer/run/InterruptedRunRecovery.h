@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/journal/ChangeJournal.h"
 #include "general/foundation/Result.h"
 #include "general/foundation/propertylist/PropertyList.h"
@@ -34,7 +35,11 @@ class InterruptedRunRecovery {
 
   void stopProcesses() const;
   [[nodiscard]] foundation::Status saveUsersFiles() const;
-  [[nodiscard]] foundation::Result<bool> isUsers(const std::string& path) const;
+  /// Whether what lies at the path of an owed file, rather than its copy in the cache, is what the user wants back.
+  [[nodiscard]] foundation::Result<bool> countsMoreThanItsCopy(const std::string& path) const;
+  [[nodiscard]] foundation::Result<bool> isUsersFile(const std::string& path) const;
+  [[nodiscard]] foundation::Result<bool> isUsersLink(const std::string& path) const;
+  [[nodiscard]] bool anyPlaced(const std::function<bool(const FileEntry&)>& holds) const;
   [[nodiscard]] foundation::Status removeFiles(bool forGood) const;
 
   const ChangeJournal& interrupted_;

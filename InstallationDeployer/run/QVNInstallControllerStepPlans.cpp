@@ -245,7 +245,8 @@ StepList QVNInstallController::removalStepsForDetectedProduct(const PropertyList
 
 StepList QVNInstallController::postInstallRemovalStepsWithPlan(const SharedPlan& removalPlan) {
   StepList steps;
-  if (configuration_.treatAsUpdate() && (!removalPlan->empty() || !changes().owedFiles().empty())) {
+  // What an interrupted run owes is put back whatever is installed by now.
+  if (!changes().owedFiles().empty() || (configuration_.treatAsUpdate() && !removalPlan->empty())) {
     append<QVNRestoreCacheComponentStrategy>(steps, {}, "postinstall.restoreCacheComponent", removalPlan);
   }
   return steps;

@@ -1,6 +1,8 @@
 #include "InstallationDeployer/run/RunJournal.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -10,6 +12,7 @@
 #include "InstallationDeployer/run/InterruptedRunRecovery.h"
 #include "general/foundation/CalendarDate.h"
 #include "general/foundation/Error.h"
+#include "general/foundation/ProcessStartPrimitives.h"
 #include "general/foundation/files/FileBuffer.h"
 #include "general/foundation/files/FileManager.h"
 #include "general/ipc/NamedLock.h"
@@ -35,6 +38,16 @@ void collectItems(const PropertyList& manifest, std::set<std::string, std::less<
       items.emplace(*entry.path());
     }
   }
+}
+
+std::optional<std::int64_t> startOf(int process) {
+  const auto start = foundation::startOfProcess(process);
+  return start ? std::optional(static_cast<std::int64_t>(*start)) : std::nullopt;
+}
+
+/// After a restart of the machine another process has the number.
+bool wrote(int process, const ChangeJournal& journal) {
+  return journal.process == process && journal.processStart == startOf(process);
 }
 
 /// Components of the bundle, beyond those of the journal, that list an item of it: it goes, and they are to bring it
@@ -73,7 +86,7 @@ bool RunJournal::open(std::optional<int> outerRun) {
   if (!found->has_value()) {
     return true;
   }
-  isPartOfOuterRun_ = outerRun == (*found)->process;
+  isPartOfOuterRun_ = outerRun && wrote(*outerRun, **found);
   return isPartOfOuterRun_ || weigh(**found);
 }
 
@@ -113,12 +126,12 @@ bool RunJournal::setAside(const foundation::Error& error) {
     logging::error("Unable to read the journal %@. %@", path, error);
     return false;
   }
-  // Before the file gets out of sight, what it may have stood for is known.
+  // What it may have stood for takes its place: this run, too, may end before it changes anything.
   auto all = everything();
   if (!all) {
     return false;
   }
-  const auto aside = store_.setAside(product());
+  const auto aside = store_.setAsideFor(*all);
   if (!aside) {
     logging::error("Unable to set the journal %@ aside. %@", path, aside.error());
     return false;
@@ -141,11 +154,19 @@ void RunJournal::takeOver(ChangeJournal found) {
 std::optional<ChangeJournal> RunJournal::everything() {
   ChangeJournal all;
   all.product = product();
+  all.bundlePath = configuration_.bundlePath().value_or("");
+  all.process = platform::self::processIdentifier();
+  all.processStart = startOf(all.process);
+  all.begunAt = foundation::secondsSince2001Now();
   Names components = manifest_.componentListForProduct(product()).value_or(Names{});
   if (configuration_.hasInstallerReceipt()) {
     QVNInstallerManifest receipt(configuration_.receiptPath());
     const Names installed = receipt.componentListForProduct(product()).value_or(Names{});
     components.insert(components.end(), installed.begin(), installed.end());
+    all.versionsBefore = versionsIn(receipt, product());
+    if (receipt.couldNotRead()) {
+      return std::nullopt;
+    }
   }
   if (!addManifests(components, all)) {
     return std::nullopt;
@@ -156,6 +177,8 @@ std::optional<ChangeJournal> RunJournal::everything() {
     return std::nullopt;
   }
   all.owedFiles = *std::move(owed);
+  // Nobody else fills the cache.
+  all.treatedAsUpdate = !all.owedFiles.empty();
   return all;
 }
 
@@ -226,6 +249,7 @@ bool RunJournal::write() {
   journal_.product = product();
   journal_.bundlePath = configuration_.bundlePath().value_or("");
   journal_.process = platform::self::processIdentifier();
+  journal_.processStart = startOf(journal_.process);
   journal_.begunAt = foundation::secondsSince2001Now();
   journal_.treatedAsUpdate = journal_.treatedAsUpdate || configuration_.treatAsUpdate();
   const PropertyList versions = versionsIn(manifest_, product());
@@ -284,7 +308,8 @@ bool RunJournal::finish() {
   if (!isWritten_) {
     return true;
   }
-  if (journal_.operation == ChangeJournal::Operation::Remove) {
+  const auto isShared = sharesCache();
+  if (journal_.operation == ChangeJournal::Operation::Remove && isShared && !*isShared) {
     // Nobody is left to put them back for.
     for (const std::string& path : journal_.owedFiles) {
       static_cast<void>(component_cache::removeCopy(path));

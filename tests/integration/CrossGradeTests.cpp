@@ -1,3 +1,7 @@
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
 #include "tests/integration/EngineInRoot.h"
 #include "tests/integration/ManyMoments.h"
 
@@ -215,6 +219,111 @@ TEST_F(CrossGrade, WithoutTheLockOfTheCacheNothingIsRemoved) {
   EXPECT_EQ(logged(outcome, "Error", "Unable to lock /var/run/com.corvane.installer/.cache. Is a directory"), 1);
   EXPECT_EQ(root().readFile(kClassicProgram), "classic");
   expectUsersFiles();
+}
+
+/// A run that fails: while it puts its files in place, or once it has put the user's files back.
+class InterruptedCrossGrade : public CrossGrade {
+ protected:
+  static constexpr const char* kJournal = "/var/db/com.corvane.installer/Guard.journal";
+  static constexpr const char* kProgram = "/etc/guard-prepare";
+  static constexpr const char* kElsewhere = "/Users/Shared/guard.conf";
+
+  void prepare() override {
+    CrossGrade::prepare();
+    bundle().stageFile("Last", "/Library/Guard/last", "last");
+    bundle().addComponent("Last", "1", kProduct);
+    const PropertyList program = dictionary({{"Path", kProgram}, {"ExecuteOnInstall", true}});
+    bundle().writeManifest("Guard", bundle().readManifest("Guard").with("ListOfExecutables", array({program})));
+    root().writeFile(kProgram, "#!/bin/sh\n", 0755);
+  }
+  /// Lets the component list this at the configuration's path.
+  void listConfiguration(const std::string& component, const Keys& listed) {
+    const PropertyList manifest = bundle().readManifest(component);
+    PropertyList::Array files;
+    for (const PropertyList& file : manifest["ListOfFiles"].elements()) {
+      files.push_back(file["Path"].text() == kConfiguration ? entry(kConfiguration, joined(attributes(0600), listed))
+                                                            : file);
+    }
+    bundle().writeManifest(component, manifest.with("ListOfFiles", PropertyList(std::move(files))));
+  }
+  void takeConfigurationFromElsewhere(const std::string& component) {
+    listConfiguration(component, {{"IsModifiableFile", true}, {"ExternalSourcePath", kElsewhere}});
+  }
+  void makeConfigurationALink() {
+    listConfiguration("Guard", {{"IsSymbolicLink", true}, {"SymbolicLinkTarget", "guard"}});
+  }
+  /// Nothing of the user is put back.
+  void failWhileFilesArePutInPlace() {
+    const std::string payload = bundle().payloadPath("Last", "/Library/Guard/last");
+    std::filesystem::rename(payload, payload + ".hidden");
+    deliverUpdate();
+    EXPECT_EQ(installGuard().exitCode, 1);
+    ASSERT_TRUE(root().exists(kCache));
+    std::filesystem::rename(payload + ".hidden", payload);
+    deliverBundle();
+  }
+  void failOnceTheUsersFilesAreBack() {
+    root().writeFile(kProgram, "#!/bin/sh\nexit 7\n", 0755);
+    deliverUpdate();
+    EXPECT_EQ(installGuard().exitCode, 1);
+    ASSERT_FALSE(root().exists(kCache));
+    root().writeFile(kProgram, "#!/bin/sh\n", 0755);
+  }
+  void expectNextRunKeeps(const std::string& configuration) {
+    const auto outcome = installGuard();
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
+    EXPECT_EQ(root().readFile(kConfiguration), configuration);
+    EXPECT_EQ(root().shell(std::string("test -L ") + kConfiguration).exitCode, 1);
+    EXPECT_EQ(root().readFile(kOwnRule), "made by the user");
+    EXPECT_FALSE(root().exists(kJournal));
+  }
+};
+
+TEST_F(InterruptedCrossGrade, WhoseJournalMakesNoSenseOwesEveryFileInTheCache) {
+  failWhileFilesArePutInPlace();
+  root().writeFile(kConfiguration, "default");
+  root().writeFile(kJournal, "nonsense", 0600);
+  expectNextRunKeeps("of the user");
+}
+
+TEST_F(InterruptedCrossGrade, WhoseJournalMakesNoSenseOwesThemStillAfterARunThatChangedNothing) {
+  failWhileFilesArePutInPlace();
+  root().writeFile(kConfiguration, "default");
+  root().writeFile(kJournal, "nonsense", 0600);
+  const PropertyList manifest = bundle().readManifest("Last");
+  bundle().writeManifest("Last", manifest.with("ComponentSize", std::int64_t{1} << 60));
+  deliverBundle();
+  EXPECT_EQ(installGuard().exitCode, 4);
+  bundle().writeManifest("Last", manifest);
+  deliverBundle();
+  expectNextRunKeeps("of the user");
+}
+
+TEST_F(InterruptedCrossGrade, ThatHadPutBackWhatCameFromElsewhereKeepsIt) {
+  takeConfigurationFromElsewhere("Classic");
+  root().writeFile(kElsewhere, "of the administrator");
+  failOnceTheUsersFilesAreBack();
+  expectNextRunKeeps("of the administrator");
+}
+
+TEST_F(InterruptedCrossGrade, ThatHadPutAFileBackWhereTheNewProductTakesItsOwnFromElsewhereKeepsIt) {
+  takeConfigurationFromElsewhere("Guard");
+  root().writeFile(kElsewhere, "of the administrator");
+  failOnceTheUsersFilesAreBack();
+  expectNextRunKeeps("of the user");
+}
+
+TEST_F(InterruptedCrossGrade, ThatHadPutAFileBackInThePlaceOfALinkKeepsIt) {
+  makeConfigurationALink();
+  failOnceTheUsersFilesAreBack();
+  expectNextRunKeeps("of the user");
+}
+
+TEST_F(InterruptedCrossGrade, ThatPutALinkInThePlaceOfAFileStillOwesTheFile) {
+  makeConfigurationALink();
+  failWhileFilesArePutInPlace();
+  ASSERT_TRUE(root().shell(std::string("test -L ") + kConfiguration).succeeded());
+  expectNextRunKeeps("of the user");
 }
 
 }  // namespace

@@ -90,6 +90,19 @@ TEST_F(JournalOfARun, ThatMakesNoSenseIsSetAsideAndEverythingThatIsKnownIsPutRig
   EXPECT_FALSE(machine().hasReceipt());
 }
 
+TEST_F(JournalOfARun, ThatMakesNoSenseLeavesTheCopiesOfAnotherProductWhereTheyAre) {
+  const std::string copy = "/Library/Caches/com.corvane.installer/tmp/Library/Other/settings";
+  machine().begin(Start::First);
+  root().writeFile(kJournal, "nonsense", 0600);
+  root().writeFile(std::string(kFolder) + "/Other.journal", "nonsense", 0600);
+  root().writeFile(copy, "of the user");
+  ASSERT_EQ(chmod(root().path(kFolder).c_str(), 0700), 0);
+  const auto outcome = machine().remove();
+  EXPECT_EQ(outcome.exitCode, 0) << errorsOf(outcome);
+  EXPECT_FALSE(root().exists(kJournal));
+  EXPECT_EQ(root().readFile(copy), "of the user");
+}
+
 TEST_F(JournalOfARun, ThatMakesNoSenseStaysWhileNobodyCanTellWhichFilesWait) {
   failAnUpgrade();
   root().writeFile(kJournal, "nonsense", 0600);

@@ -34,6 +34,7 @@ std::string framed(const foundation::PropertyList& value) {
 TEST(ChangeJournal, IsReadAsItWasWritten) {
   ChangeJournal journal = journalOfAnUpgrade();
   journal.operation = ChangeJournal::Operation::Remove;
+  journal.processStart = 815;
   journal.treatedAsUpdate = true;
   journal.owedFiles = {"/Library/Guard/settings", "/Library/Guard/more"};
   journal.owedFromElsewhere = {"/Library/Guard/more"};
@@ -43,6 +44,7 @@ TEST(ChangeJournal, IsReadAsItWasWritten) {
   EXPECT_EQ(read->product, "Guard");
   EXPECT_EQ(read->bundlePath, "/Volumes/Second/Installer.app");
   EXPECT_EQ(read->process, 4711);
+  EXPECT_EQ(read->processStart, 815);
   EXPECT_EQ(read->begunAt, 820000000);
   EXPECT_TRUE(read->treatedAsUpdate);
   EXPECT_EQ(read->versionsBefore, journal.versionsBefore);

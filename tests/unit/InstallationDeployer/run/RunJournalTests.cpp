@@ -224,8 +224,18 @@ TEST_F(RunJournalTest, ThatMakesNoSenseIsSetAsideAndEverythingCountsAsDamaged) {
   EXPECT_TRUE(mentions(log, store().pathFor(product_) + ".damaged"));
   EXPECT_EQ(log.texts("Error").size(), 1U);
   EXPECT_EQ(journal->damagedComponents(), (Names{"Core", "Tools"}));
-  EXPECT_FALSE(isOnDisk());
   EXPECT_TRUE(fs::exists(store().pathFor(product_) + ".damaged"));
+}
+
+TEST_F(RunJournalTest, ThatMakesNoSenseIsNotForgottenByARunThatChangesNothing) {
+  interruptAnInstall();
+  std::ofstream(store().pathFor(product_)) << "nonsense";
+  ASSERT_TRUE(makeJournal()->open());
+  const CapturedLog log;
+  const auto journal = makeJournal();
+  ASSERT_TRUE(journal->open());
+  EXPECT_TRUE(mentions(log, "was interrupted."));
+  EXPECT_EQ(journal->damagedComponents(), (Names{"Core", "Tools"}));
 }
 
 TEST_F(RunJournalTest, ThatCannotBeReadFailsTheRun) {
@@ -252,6 +262,17 @@ TEST_F(RunJournalTest, OfAnEarlierRunIsPutRightByTheRunThatIsAPartOfAnotherOne) 
   const CapturedLog log;
   const auto journal = makeJournal();
   ASSERT_TRUE(journal->open(getppid()));
+  EXPECT_EQ(journal->damagedComponents(), (Names{"Core", "Tools"}));
+}
+
+TEST_F(RunJournalTest, OfAnEarlierProcessWithTheNumberOfTheOuterRunIsPutRight) {
+  interruptAnInstall();
+  ChangeJournal earlier = onDisk();
+  earlier.processStart = earlier.processStart.value() - 1;
+  ASSERT_TRUE(store().write(earlier).ok());
+  const CapturedLog log;
+  const auto journal = makeJournal();
+  ASSERT_TRUE(journal->open(getpid()));
   EXPECT_EQ(journal->damagedComponents(), (Names{"Core", "Tools"}));
 }
 

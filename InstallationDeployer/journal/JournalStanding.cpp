@@ -1,5 +1,6 @@
 #include "InstallationDeployer/journal/JournalStanding.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -27,7 +28,11 @@ JournalStanding standingOf(const ChangeJournal& journal, const PropertyList& ver
     return journal.operation == ChangeJournal::Operation::Remove ? JournalStanding::Finished
                                                                  : JournalStanding::Interrupted;
   }
-  if (versionsNow == journal.versionsBefore) {
+  const auto records = versionsNow.elements();
+  const bool lacksManifests = std::ranges::any_of(
+      records, [](const PropertyList& record) { return record[kManifestComponentVersion].isNil(); });
+  // Engines write receipts whole. What a damaged one reports does not say that another engine was here.
+  if (versionsNow == journal.versionsBefore || (lacksManifests && versionsNow != journal.versionsAfter)) {
     return JournalStanding::Interrupted;
   }
   return versionsNow == journal.versionsAfter ? JournalStanding::Finished : JournalStanding::Overtaken;

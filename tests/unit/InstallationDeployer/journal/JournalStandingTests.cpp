@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "InstallationDeployer/ManifestKeys.h"
 #include "InstallationDeployer/journal/JournalStanding.h"
+#include "general/foundation/propertylist/PropertyList.h"
 #include "tests/support/StepTest.h"
 #include "tests/unit/InstallationDeployer/journal/JournalMaker.h"
 
@@ -9,6 +11,7 @@ namespace {
 using deployer::ChangeJournal;
 using deployer::JournalStanding;
 using deployer::standingOf;
+using foundation::PropertyList;
 using tests::journalOfAnUpgrade;
 using tests::PropertyLists;
 
@@ -26,6 +29,12 @@ TEST(JournalStanding, OfAnUpgradeIsFinishedWithTheNewReceipt) {
 
 TEST(JournalStanding, WithAThirdVersionsReceiptIsOvertaken) {
   EXPECT_EQ(standingOf(journalOfAnUpgrade(), kOther), JournalStanding::Overtaken);
+}
+
+TEST(JournalStanding, IsInterruptedWithAReceiptThatLacksAManifest) {
+  const PropertyList damaged(
+      PropertyList::Array{PropertyList::dictionary({{std::string(deployer::kManifestComponentName), "Core"}})});
+  EXPECT_EQ(standingOf(journalOfAnUpgrade(), damaged), JournalStanding::Interrupted);
 }
 
 TEST(JournalStanding, OfARepairIsInterruptedWhileItsJournalIsThere) {

@@ -3,7 +3,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using foundation::PropertyList;
 
 class BundleMaterial : public tests::PackagerFixture {};
 

@@ -42,6 +42,7 @@ bool becomeRoot() {
   const std::uint32_t effectiveUserId = platform::self::effectiveUserId();
   logging::debug("%s: euid = %u", "int main(int, char **)", effectiveUserId);
   if (effectiveUserId != 0) {
+    logging::error("The engine must run as root; its effective user is %u.", effectiveUserId);
     return false;
   }
   if (!platform::self::setUserId(0)) {

@@ -4,6 +4,7 @@
 #include <set>
 #include <string_view>
 
+#include "InstallationDeployer/DefaultAttributes.h"
 #include "InstallationDeployer/FileEntry.h"
 #include "InstallationDeployer/QVNInstallerChecksum.h"
 #include "InstallationDeployer/installed/ComponentCache.h"
@@ -104,6 +105,10 @@ Result<bool> InterruptedRunRecovery::countsMoreThanItsCopy(const std::string& pa
     return item.error().meansNothingThere() ? Result<bool>(false) : item.error();
   }
   if (item->type != foundation::FileType::Regular && !item->isSymbolicLink()) {
+    return false;
+  }
+  if (item->isSymbolicLink() && item->owner != kRootUser) {
+    // Nothing is copied that somebody else than root has linked, and nobody's link keeps a run from its end.
     return false;
   }
   const auto copy = files::attributesOfItem(component_cache::cachedPath(path));

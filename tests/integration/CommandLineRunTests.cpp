@@ -53,6 +53,7 @@ TEST_F(CommandLineRun, NobodyButRootMayRunAnyMode) {
     const auto outcome = runEngine(options, asUser);
     EXPECT_EQ(outcome.exitCode, 1) << outcome.description();
     EXPECT_TRUE(logged(outcome, "Debug", "int main(int, char **): euid = 501")) << outcome.standardError;
+    EXPECT_EQ(logged(outcome, "Error", "The engine must run as root; its effective user is 501."), 1);
     EXPECT_TRUE(showsUsage(outcome)) << outcome.standardError;
     EXPECT_FALSE(loggedBeginning(outcome, "Debug", "exiting the main thread")) << outcome.standardError;
   }

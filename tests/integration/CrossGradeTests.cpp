@@ -319,6 +319,13 @@ TEST_F(InterruptedCrossGrade, ThatHadPutAFileBackInThePlaceOfALinkKeepsIt) {
   expectNextRunKeeps("of the user");
 }
 
+TEST_F(InterruptedCrossGrade, PutsTheCopyInThePlaceOfAnotherUsersLink) {
+  failWhileFilesArePutInPlace();
+  const std::string place = kConfiguration;
+  ASSERT_TRUE(root().shell("ln -sf /etc/passwd " + place + " && chown -h 501 " + place).succeeded());
+  expectNextRunKeeps("of the user");
+}
+
 TEST_F(InterruptedCrossGrade, ThatPutALinkInThePlaceOfAFileStillOwesTheFile) {
   makeConfigurationALink();
   failWhileFilesArePutInPlace();

@@ -15,6 +15,7 @@
 #include "tools/rules/CheckedDictionary.h"
 #include "tools/rules/Checksum.h"
 #include "tools/rules/PathRules.h"
+#include "tools/rules/WarningNames.h"
 
 namespace bundletool {
 
@@ -203,9 +204,9 @@ class AuthoringReader {
     }
     std::ranges::sort(unlisted);
     for (const std::string& label : unlisted) {
-      problems_.warning({top_.file(), std::string(key),
-                         foundation::format("%@ is staged in %@ but not listed", label, folder),
-                         "list it if it is to be loaded"});
+      problems_.warning(kWarnUnlistedServices, {top_.file(), std::string(key),
+                                                foundation::format("%@ is staged in %@ but not listed", label, folder),
+                                                "list it if it is to be loaded"});
     }
   }
 

@@ -26,6 +26,9 @@ BundleBuilder::BundleBuilder(const BundleDescription& description, BundleSetting
     : description_(description), settings_(std::move(settings)), problems_(problems), progress_(progress) {}
 
 std::optional<std::string> BundleBuilder::build() {
+  for (const std::string& name : description_.silencedWarnings) {
+    problems_.silence(name);
+  }
   material_ = examineMaterial(description_, settings_, problems_);
   if (!mayGoOn()) {
     return std::nullopt;

@@ -10,6 +10,7 @@
 #include "tools/building/DescriptionKeys.h"
 #include "tools/rules/CheckedDictionary.h"
 #include "tools/rules/PathRules.h"
+#include "tools/rules/WarningNames.h"
 
 namespace bundletool {
 
@@ -25,13 +26,14 @@ class DescriptionReader {
 
   BundleDescription read() {
     top_.allowOnly({kDescriptionComponents, kDescriptionFrontEnd, kDescriptionEngine, kDescriptionExternalTools,
-                    kDescriptionOptions});
+                    kDescriptionOptions, kDescriptionSilencedWarnings});
     description_.file = top_.file();
     description_.frontEnd = source(top_, kDescriptionFrontEnd, Need::Optional);
     description_.engine = source(top_, kDescriptionEngine, Need::Optional);
     readComponents();
     readExternalTools();
     readOptions();
+    readSilencedWarnings();
     return std::move(description_);
   }
 
@@ -179,6 +181,16 @@ class DescriptionReader {
     for (const auto key : {deployer::kManifestIndexPayloadVersion, deployer::kManifestIndexInstallerVersion}) {
       if (const auto version = options->string(key, Need::Optional)) {
         description_.options = description_.options.with(key, *version);
+      }
+    }
+  }
+
+  void readSilencedWarnings() {
+    description_.silencedWarnings = top_.strings(kDescriptionSilencedWarnings, Need::Optional);
+    for (std::size_t index = 0; index < description_.silencedWarnings.size(); ++index) {
+      if (!isWarningName(description_.silencedWarnings[index])) {
+        top_.refuse(elementKey(kDescriptionSilencedWarnings, index), "no warning has this name",
+                    "give a name as it is printed with the warning");
       }
     }
   }

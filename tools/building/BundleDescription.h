@@ -38,6 +38,7 @@ struct BundleDescription {
   std::optional<std::string> optionsPlist;
   std::optional<std::string> frontEnd;
   std::optional<std::string> engine;
+  std::vector<std::string> silencedWarnings;  ///< names of warnings that are not told
 };
 
 /// Reads a description and holds it against the rules of its own; what it names is not looked at. The result is whole

@@ -17,6 +17,7 @@
 #include "tools/building/OptionsPlist.h"
 #include "tools/building/PathConflicts.h"
 #include "tools/building/StagedFolder.h"
+#include "tools/rules/WarningNames.h"
 
 namespace bundletool {
 
@@ -118,7 +119,8 @@ class Examination {
     for (const InstallItem& item : items) {
       const auto permissions = item.attributes.permissions;
       if (item.kind == InstallItem::Kind::File && permissions && (*permissions & kReadableByAll) == 0) {
-        problems_.warning({item.file, item.key,
+        problems_.warning(kWarnSecretsInReceipts,
+                          {item.file, item.key,
                            foundation::format("not everybody may read %@, but everybody can read its copy in the "
                                               "installed product's receipt",
                                               item.path),

@@ -7,7 +7,7 @@ namespace bundletool {
 using terminal::printable;
 
 std::string Problem::text() const {
-  std::string line = printable(file);
+  std::string line = (name.empty() ? "" : "[" + name + "] ") + printable(file);
   if (!key.empty()) {
     line += ": " + printable(key);
   }
@@ -16,6 +16,13 @@ std::string Problem::text() const {
     line += "; " + printable(advice);
   }
   return line;
+}
+
+void Problems::warning(std::string_view name, Problem problem) {
+  if (!silenced_.contains(name)) {
+    problem.name = name;
+    warnings_.push_back(std::move(problem));
+  }
 }
 
 }  // namespace bundletool

@@ -22,9 +22,9 @@ TEST(Complaint, BeginsWithTheNameOfTheTool) {
 TEST(Complaint, TellsWarningsBeforeErrors) {
   bundletool::Problems problems;
   problems.error({"f", "K", "bad", "mend it"});
-  problems.warning({"f", "", "odd", ""});
+  problems.warning("odd-thing", {"f", "", "odd", ""});
   EXPECT_EQ(printedBy([&] { bundletool::complainOf(problems); }),
-            "installer-tool: warning: f: odd\ninstaller-tool: f: K: bad; mend it\n");
+            "installer-tool: warning: [odd-thing] f: odd\ninstaller-tool: f: K: bad; mend it\n");
 }
 
 TEST(Complaint, TellsTheFirstOfVeryManyAndCountsTheRest) {

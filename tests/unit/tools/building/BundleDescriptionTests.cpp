@@ -106,6 +106,15 @@ TEST_F(BundleDescription, RefusesProductsThatAreEmptyOrNoFolderNames) {
   EXPECT_TRUE(refuses("D.plist", "Components[0].Products[1]", "in case only"));
 }
 
+TEST_F(BundleDescription, SilencesWarningsThatThereAreOnly) {
+  describe("SilencedWarnings", array({"unlisted-services", "secrets-in-receipts"}));
+  EXPECT_TRUE(build());
+  describe("SilencedWarnings", array({"unlisted-services", "secrets"}));
+  EXPECT_TRUE(refuses("D.plist", "SilencedWarnings[1]", "no warning has this name"));
+  describe("SilencedWarnings", "secrets-in-receipts");
+  EXPECT_TRUE(refuses("D.plist", "SilencedWarnings", "wrong kind"));
+}
+
 PropertyList tool(const std::string& product, const std::string& bundlePath = "/x/T.app") {
   return PropertyList::dictionary({{"BundlePath", bundlePath}, {"ExternalProduct", "E"}, {"Product", product}});
 }

@@ -41,7 +41,12 @@ TEST_F(BundleMaterial, WarnsOfFilesWithSecretsThatReceiptsKeepForAllToRead) {
   ASSERT_TRUE(build());
   ASSERT_EQ(problems_.warnings().size(), 1U);
   EXPECT_EQ(problems_.warnings()[0].file, staged("opt/secret"));
+  EXPECT_EQ(problems_.warnings()[0].name, "secrets-in-receipts");
   EXPECT_NE(problems_.warnings()[0].what.find("not everybody may read /opt/secret,"), std::string::npos);
+  describe("SilencedWarnings", array({"secrets-in-receipts"}));
+  ASSERT_TRUE(build(true));
+  EXPECT_TRUE(problems_.warnings().empty());
+  describe("SilencedWarnings", {});
   describe("Options", dictionary({{"ReceiptHasPayloadContents", false}}));
   ASSERT_TRUE(build(true));
   EXPECT_TRUE(problems_.warnings().empty());

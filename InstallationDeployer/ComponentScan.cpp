@@ -25,22 +25,8 @@ namespace files = foundation::files;
 
 namespace {
 
-using EntryFields = std::vector<std::pair<std::string, PropertyList>>;
-
 // "/", "Library", the folder, the file's name: what lies deeper is no service.
 constexpr std::size_t kComponentsOfServicePath = 4;
-
-EntryFields entryFor(const std::string& installPath, const ItemStatus& attributes, bool isDirectory) {
-  EntryFields fields;
-  fields.reserve(8);
-  fields.emplace_back(kFileOwnerAccountID, std::int64_t{attributes.owner});
-  fields.emplace_back(kFileGroupOwnerAccountID, std::int64_t{attributes.group});
-  fields.emplace_back(kFilePosixPermissions, std::int64_t{attributes.permissions});
-  fields.emplace_back(kManifestIsDirectory, isDirectory);
-  fields.emplace_back(kManifestIsSymbolicLink, attributes.isSymbolicLink());
-  fields.emplace_back(kManifestFilePath, installPath);
-  return fields;
-}
 
 std::unordered_set<std::string> setOf(const PropertyList& list) {
   std::vector<std::string> texts = list.strings();
@@ -83,6 +69,20 @@ bool ComponentScan::scan(const std::string& directory) {
     mergeAuthoringPlist();
   }
   return true;
+}
+
+ComponentScan::EntryFields ComponentScan::entryFor(const std::string& installPath, const ItemStatus& attributes,
+                                                   bool isDirectory) const {
+  const bool isRoots = options_.recordsRootAsOwner;
+  EntryFields fields;
+  fields.reserve(8);
+  fields.emplace_back(kFileOwnerAccountID, std::int64_t{isRoots ? 0 : attributes.owner});
+  fields.emplace_back(kFileGroupOwnerAccountID, std::int64_t{isRoots ? 0 : attributes.group});
+  fields.emplace_back(kFilePosixPermissions, std::int64_t{attributes.permissions});
+  fields.emplace_back(kManifestIsDirectory, isDirectory);
+  fields.emplace_back(kManifestIsSymbolicLink, attributes.isSymbolicLink());
+  fields.emplace_back(kManifestFilePath, installPath);
+  return fields;
 }
 
 void ComponentScan::addDirectory(const std::string& directory, const ItemStatus& attributes) {

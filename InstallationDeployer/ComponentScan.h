@@ -6,6 +6,7 @@
 #include <string_view>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "InstallationDeployer/ManifestCache.h"
 #include "InstallationDeployer/MutableComponentManifest.h"
@@ -26,6 +27,7 @@ class ComponentScan {
     std::string rootPrefix;                ///< where the tree will lie once installed
     std::optional<std::string> plistPath;  ///< a plist with what a scan cannot know
     ChecksumBlock checksumBlock;           ///< null: the digest of what the file holds, of nothing if it cannot be read
+    bool recordsRootAsOwner = false;       ///< owner and group 0 for everything scanned, whoever it belongs to
   };
 
   /// @param manifest what the scan adds to; it outlives the scan.
@@ -41,6 +43,7 @@ class ComponentScan {
 
  private:
   using PropertyList = foundation::PropertyList;
+  using EntryFields = std::vector<std::pair<std::string, PropertyList>>;
   using Labels = std::unordered_set<std::string>;
 
   /// Launch daemons and launch agents are treated alike and differ in this.
@@ -60,6 +63,8 @@ class ComponentScan {
     Labels modifiableFiles;
   };
 
+  [[nodiscard]] EntryFields entryFor(const std::string& installPath, const foundation::ItemStatus& attributes,
+                                     bool isDirectory) const;
   void addDirectory(const std::string& directory, const foundation::ItemStatus& attributes);
   [[nodiscard]] bool scanItem(const std::string& path);
   [[nodiscard]] bool addItem(const std::string& path, const foundation::ItemStatus& attributes);

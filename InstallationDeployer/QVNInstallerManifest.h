@@ -104,6 +104,8 @@ class QVNInstallerManifest {
   /// Replaces how a scan turns a file's content into its checksum, for whoever wants the content too. Nothing restores
   /// the reading and hashing of the whole file, where a file that cannot be read counts as empty.
   void setChecksumBlock(ChecksumBlock block) { checksumBlock_ = std::move(block); }
+  /// Has scans record owner and group 0 for whatever they find, for those who cannot give files to root.
+  void setRecordsRootAsOwner(bool records) { recordsRootAsOwner_ = records; }
   /// Walks a tree below a root without following links; calls the block for every folder and regular item.
   /// @param excludedPath relative paths that begin with it are not descended into; nothing or empty excludes nothing.
   bool walkDirectory(const std::string& root, const std::string& currentPath,
@@ -142,6 +144,7 @@ class QVNInstallerManifest {
   std::string installerPath_;
   PropertyList manifestIndex_;
   ChecksumBlock checksumBlock_;
+  bool recordsRootAsOwner_ = false;
   ManifestCache componentManifests_;  // and the authoring plists of scans
   std::set<std::string, std::less<>> knownAsMissing_;
   std::int32_t installerState_ = 0;

@@ -108,7 +108,8 @@ bool QVNInstallerManifest::populateComponentManifest(MutableComponentManifest& m
                                                      const std::string& fromDirectory, const std::string& rootDirectory,
                                                      const std::string& rootPrefix,
                                                      const std::optional<std::string>& withPlistPath) {
-  ComponentScan scan({rootDirectory, rootPrefix, withPlistPath, checksumBlock_}, manifest, componentManifests_);
+  ComponentScan scan({rootDirectory, rootPrefix, withPlistPath, checksumBlock_, recordsRootAsOwner_}, manifest,
+                     componentManifests_);
   const bool scanned = scan.scan(fromDirectory);
   if (scan.failed()) {
     installerState_ = QVNInstallerStateFailed;

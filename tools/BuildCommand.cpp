@@ -1,5 +1,7 @@
 #include "tools/BuildCommand.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "general/logging/SystemLog.h"
@@ -28,7 +30,9 @@ int BuildCommand::run() const {
   if (problems.none()) {
     // Log lines would run into the bar.
     ProgressBar progress(quiet || verbose ? ProgressBar::Output{} : terminalOutput(), terminalColumns());
-    built = BundleBuilder(bundle, {output, defaultEngine, defaultFrontEnd, force}, problems, progress).build();
+    built = BundleBuilder(bundle, {output, defaultEngine, defaultFrontEnd, force, rootOwnerGroup, geteuid()}, problems,
+                          progress)
+                .build();
   }
   complainOf(problems);
   if (!built && Interruption::requested()) {

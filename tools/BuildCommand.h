@@ -11,6 +11,7 @@ struct BuildCommand {
   std::string defaultEngine;    ///< lies beside the tool
   std::string defaultFrontEnd;  ///< lies beside the tool
   bool force = false;           ///< replace a bundle that is there
+  bool rootOwnerGroup = false;  ///< record owner and group 0 for whatever is staged
   bool quiet = false;           ///< print nothing but what is wrong
   bool verbose = false;         ///< print every log line
 

@@ -26,6 +26,7 @@ void describeBuild(CLI::App& app, BuildCommand& command) {
   app.add_option("DESCRIPTION", command.description, "Property list that describes the bundle")->required();
   app.add_option("-o,--output", command.output, "Existing folder in which Installer.app is made")->required();
   app.add_flag("-f,--force", command.force, "Replace an Installer.app that is there");
+  app.add_flag("--root-owner-group", command.rootOwnerGroup, "Record root as owner and group of everything staged");
   CLI::Option* const quiet = app.add_flag("-q,--quiet", command.quiet, "Print nothing but what is wrong");
   app.add_flag("-v,--verbose", command.verbose, "Print every log line of the work")->excludes(quiet);
   app.footer(

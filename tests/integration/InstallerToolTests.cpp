@@ -33,7 +33,9 @@ class InstallerTool : public ::testing::Test, protected tests::PropertyLists {
     folder_.write("FrontEnd", "#!/bin/sh\n");
     fs::permissions(folder_.path("FrontEnd"), fs::perms(0755));
     folder_.makeDirectory("out");
-    describe(dictionary({{"FrontEnd", "FrontEnd"}, {"Components", components()}}));
+    describe(dictionary({{"FrontEnd", "FrontEnd"},
+                         {"Components", components()},
+                         {"SilencedWarnings", PropertyList(std::vector<std::string>{"builder-owns-everything"})}}));
   }
 
   static PropertyList components() {
@@ -194,6 +196,41 @@ TEST_F(InstallerTool, HelpsWithAnExampleForEachVerb) {
     EXPECT_EQ(verbHelp.exitCode, 0);
     EXPECT_NE(verbHelp.standardOutput.find(std::string("installer-tool ") + verb + " "), std::string::npos);
   }
+}
+
+TEST_F(InstallerTool, TellsAnOrdinaryUserWhoseEverythingWillBeAndRecordsRootWhenAsked) {
+  constexpr uid_t kSomebody = 501;
+  std::vector<std::string> asSomebody;
+  if (geteuid() == 0) {
+    asSomebody = {"/usr/bin/setpriv", "--reuid=501", "--regid=501", "--clear-groups"};
+    ASSERT_EQ(lchown(folder_.path().c_str(), kSomebody, kSomebody), 0);
+    for (const auto& item : fs::recursive_directory_iterator(folder_.path())) {
+      ASSERT_EQ(lchown(item.path().c_str(), kSomebody, kSomebody), 0);
+    }
+  }
+  const auto runAsSomebody = [&asSomebody](const std::vector<std::string>& arguments) {
+    std::vector<std::string> command = asSomebody;
+    command.emplace_back(CORVANE_INSTALLER_TOOL);
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return support::runOnHost(command);
+  };
+  if (runAsSomebody({"--version"}).exitCode != 0) {
+    GTEST_SKIP() << "an ordinary user may not start " << CORVANE_INSTALLER_TOOL;
+  }
+  describe(dictionary({{"FrontEnd", "FrontEnd"}, {"Components", components()}}));
+  const Outcome warned = runAsSomebody({"build", folder_.path("D.plist"), "-o", folder_.path("out")});
+  const Outcome silent =
+      runAsSomebody({"build", folder_.path("D.plist"), "-o", folder_.path("out"), "--force", "--root-owner-group"});
+  EXPECT_EQ(warned.exitCode, 0);
+  EXPECT_TRUE(warned.standardError.starts_with("installer-tool: warning: [builder-owns-everything] " +
+                                               folder_.path("D.plist") + ": everything staged belongs to the user"))
+      << warned.standardError;
+  EXPECT_EQ(silent.exitCode, 0);
+  EXPECT_EQ(silent.standardError, "");
+  const Outcome shown = run({"show", bundle(), "--json"});
+  EXPECT_NE(shown.standardOutput.find("\"owner\": 0,"), std::string::npos) << shown.standardOutput;
+  EXPECT_EQ(shown.standardOutput.find("\"owner\": " + std::to_string(geteuid() == 0 ? kSomebody : geteuid())),
+            std::string::npos);
 }
 
 TEST_F(InstallerTool, PrintsTheLogWhenAskedTo) {

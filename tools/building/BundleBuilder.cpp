@@ -63,6 +63,7 @@ bool BundleBuilder::fill(const std::string& bundle) {
   }
   PayloadStore payload(paths::append(bundle, deployer::kQVNPayloadRootPath), problems_, progress_);
   QVNInstallerManifest manifests(bundle);
+  manifests.setRecordsRootAsOwner(material_.rootOwnerGroup);
   manifests.setChecksumBlock([&payload](const std::string& path) { return payload.store(path); });
   try {
     if (!registerComponents(manifests, payload) || !registerTools(manifests) || !mergeOptions(manifests)) {

@@ -26,13 +26,14 @@ class DescriptionReader {
 
   BundleDescription read() {
     top_.allowOnly({kDescriptionComponents, kDescriptionFrontEnd, kDescriptionEngine, kDescriptionExternalTools,
-                    kDescriptionOptions, kDescriptionSilencedWarnings});
+                    kDescriptionOptions, kDescriptionRootOwnerGroup, kDescriptionSilencedWarnings});
     description_.file = top_.file();
     description_.frontEnd = source(top_, kDescriptionFrontEnd, Need::Optional);
     description_.engine = source(top_, kDescriptionEngine, Need::Optional);
     readComponents();
     readExternalTools();
     readOptions();
+    description_.rootOwnerGroup = top_.boolean(kDescriptionRootOwnerGroup).value_or(false);
     readSilencedWarnings();
     return std::move(description_);
   }

@@ -38,6 +38,7 @@ struct BundleDescription {
   std::optional<std::string> optionsPlist;
   std::optional<std::string> frontEnd;
   std::optional<std::string> engine;
+  bool rootOwnerGroup = false;                ///< whatever is staged is recorded with owner and group 0
   std::vector<std::string> silencedWarnings;  ///< names of warnings that are not told
 };
 

@@ -54,6 +54,7 @@ class Examination {
   Examination(const BundleDescription& description, const BundleSettings& settings, Problems& problems)
       : description_(description), settings_(settings), problems_(problems) {
     material_.destination = foundation::paths::append(settings.output, deployer::kQVNInstallerApplicationName);
+    material_.rootOwnerGroup = settings.rootOwnerGroup || description.rootOwnerGroup;
     material_.engine = description.engine.value_or(settings.defaultEngine);
     material_.frontEnd = description.frontEnd.value_or(settings.defaultFrontEnd);
   }
@@ -102,10 +103,35 @@ class Examination {
       all.push_back({&component, itemsOf(component)});
     }
     findPathConflicts(all, problems_);
+    warnOfOwners(all);
     if (receiptsKeepThePayload()) {
       for (const ComponentItems& component : all) {
         warnOfSecrets(component.items);
       }
+    }
+  }
+
+  // What an ordinary user stages cannot belong to anybody else.
+  void warnOfOwners(const std::vector<ComponentItems>& components) {
+    bool isAnythingStaged = false;
+    for (const ComponentItems& component : components) {
+      for (const InstallItem& item : component.items) {
+        if (item.isHandWritten()) {
+          continue;
+        }
+        isAnythingStaged = true;
+        if (item.attributes.owner != settings_.builder) {
+          return;
+        }
+      }
+    }
+    if (isAnythingStaged && settings_.builder != 0) {
+      problems_.warning(
+          kWarnBuilderOwnsEverything,
+          {description_.file, "",
+           foundation::format("everything staged belongs to the user who builds (%u), and will where it is installed",
+                              settings_.builder),
+           "build with --root-owner-group, or set RootOwnerGroup to YES, if it is to belong to root"});
     }
   }
 
@@ -139,6 +165,11 @@ class Examination {
     }
     material_.files += staged.files * component.products.size();
     material_.bytes += staged.bytes * component.products.size();
+    if (material_.rootOwnerGroup) {
+      for (InstallItem& item : staged.items) {
+        item.attributes.owner = item.attributes.group = 0;
+      }
+    }
     if (component.authoringPlist) {
       AuthoringPlist byHand = examineAuthoringPlist(component, staged.items, problems_);
       std::ranges::move(byHand.items, std::back_inserter(staged.items));

@@ -16,15 +16,18 @@ struct BundleSettings {
   std::string defaultEngine;    ///< the engine where the description names none
   std::string defaultFrontEnd;  ///< the front end where the description names none
   bool force = false;           ///< replace a bundle that is there
+  bool rootOwnerGroup = false;  ///< record owner and group 0 for whatever is staged, as the description may say too
+  std::uint32_t builder = 0;    ///< user who builds
 };
 
 /// What a bundle will be made of, as it was found before any of it was read.
 struct BundleMaterial {
-  std::string destination;  ///< where the bundle will lie
-  std::string engine;       ///< an executable file
-  std::string frontEnd;     ///< an executable file
-  std::uint64_t files = 0;  ///< regular files that will be read, each once per product
-  std::uint64_t bytes = 0;  ///< in them
+  std::string destination;      ///< where the bundle will lie
+  std::string engine;           ///< an executable file
+  std::string frontEnd;         ///< an executable file
+  bool rootOwnerGroup = false;  ///< whatever is staged is recorded with owner and group 0
+  std::uint64_t files = 0;      ///< regular files that will be read, each once per product
+  std::uint64_t bytes = 0;      ///< in them
   std::vector<PayloadReference> references;
 };
 

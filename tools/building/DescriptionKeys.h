@@ -11,6 +11,7 @@ inline constexpr std::string_view kDescriptionExternalTools = "ExternalTools";
 inline constexpr std::string_view kDescriptionOptions = "Options";
 inline constexpr std::string_view kDescriptionFrontEnd = "FrontEnd";
 inline constexpr std::string_view kDescriptionEngine = "Engine";
+inline constexpr std::string_view kDescriptionRootOwnerGroup = "RootOwnerGroup";
 inline constexpr std::string_view kDescriptionSilencedWarnings = "SilencedWarnings";
 
 // A component.

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -80,10 +81,10 @@ class PackagerFixture : public ::testing::Test, protected PropertyLists {
       return false;
     }
     bundletool::ProgressBar progress({}, 80);
-    return bundletool::BundleBuilder(description, {path("out"), path("DefaultEngine"), path("DefaultFrontEnd"), force},
-                                     problems_, progress)
-        .build()
-        .has_value();
+    bundletool::BundleSettings settings{path("out"), path("DefaultEngine"), path("DefaultFrontEnd"), force};
+    settings.rootOwnerGroup = rootOwnerGroup_;
+    settings.builder = builder_;
+    return bundletool::BundleBuilder(description, settings, problems_, progress).build().has_value();
   }
   /// Whether the build is refused for a key of a file with words that hold this part, and left nothing behind.
   testing::AssertionResult refuses(const std::string& file, const std::string& key, std::string_view part) {
@@ -104,6 +105,13 @@ class PackagerFixture : public ::testing::Test, protected PropertyLists {
     }
     return testing::AssertionFailure() << "not among the problems:\n" << all;
   }
+  /// The kept warnings of a name; each test is about one kind, whatever else is odd where it runs.
+  [[nodiscard]] std::vector<bundletool::Problem> warnings(std::string_view name) const {
+    std::vector<bundletool::Problem> found;
+    std::ranges::copy_if(problems_.warnings(), std::back_inserter(found),
+                         [name](const bundletool::Problem& problem) { return problem.name == name; });
+    return found;
+  }
   /// Every item below a folder with its mode, and the content of files.
   [[nodiscard]] std::map<std::string, std::string> contents(const std::string& below) const {
     std::map<std::string, std::string> found;
@@ -121,6 +129,8 @@ class PackagerFixture : public ::testing::Test, protected PropertyLists {
   }
 
   TemporaryDirectory folder_;
+  bool rootOwnerGroup_ = false;
+  std::uint32_t builder_ = 0;
   bundletool::Problems problems_;
   PropertyList description_ =
       dictionary({{"FrontEnd", "FrontEnd"}, {"Engine", "Engine"}, {"Components", array({component()})}});

@@ -1,6 +1,11 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdint>
+#include <utility>
+#include <vector>
 
 #include "InstallationDeployer/QVNInstallerManifest.h"
 #include "tests/unit/tools/PackagerFixture.h"
@@ -69,6 +74,40 @@ TEST_F(BundleBuilder, RecordsTheSamePathsHoweverTheStagedFolderIsWritten) {
     ASSERT_EQ(core["ListOfFiles"].count(), 1U) << folder;
     EXPECT_EQ(core["ListOfFiles"].at(0)["Path"].text(), "/opt/file") << folder;
   }
+}
+
+TEST_F(BundleBuilder, RecordsRootAsOwnerOfEverythingStagedWhenAsked) {
+  constexpr uid_t kSomebody = 501;
+  stage("opt/folder/file", "abc");
+  fs::create_symlink("file", staged("opt/link"));
+  for (const char* const item : {"opt/file", "opt/link", "opt/folder", "opt/folder/file"}) {
+    ASSERT_TRUE(geteuid() != 0 || lchown(staged(item).c_str(), kSomebody, kSomebody) == 0);
+  }
+  useFileEntry({{"Path", "/opt/made"}, {"IsDirectory", true}, {"NSFileOwnerAccountID", 7}});
+  const auto owners = [this] {
+    std::vector<std::pair<std::int64_t, std::int64_t>> found;
+    const PropertyList core = QVNInstallerManifest(bundle()).getManifestForComponent("Core");
+    for (const PropertyList& entry : core["ListOfFiles"].elements()) {
+      if (entry["Path"].text() != "/opt/made") {
+        found.emplace_back(entry["NSFileOwnerAccountID"].integer().value_or(-1),
+                           entry["NSFileGroupOwnerAccountID"].integer().value_or(-1));
+      } else {
+        EXPECT_EQ(entry["NSFileOwnerAccountID"].integer(), 7) << "what is given by hand stays as it is";
+      }
+    }
+    return found;
+  };
+  ASSERT_TRUE(build());
+  EXPECT_EQ(owners().size(), 4U);
+  EXPECT_EQ(std::ranges::count(owners(), 0, &std::pair<std::int64_t, std::int64_t>::first), 0);
+  const std::vector<std::pair<std::int64_t, std::int64_t>> roots(4, {0, 0});
+  rootOwnerGroup_ = true;
+  ASSERT_TRUE(build(true));
+  EXPECT_EQ(owners(), roots);
+  rootOwnerGroup_ = false;
+  describe("RootOwnerGroup", true);
+  ASSERT_TRUE(build(true));
+  EXPECT_EQ(owners(), roots);
 }
 
 TEST_F(BundleBuilder, StoresEachContentOncePerComponentUnderItsChecksum) {

@@ -1,3 +1,9 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <string>
+
 #include "tests/unit/tools/PackagerFixture.h"
 
 namespace {
@@ -50,6 +56,39 @@ TEST_F(BundleMaterial, WarnsOfFilesWithSecretsThatReceiptsKeepForAllToRead) {
   describe("Options", dictionary({{"ReceiptHasPayloadContents", false}}));
   ASSERT_TRUE(build(true));
   EXPECT_TRUE(problems_.warnings().empty());
+}
+
+std::uint32_t ownerOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(lstat(path.c_str(), &status), 0);
+  return status.st_uid;
+}
+
+TEST_F(BundleMaterial, WarnsWhenEverythingBelongsToABuilderWhoIsNotRoot) {
+  constexpr uid_t kSomebody = 501;
+  for (const char* const item : {"opt/file", ""}) {
+    ASSERT_TRUE(geteuid() != 0 || lchown(staged(item).c_str(), kSomebody, kSomebody) == 0);
+  }
+  builder_ = ownerOf(staged("opt/file"));
+  ASSERT_NE(builder_, 0U);
+  ASSERT_TRUE(build());
+  ASSERT_EQ(warnings("builder-owns-everything").size(), 1U);
+  EXPECT_EQ(warnings("builder-owns-everything")[0].file, path("D.plist"));
+  EXPECT_NE(warnings("builder-owns-everything")[0].advice.find("--root-owner-group"), std::string::npos);
+  rootOwnerGroup_ = true;
+  ASSERT_TRUE(build(true));
+  EXPECT_TRUE(warnings("builder-owns-everything").empty());
+  rootOwnerGroup_ = false;
+  describe("RootOwnerGroup", true);
+  ASSERT_TRUE(build(true));
+  EXPECT_TRUE(warnings("builder-owns-everything").empty());
+  describe("RootOwnerGroup", false);
+  builder_ += 1;
+  ASSERT_TRUE(build(true));
+  EXPECT_TRUE(warnings("builder-owns-everything").empty()) << "somebody else's";
+  builder_ = 0;
+  ASSERT_TRUE(build(true));
+  EXPECT_TRUE(warnings("builder-owns-everything").empty()) << "root may mean it";
 }
 
 TEST_F(BundleMaterial, NeedsAnOutputThatIsThereAndNotTaken) {

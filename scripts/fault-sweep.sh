@@ -4,6 +4,10 @@
 #
 #   scripts/fault-sweep.sh [--flows A,B] [--calls A,B] [--jobs N] [--minutes M] [--sample I/K] [--output FILE]
 #   scripts/fault-sweep.sh --one "upgrade engine rename 7 EIO"
+#   scripts/fault-sweep.sh --calls allocation
+#
+# The last lets allocations of memory fail in place of calls. Where one was asked for is shown as offsets into the
+# program, for addr2line.
 #
 # Prints a table: for each flow how many faults there were, and after how many of them something was wrong. What was
 # wrong after which fault stands in the file, one line each, beginning with the text that --one takes to repeat it. All

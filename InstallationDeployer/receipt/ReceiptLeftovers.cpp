@@ -1,5 +1,7 @@
 #include "InstallationDeployer/receipt/ReceiptLeftovers.h"
 
+#include <new>
+
 #include "InstallationDeployer/BundleLayout.h"
 #include "general/foundation/Paths.h"
 #include "general/foundation/files/FileManager.h"
@@ -12,6 +14,18 @@ using foundation::Result;
 using foundation::Status;
 namespace files = foundation::files;
 namespace paths = foundation::paths;
+
+namespace {
+
+constexpr const char* kLeft = "What is left of the receipt lies at %@. %@";
+
+Status flushAndRemove(const std::string& aside) {
+  // On the disk it is put aside before the first of it goes: a power cut must not show a part of it in its place.
+  Status flushed = files::flushItem(paths::deleteLastComponent(aside));
+  return flushed ? files::removeItemIfPresent(aside) : flushed;
+}
+
+}  // namespace
 
 void sweepReceiptLeftovers(const QVNInstallConfiguration& configuration) {
   foundation::temporary_names::sweepWithContent(std::string(kQVNInstallerReceiptPath));
@@ -42,15 +56,17 @@ Result<bool> isSameItem(const std::string& one, const std::string& other) {
 }
 
 Status removePutAsideReceipt(const std::string& aside) {
-  // On the disk it is put aside before the first of it goes: a power cut must not show a part of it in its place.
-  Status removed = files::flushItem(paths::deleteLastComponent(aside));
-  if (removed) {
-    removed = files::removeItemIfPresent(aside);
+  try {
+    Status removed = flushAndRemove(aside);
+    if (!removed) {
+      logging::error(kLeft, aside, removed.error());
+    }
+    return removed;
+  } catch (const std::bad_alloc& noMemory) {
+    // Who removes the last product has no later run that would find it.
+    logging::error(kLeft, aside, noMemory.what());
+    throw;
   }
-  if (!removed) {
-    logging::error("What is left of the receipt lies at %@. %@", aside, removed.error());
-  }
-  return removed;
 }
 
 }  // namespace deployer

@@ -46,6 +46,12 @@ class FaultyRunTest : public ::testing::Test {
   static Fault openFails(unsigned long number, EngineRole role = EngineRole::Engine) {
     return {{SYS_openat}, role, number, EIO};
   }
+  static Fault allocation(unsigned long number = Fault::kNever, EngineRole role = EngineRole::Engine) {
+    return {{}, role, number, ENOMEM, true};
+  }
+  FaultOutcome allocationFails(unsigned long number, EngineRole role) {
+    return run({kCat, "/one"}, allocation(number, role));
+  }
   FaultOutcome run(const std::vector<std::string>& arguments, const Fault& fault,
                    const support::RunOptions& options = {}) {
     return FaultyRun(root(), arguments, fault, options).finish();
@@ -55,6 +61,38 @@ class FaultyRunTest : public ::testing::Test {
  private:
   std::unique_ptr<support::PrivateRoot> root_;
 };
+
+TEST_F(FaultyRunTest, OneAllocationFailsAndIsNamed) {
+  if (!root().hasProcesses()) {
+    GTEST_SKIP() << root().whyNoMounts();
+  }
+  const FaultOutcome undisturbed = allocationFails(Fault::kNever, EngineRole::Engine);
+  EXPECT_FALSE(undisturbed.reached);
+  EXPECT_EQ(undisturbed.outcome.standardOutput, "one;");
+  ASSERT_GT(undisturbed.allocationsSeen[0], 0U);
+
+  std::size_t failed = 0;
+  for (unsigned long number = 1; number <= undisturbed.allocationsSeen[0]; ++number) {
+    const FaultOutcome outcome = allocationFails(number, EngineRole::Engine);
+    EXPECT_TRUE(outcome.reached) << number;
+    EXPECT_NE(outcome.call.find("bytes, asked for at 0x"), std::string::npos) << outcome.call;
+    failed += outcome.outcome.succeeded() ? 0 : 1;
+  }
+  EXPECT_GT(failed, 0U);
+}
+
+TEST_F(FaultyRunTest, AllocationsAreCountedForTheEngineThatMakesThem) {
+  if (!root().hasProcesses()) {
+    GTEST_SKIP() << root().whyNoMounts();
+  }
+  const FaultOutcome outcome = run({kShell, "-c", std::string(kOtherCat) + " /one; /bin/cat /two"}, allocation());
+  EXPECT_EQ(outcome.outcome.standardOutput, "one;two;");
+  const auto [engine, receipt, nested] = outcome.allocationsSeen;
+  EXPECT_GT(engine, 0U);
+  EXPECT_EQ(receipt, 0U);
+  // The other program of that name allocates what it does alone, the one of another name is not counted.
+  EXPECT_EQ(nested, allocationFails(Fault::kNever, EngineRole::Engine).allocationsSeen[0]);
+}
 
 TEST_F(FaultyRunTest, OneCallAnswersTheErrorAndTheOthersWhatTheyAlwaysDo) {
   const FaultOutcome outcome = run({kCat, "/one", "/two", "/three"}, openFails(2));

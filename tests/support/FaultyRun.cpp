@@ -15,10 +15,12 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstring>
+#include <iterator>
 #include <mutex>
 #include <set>
 #include <thread>
 
+#include "tests/support/AllocationCount.h"
 #include "tests/support/CallFilter.h"
 #include "tests/support/CalledProcess.h"
 
@@ -29,6 +31,9 @@ namespace {
 constexpr std::chrono::seconds kAfterTheEnd{5};
 
 std::vector<long> withExecve(std::vector<long> calls) {
+  if (calls.empty()) {
+    calls.push_back(SYS_openat);  // who asks belongs to the run
+  }
   // A process that runs another program begins anew: its loader is at another place.
   if (std::ranges::find(calls, SYS_execve) == calls.end()) {
     calls.push_back(SYS_execve);
@@ -126,7 +131,7 @@ class FaultyRun::Supervisor {
     }
     const EngineRole role = caller.roleIn(engine_);
     ++seen_[asked.data.nr][static_cast<std::size_t>(role)];
-    if (reached_ || role != fault_.role || ++counted_ != fault_.number) {
+    if (fault_.isAllocation || reached_ || role != fault_.role || ++counted_ != fault_.number) {
       return false;
     }
     reached_ = true;
@@ -188,6 +193,10 @@ FaultyRun::FaultyRun(PrivateRoot& root, const std::vector<std::string>& argument
   const CallFilter filter(withExecve(fault.calls));
   RunOptions watched = options;
   watched.callFilter = &filter;
+  if (fault.isAllocation) {
+    allocations_ = std::make_unique<AllocationCount>(root, fault, arguments.front());
+    std::ranges::copy(AllocationCount::environment(), std::back_inserter(watched.environment));
+  }
   program_ = std::make_unique<RunningProgram>(root.directory(), arguments, watched);
   supervisor_ = std::make_unique<Supervisor>(fault, arguments.front(), filter.takeListener(program_->hostProcess()));
   program_->requireLaunch();
@@ -204,6 +213,9 @@ FaultOutcome FaultyRun::finish() {
   FaultOutcome result;
   result.outcome = program_->wait();
   supervisor_->awaitEnd(result);
+  if (allocations_) {
+    allocations_->tell(result);
+  }
   return result;
 }
 

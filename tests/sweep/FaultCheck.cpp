@@ -1,6 +1,7 @@
 #include "tests/sweep/FaultCheck.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <sstream>
 
@@ -96,6 +97,15 @@ bool namesAThing(const std::string& log) {
   });
 }
 
+/// Whether the run says that there was no memory, which belongs to no thing in particular.
+bool saysThatMemoryLacks(const std::string& log) {
+  // On a line of its own where there was none for the log either.
+  return log.find("std::bad_alloc") != std::string::npos ||
+         std::ranges::any_of(errorsIn(log), [](const std::string& error) {
+           return error.find("Cannot allocate memory") != std::string::npos;
+         });
+}
+
 /// The uppermost temporary item that a path belongs to; empty when it belongs to none.
 std::string temporaryOf(const std::string& path) {
   std::size_t slash = 0;
@@ -159,6 +169,22 @@ std::vector<FaultPoint> FaultCheck::points() {
   return points;
 }
 
+std::vector<FaultPoint> FaultCheck::allocationPoints() {
+  Fault never;
+  never.isAllocation = true;
+  const FaultOutcome outcome = run(never);
+  if (!outcome.outcome.succeeded()) {
+    throw std::runtime_error("an undisturbed run fails: " + outcome.outcome.description());
+  }
+  std::vector<FaultPoint> points;
+  for (std::size_t role = 0; role < outcome.allocationsSeen.size(); ++role) {
+    for (unsigned long number = 1; number <= outcome.allocationsSeen[role]; ++number) {
+      points.push_back({flow_.name, FaultPoint::kAllocation, static_cast<EngineRole>(role), number, ENOMEM});
+    }
+  }
+  return points;
+}
+
 support::FaultOutcome FaultCheck::run(const Fault& fault) {
   store_.put(flow_.start);
   FaultyRun run(root_, flow_.command.arguments(), fault, limited(limit_));
@@ -192,20 +218,21 @@ std::optional<support::RunningProgram> FaultCheck::help(FaultyRun& run) {
 
 Verdict FaultCheck::check(const FaultPoint& point) {
   verdict_ = {};
-  const FaultOutcome outcome = run({kindNamed(point.kind).numbers, point.role, point.number, point.error});
+  const Fault fault = point.fault();
+  const FaultOutcome outcome = run(fault);
   verdict_.reached = outcome.reached;
   verdict_.call = outcome.call;
   verdict_.log = outcome.outcome.standardError;
   excused_ = servicesGivenUp(verdict_.log, flow_.start.services);
   excused_.merge(servicesGivenUp(verdict_.log, flow_.result.services));
   const Machine left = store_.take(flow_.start);
-  judgeEnd(outcome, left);
+  judgeEnd(fault, outcome, left);
   judgeTree(left);
   judgeWays(left);
   return std::move(verdict_);
 }
 
-void FaultCheck::judgeEnd(const FaultOutcome& outcome, const Machine& left) {
+void FaultCheck::judgeEnd(const Fault& fault, const FaultOutcome& outcome, const Machine& left) {
   const int code = outcome.outcome.exitCode;
   if (outcome.outcome.timedOut) {
     add(Wrong::WaitedForEver, "did not end; " + lastWords(outcome.outcome.standardError));
@@ -221,7 +248,8 @@ void FaultCheck::judgeEnd(const FaultOutcome& outcome, const Machine& left) {
     }
   } else if (code != 1 && code != 3 && code != 4) {
     add(Wrong::Aborted, outcome.outcome.description().substr(0, 12) + "; " + lastWords(outcome.outcome.standardError));
-  } else if (!namesAThing(outcome.outcome.standardError)) {
+  } else if (!namesAThing(outcome.outcome.standardError) &&
+             !(fault.isAllocation && saysThatMemoryLacks(outcome.outcome.standardError))) {
     add(Wrong::Unnamed, "ended with " + std::to_string(code) + "; " + lastWords(outcome.outcome.standardError));
   }
 }

@@ -50,13 +50,15 @@ class FaultCheck {
 
   /// How many calls of each kind an undisturbed run makes: one point for each call and error.
   [[nodiscard]] std::vector<FaultPoint> points();
+  /// The same for allocations of memory. How many there are differs by some from run to run, for threads take turns.
+  [[nodiscard]] std::vector<FaultPoint> allocationPoints();
   [[nodiscard]] Verdict check(const FaultPoint& point);
 
  private:
   support::FaultOutcome run(const support::Fault& fault);
   void watch(support::FaultyRun& run);
   std::optional<support::RunningProgram> help(support::FaultyRun& run);
-  void judgeEnd(const support::FaultOutcome& outcome, const Machine& left);
+  void judgeEnd(const support::Fault& fault, const support::FaultOutcome& outcome, const Machine& left);
   void judgeTree(const Machine& left);
   [[nodiscard]] bool isOfAVersion(const std::string& path, const Item& item) const;
   void judgeWays(const Machine& left);

@@ -62,6 +62,14 @@ std::optional<FaultPoint> FaultPoint::fromText(const std::string& text) {
   return point;
 }
 
+support::Fault FaultPoint::fault() const {
+  support::Fault made{{}, role, number, error, kind == kAllocation};
+  if (!made.isAllocation) {
+    made.calls = kindNamed(kind).numbers;
+  }
+  return made;
+}
+
 void mix(std::vector<FaultPoint>& points) {
   std::map<std::pair<std::uint64_t, std::string>, FaultPoint> mixed;
   for (const FaultPoint& point : points) {

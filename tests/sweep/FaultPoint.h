@@ -9,8 +9,10 @@
 
 namespace sweep {
 
-/// One failing call of one flow.
+/// One failing call of one flow, or one failing allocation of memory.
 struct FaultPoint {
+  static constexpr const char* kAllocation = "allocation";  ///< the kind that is none of calls; fails with ENOMEM
+
   std::string flow;
   std::string kind;
   support::EngineRole role = support::EngineRole::Engine;
@@ -20,6 +22,8 @@ struct FaultPoint {
   /// "upgrade engine rename 12 EIO", as the sweep takes it to repeat it.
   [[nodiscard]] std::string text() const;
   [[nodiscard]] static std::optional<FaultPoint> fromText(const std::string& text);
+  /// Throws std::invalid_argument when no kind of calls has the name.
+  [[nodiscard]] support::Fault fault() const;
 };
 
 /// Puts points into an order that has a bit of everything from its beginning on, the same every time.

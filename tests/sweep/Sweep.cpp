@@ -15,6 +15,7 @@
 #include <exception>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <new>
 #include <set>
@@ -41,7 +42,9 @@ constexpr int kCannot = 125;
 constexpr const char* kUsage =
     "usage: fault-sweep [options]\n"
     "  --flows A,B      only these: install upgrade downgrade repair removal cross-grade nested watched\n"
-    "  --calls A,B      only these kinds of calls: open read write rename and the like\n"
+    "  --calls A,B      only these kinds of calls: open read write rename and the like; allocation, no call and only "
+    "on\n"
+    "                   request, is memory\n"
     "  --jobs N         so many side by side (default: 1)\n"
     "  --minutes M      no new fault after so long\n"
     "  --sample I/K     the I-th (from 1) of every K, spread over all\n"
@@ -133,7 +136,9 @@ Settings settingsFrom(int count, char** values) {
     take(static_cast<char>(letter), optarg == nullptr ? "" : optarg, settings);
   }
   for (const std::string& kind : settings.calls) {
-    static_cast<void>(sweep::kindNamed(kind));
+    if (kind != FaultPoint::kAllocation) {
+      static_cast<void>(sweep::kindNamed(kind));
+    }
   }
   if (optind != count) {
     throw std::invalid_argument(std::string("not understood: ") + values[optind]);
@@ -146,6 +151,18 @@ struct Work {
   std::vector<FaultPoint> points;
 };
 
+void takePoints(FaultCheck check, const Settings& settings, std::vector<FaultPoint>& points) {
+  if (settings.calls.contains(FaultPoint::kAllocation)) {
+    std::ranges::copy(check.allocationPoints(), std::back_inserter(points));
+  }
+  if (settings.calls == std::set<std::string>{FaultPoint::kAllocation}) {
+    return;
+  }
+  std::ranges::copy_if(check.points(), std::back_inserter(points), [&](const FaultPoint& point) {
+    return settings.calls.empty() || settings.calls.contains(point.kind);
+  });
+}
+
 Work makeWork(const sweep::Products& products, const Settings& settings) {
   SweepRoot place(products, CORVANE_STATUS_WATCHER);
   const auto empty = sweep::MachineStore(place.root()).take({});
@@ -156,11 +173,7 @@ Work makeWork(const sweep::Products& products, const Settings& settings) {
     }
     sweep::MachineStore(place.root()).put(empty);
     const Flow& flow = work.flows.emplace(name, sweep::makeFlow(place.root(), name)).first->second;
-    for (const FaultPoint& point : FaultCheck(place.root(), flow).points()) {
-      if (settings.calls.empty() || settings.calls.contains(point.kind)) {
-        work.points.push_back(point);
-      }
-    }
+    takePoints(FaultCheck(place.root(), flow), settings, work.points);
   }
   if (work.points.empty()) {
     throw std::invalid_argument("nothing to do: no such flow or call");

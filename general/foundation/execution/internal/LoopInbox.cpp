@@ -58,15 +58,23 @@ void LoopInbox::serveOne() {
   }
 }
 
-void LoopInbox::end() {
-  std::deque<std::shared_ptr<Item>> dropped;
+void LoopInbox::end() noexcept {
+  // One by one, which needs no memory. What the work holds is given up without the lock.
+  while (const std::shared_ptr<Item> dropped = dropOne()) {
+  }
+}
+
+std::shared_ptr<LoopInbox::Item> LoopInbox::dropOne() {
   const MutexLock lock(mutex_);
   ended_ = true;
-  dropped.swap(items_);
-  for (const auto& item : dropped) {
-    item->state = State::Dropped;
+  if (items_.empty()) {
+    return nullptr;
   }
+  std::shared_ptr<Item> item = std::move(items_.front());
+  items_.pop_front();
+  item->state = State::Dropped;
   changed_.notifyAll();
+  return item;
 }
 
 bool LoopInbox::hasEnded() {

@@ -14,6 +14,7 @@
 
 #include "general/foundation/execution/Pipe.h"
 #include "general/foundation/execution/RunLoop.h"
+#include "tests/support/NoMemory.h"
 
 namespace {
 
@@ -40,6 +41,20 @@ void fill(const Pipe& pipe) { ASSERT_EQ(write(pipe.writeEnd.number(), "x", 1), 1
 void drain(const Pipe& pipe) {
   char byte = 0;
   ASSERT_EQ(read(pipe.readEnd.number(), &byte, 1), 1);
+}
+
+TEST(RunLoop, EndsWithoutMemory) {
+  auto loop = std::make_unique<RunLoop>();
+  auto held = std::make_shared<int>(1);
+  const std::weak_ptr<int> work = held;
+  loop->perform([held = std::move(held)] {}, false);
+  {
+    // Nobody could catch what is thrown where a thread ends.
+    const support::NoMemory noMemory(1);
+    loop.reset();
+    EXPECT_FALSE(support::NoMemory::wasReached());
+  }
+  EXPECT_TRUE(work.expired());
 }
 
 TEST(RunLoop, ReturnsFalseAtOnceWithoutASourceOrWork) {

@@ -14,6 +14,7 @@
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/propertylist/TextFormat.h"
 #include "tools/building/DescriptionKeys.h"
+#include "tools/building/Lint.h"
 #include "tools/building/OptionsPlist.h"
 #include "tools/building/PathConflicts.h"
 #include "tools/building/StagedFolder.h"
@@ -103,6 +104,7 @@ class Examination {
       all.push_back({&component, itemsOf(component)});
     }
     findPathConflicts(all, problems_);
+    lint(all, problems_);
     warnOfOwners(all);
     if (receiptsKeepThePayload()) {
       for (const ComponentItems& component : all) {

@@ -8,10 +8,16 @@
 namespace bundletool {
 
 inline constexpr std::string_view kWarnBuilderOwnsEverything = "builder-owns-everything";
+inline constexpr std::string_view kWarnOwnReceipt = "own-receipt";
 inline constexpr std::string_view kWarnSecretsInReceipts = "secrets-in-receipts";
+inline constexpr std::string_view kWarnSetId = "set-id";
+inline constexpr std::string_view kWarnSystemFolders = "system-folders";
 inline constexpr std::string_view kWarnUnlistedServices = "unlisted-services";
+inline constexpr std::string_view kWarnWritableByAll = "writable-by-all";
 
-inline constexpr std::array kWarningNames{kWarnBuilderOwnsEverything, kWarnSecretsInReceipts, kWarnUnlistedServices};
+inline constexpr std::array kWarningNames{
+    kWarnBuilderOwnsEverything, kWarnOwnReceipt,       kWarnSecretsInReceipts, kWarnSetId,
+    kWarnSystemFolders,         kWarnUnlistedServices, kWarnWritableByAll};
 
 [[nodiscard]] constexpr bool isWarningName(std::string_view name) {
   return std::ranges::find(kWarningNames, name) != kWarningNames.end();

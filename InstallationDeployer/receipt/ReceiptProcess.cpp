@@ -5,6 +5,7 @@
 #include "InstallationDeployer/EngineOptions.h"
 #include "general/foundation/execution/RunLoop.h"
 #include "general/foundation/execution/TaskExitSource.h"
+#include "general/foundation/files/TrustedFolder.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
@@ -20,6 +21,13 @@ constexpr std::chrono::seconds kTimeToEnd(2);
 }  // namespace
 
 bool ReceiptProcess::start(const std::string& executable) {
+  if (const auto others = foundation::trusted_folder::firstOfSomebodyElse(executable)) {
+    logging::error(
+        "Failed to launch receipt  at %@. Others than root decide what lies at %@: look at it, and give it to "
+        "root or remove it.",
+        executable, *others);
+    return false;
+  }
   Task task(executable, {kReceiptOption});
   task.setEndsWithParent(true);
   try {

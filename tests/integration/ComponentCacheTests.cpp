@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -316,6 +317,30 @@ TEST_F(ComponentCache, ALinkOfAnotherUserIsNotReadForThatUser) {
   EXPECT_EQ(outcome.standardOutput, kFailure);
   EXPECT_TRUE(loggedBeginning(outcome, "Error", "QVNCacheComponentStrategy: Unable to copy file. "));
   EXPECT_FALSE(root().exists(kCache + "/Users/Shared/x/a.conf"));
+}
+
+TEST_F(ComponentCache, AFileThatItsOwnerKeepsExchangingNeverBecomesACopyOfWhatHeMustNotRead) {
+  constexpr int kAttempts = 30;
+  root().writeFile("/etc/secret", "secret", 0600);
+  root().makeDirectory("/Users/Shared/x", 0755, 501, 20);
+  support::RunOptions asOwner;
+  asOwner.user = 501;
+  asOwner.group = 20;
+  auto exchanging =
+      root().start({"/bin/sh", "-c",
+                    "cd /Users/Shared/x; echo begun; while :; do ln -s /etc/secret n; mv -f n a.conf; mkfifo n; "
+                    "mv -f n a.conf; echo mine >n; mv -f n a.conf; done"},
+                   asOwner);
+  ASSERT_TRUE(exchanging.waitForStandardOutput("begun"));
+  const std::string copy = kCache + "/Users/Shared/x/a.conf";
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const Outcome outcome = cache({settings("/Users/Shared/x/a.conf")});
+    EXPECT_TRUE(outcome.standardOutput == kSuccess || outcome.standardOutput == kFailure) << outcome.description();
+    EXPECT_TRUE(!root().exists(copy) || (item(copy).type == '-' && root().readFile(copy) == "mine\n"));
+  }
+  exchanging.kill(SIGKILL);
+  static_cast<void>(exchanging.wait());
+  EXPECT_EQ(root().readFile("/etc/secret"), "secret");
 }
 
 TEST_F(ComponentCache, ALinkOfRootGivesTheContentItLeadsTo) {

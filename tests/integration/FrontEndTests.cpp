@@ -322,6 +322,49 @@ TEST_F(FrontEnd, KeepsItsLogWithinItsSizeWhileARunWritesToIt) {
   EXPECT_EQ(root().shell(std::string("stat -c '%a %u' ") + kLog).standardOutput, "600 0\n");
 }
 
+TEST_F(FrontEnd, WritesItsLogNowhereElseWhenAnotherUserTookItsPlaceBefore) {
+  makeProduct();
+  for (const char* trap : {"ln -s /Users/Shared/mine", "ln -s /etc/hosts", "ln -s /etc/new", "ln /Users/Shared/mine",
+                           "cp /Users/Shared/mine", "mkfifo", "mkdir"}) {
+    makeRoot();
+    deliverBundle();
+    root().makeDirectory("/Users/Shared", 01777);
+    root().writeFile("/Users/Shared/mine", "mine", 0666, 501, 501);
+    root().makeDirectory("/var/log", 01777);
+    ASSERT_TRUE(root().shell(std::string(trap) + " " + kLog, asUser()).succeeded()) << trap;
+    const auto before = root().snapshot("/var/log");
+    const auto users = root().snapshot("/Users");
+    const auto settings = root().snapshot("/etc");
+    const Outcome outcome = runFrontEnd();
+    EXPECT_EQ(outcome.exitCode, 0) << trap << outcome.description();
+    EXPECT_EQ(root().readFile("/opt/guard/core"), "core");
+    EXPECT_EQ(support::difference(root().snapshot("/var/log"), before), "") << trap;
+    EXPECT_EQ(support::difference(root().snapshot("/Users"), users), "") << trap;
+    EXPECT_EQ(support::difference(root().snapshot("/etc"), settings), "") << trap;
+  }
+}
+
+TEST_F(FrontEnd, WritesItsLogNowhereElseWhenAnotherUserTakesItsPlaceMeanwhile) {
+  makeProductThatWaits();
+  root().makeDirectory("/var/log", 0777);
+  root().makeDirectory("/Users/Shared", 01777);
+  root().writeFile("/Users/Shared/mine", "mine", 0666, 501, 501);
+  auto frontEnd = startFrontEnd();
+  ASSERT_TRUE(frontEnd.waitForStandardOutput(kWaiting));
+  ASSERT_TRUE(root()
+                  .shell("mv " + std::string(kLog) + " /var/log/taken && ln -s /Users/Shared/mine " + kLog +
+                             "; ln -s /Users/Shared/mine " + kLog + ".1",
+                         asUser())
+                  .succeeded());
+  letGoOn();
+  EXPECT_EQ(frontEnd.wait().exitCode, 0);
+  EXPECT_TRUE(root().exists(kReceipt));
+  EXPECT_EQ(root().readFile("/Users/Shared/mine"), "mine");
+  // The file that was opened is still the log, and still root's alone.
+  EXPECT_NE(root().readFile("/var/log/taken").find("Installation complete"), std::string::npos);
+  EXPECT_EQ(root().shell("stat -c '%a %u' /var/log/taken").standardOutput, "600 0\n");
+}
+
 // --- signals ---
 
 TEST_F(FrontEnd, AsksTheEngineToCancelAtTheFirstInterrupt) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "general/foundation/Result.h"
@@ -19,6 +20,10 @@ namespace foundation::trusted_folder {
 [[nodiscard]] bool isRootsAlone(std::uint32_t owner, std::uint32_t permissions);
 /// Whether there is a directory at the path that only root can change. A link there is none.
 [[nodiscard]] bool isRootsAlone(const std::string& path);
+/// The first item on the way to an absolute path, the path itself included, by which another user decides what lies
+/// there: it belongs to neither root nor this process's user, or everybody may write in it and it has no sticky bit.
+/// Nothing when there is none, and where the way ends early. Links are judged themselves, and what they lead to.
+[[nodiscard]] std::optional<std::string> firstOfSomebodyElse(const std::string& path);
 /// Gives a directory these attributes, by which others lose what they could do in it. What lies in it stays. A link,
 /// and what is no directory, is an error: nothing else can be given away by somebody who exchanges it meanwhile.
 [[nodiscard]] Status takeOver(const std::string& path, const FileAttributes& attributes);

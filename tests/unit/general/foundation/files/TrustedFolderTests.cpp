@@ -55,6 +55,33 @@ TEST_F(TrustedFolderOnDisk, IsTakenOverAsItIsAndNeverThroughALink) {
   EXPECT_EQ(access(path("folder/file").c_str(), F_OK), 0);
 }
 
+TEST_F(TrustedFolderOnDisk, OnTheWayToAFileIsNobodyElsesUntilSomebodyElseCanExchangeWhatLiesThere) {
+  box_.write("folder/below/file", "x");
+  const std::string file = path("folder/below/file");
+  EXPECT_EQ(trusted_folder::firstOfSomebodyElse(file), std::nullopt);
+  EXPECT_EQ(trusted_folder::firstOfSomebodyElse(path("missing/file")), std::nullopt);
+  ASSERT_EQ(chmod(path("folder").c_str(), 0777), 0);
+  EXPECT_EQ(trusted_folder::firstOfSomebodyElse(file), path("folder"));
+  ASSERT_EQ(symlink("folder", path("link").c_str()), 0);
+  EXPECT_EQ(trusted_folder::firstOfSomebodyElse(path("link/below/file")), path("folder"));
+  ASSERT_EQ(chmod(path("folder").c_str(), 01777), 0);
+  EXPECT_EQ(trusted_folder::firstOfSomebodyElse(file), std::nullopt);
+  ASSERT_EQ(chmod(file.c_str(), 0666), 0);
+  EXPECT_EQ(trusted_folder::firstOfSomebodyElse(file), file);
+}
+
+TEST_F(TrustedFolderOnDisk, OnTheWayToAFileIsSomebodyElsesWhenItWasGivenAway) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give folders away";
+  }
+  box_.write("folder/below/file", "x");
+  ASSERT_EQ(symlink("folder", path("link").c_str()), 0);
+  ASSERT_EQ(lchown(path("link").c_str(), kSomebody, kSomebody), 0);
+  EXPECT_EQ(trusted_folder::firstOfSomebodyElse(path("link/below/file")), path("link"));
+  ASSERT_EQ(chown(path("folder").c_str(), kSomebody, kSomebody), 0);
+  EXPECT_EQ(trusted_folder::firstOfSomebodyElse(path("folder/below/file")), path("folder"));
+}
+
 TEST_F(TrustedFolderOnDisk, IsRootsAloneUntilItIsOpenedToOthersOrGivenAway) {
   ASSERT_EQ(mkdir(path("folder").c_str(), 0700), 0);
   EXPECT_TRUE(trusted_folder::isRootsAlone(path("folder")));

@@ -66,11 +66,12 @@ Result<std::string> framed(const PropertyList& value) {
   if (document->size() > UINT32_MAX) {
     return damaged("It is too large.");
   }
-  std::string bytes;
+  std::string length;
   for (std::size_t index = kLengthBytes; index-- > 0;) {
-    bytes += static_cast<char>(document->size() >> (kBitsPerByte * index));
+    length += static_cast<char>(document->size() >> (kBitsPerByte * index));
   }
-  return bytes + *document;
+  document->insert(0, length);
+  return document;
 }
 
 /// Takes the next document from the bytes; nothing when it does not stand there whole.

@@ -2,6 +2,7 @@
 #include <bit>
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,8 @@ namespace foundation::plist {
 namespace {
 
 using binary::Kind;
+
+constexpr std::size_t kLargeData = 4096;
 
 void appendNumber(std::string& output, std::uint64_t value, std::size_t size) {
   for (std::size_t i = size; i > 0; --i) output.push_back(static_cast<char>(value >> (8 * (i - 1))));
@@ -44,6 +47,11 @@ void appendLength(std::string& output, Kind kind, std::size_t length) {
   if (isLong) appendUnsigned(output, length);
 }
 
+void appendData(std::string& output, std::span<const std::byte> data) {
+  appendLength(output, Kind::Data, data.size());
+  output.append(reinterpret_cast<const char*>(data.data()), data.size());
+}
+
 bool isAscii(std::string_view text) {
   return std::ranges::all_of(text, [](char character) { return static_cast<unsigned char>(character) < 0x80; });
 }
@@ -58,9 +66,10 @@ class BinaryWriter {
   }
 
  private:
-  // Either a scalar, encoded, or a container with its references.
+  // A scalar, encoded; large data, which are not copied before they are written; or a container with its references.
   struct Object {
     const std::string* scalar = nullptr;
+    std::span<const std::byte> data{};
     Kind containerKind = Kind::Array;
     std::size_t count = 0;
     std::vector<std::size_t> references;
@@ -73,6 +82,11 @@ class BinaryWriter {
 
   bool collect(const PropertyList& value, int depth, std::size_t& index) {
     if (value.isArray() || value.isDictionary()) return collectContainer(value, depth, index);
+    if (value.type() == PropertyList::Type::Data && value.bytes().size() >= kLargeData) {
+      index = objects_.size();
+      objects_.push_back({.data = value.bytes(), .references = {}});
+      return true;
+    }
     std::string encoded;
     if (!encodeScalar(value, encoded)) return false;
     index = scalarIndex(std::move(encoded));
@@ -129,8 +143,7 @@ class BinaryWriter {
         appendNumber(output, std::bit_cast<std::uint64_t>(*value.secondsSince2001()), 8);
         return true;
       case PropertyList::Type::Data:
-        appendLength(output, Kind::Data, value.bytes().size());
-        output.append(reinterpret_cast<const char*>(value.bytes().data()), value.bytes().size());
+        appendData(output, value.bytes());
         return true;
       case PropertyList::Type::String:
         return encodeText(value.text(), output);
@@ -163,7 +176,9 @@ class BinaryWriter {
   }
 
   std::string assemble() const {
-    std::string output(kBinaryMagic);
+    std::string output;
+    output.reserve(mostBytes());
+    output += kBinaryMagic;
     const std::size_t referenceSize = bytesFor(objects_.size() - 1);
     std::vector<std::size_t> offsets;
     offsets.reserve(objects_.size());
@@ -171,6 +186,10 @@ class BinaryWriter {
       offsets.push_back(output.size());
       if (object.scalar != nullptr) {
         output += *object.scalar;
+        continue;
+      }
+      if (!object.data.empty()) {
+        appendData(output, object.data);
         continue;
       }
       appendLength(output, object.containerKind, object.count);
@@ -181,6 +200,19 @@ class BinaryWriter {
     for (const std::size_t offset : offsets) appendNumber(output, offset, offsetSize);
     appendTrailer(output, offsetSize, referenceSize, table);
     return output;
+  }
+
+  // A little more than is written: a large document is not copied while it grows.
+  [[nodiscard]] std::size_t mostBytes() const {
+    constexpr std::size_t kNumber = 8;
+    constexpr std::size_t kMarkerLengthAndOffset = 3 * kNumber;
+    constexpr std::size_t kMagicAndTrailer = 64;
+    std::size_t bytes = kMagicAndTrailer;
+    for (const Object& object : objects_) {
+      const std::size_t scalar = object.scalar != nullptr ? object.scalar->size() : 0;
+      bytes += kMarkerLengthAndOffset + scalar + object.data.size() + object.references.size() * kNumber;
+    }
+    return bytes;
   }
 
   void appendTrailer(std::string& output, std::size_t offsetSize, std::size_t referenceSize, std::size_t table) const {

@@ -80,6 +80,20 @@ PropertyList sample() {
                                    {"long text with more than fifteen bytes", "again more than fifteen bytes"}});
 }
 
+TEST(PropertyListBinary, KeepsDataOfEverySizeTwiceOrOnce) {
+  for (const std::size_t size : {0U, 1U, 14U, 15U, 255U, 256U, 4095U, 4096U, 70000U}) {
+    const std::vector<std::byte> bytes(size, std::byte{7});
+    const auto data = PropertyList::data(bytes);
+    const PropertyList list(PropertyList::Array{data, "between", data});
+    for (const PropertyList& value : {list, data}) {
+      const std::string document = binary(value);
+      const auto parsed = parse(std::as_bytes(std::span(document)));
+      ASSERT_TRUE(parsed.ok()) << size;
+      EXPECT_EQ(*parsed, value) << size;
+    }
+  }
+}
+
 TEST(PropertyListBinary, ReadsEveryTypeAsOthersWriteThem) {
   EXPECT_EQ(read({bytes({0x09})}).boolean(), true);
   EXPECT_EQ(read({bytes({0x08})}).boolean(), false);

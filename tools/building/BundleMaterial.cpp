@@ -18,6 +18,7 @@
 #include "tools/building/OptionsPlist.h"
 #include "tools/building/PathConflicts.h"
 #include "tools/building/StagedFolder.h"
+#include "tools/building/UnkeptExtras.h"
 #include "tools/rules/WarningNames.h"
 
 namespace bundletool {
@@ -104,6 +105,7 @@ class Examination {
       all.push_back({&component, itemsOf(component)});
     }
     findPathConflicts(all, problems_);
+    warnOfUnkeptExtras(all, problems_);
     lint(all, problems_);
     warnOfOwners(all);
     if (receiptsKeepThePayload()) {

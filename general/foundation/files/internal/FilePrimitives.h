@@ -50,4 +50,8 @@ int flushFileSystem(const char* path);
 /// Puts one open file or folder on the disk, past the device's own cache.
 int flushFile(int file);
 
+/// The names of an item's extended attributes, each ended by a NUL, and how long they are together; with no room, only
+/// that. No link is followed.
+ssize_t listExtendedAttributes(const char* path, char* names, std::size_t size);
+
 }  // namespace foundation::file_primitives

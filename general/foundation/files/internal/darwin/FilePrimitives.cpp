@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/mount.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -95,5 +96,9 @@ int flushFileSystem(const char* path) {
 }
 
 int flushFile(int file) { return fcntl(file, F_FULLFSYNC) == -1 ? -1 : 0; }
+
+ssize_t listExtendedAttributes(const char* path, char* names, std::size_t size) {
+  return listxattr(path, names, size, XATTR_NOFOLLOW);
+}
 
 }  // namespace foundation::file_primitives

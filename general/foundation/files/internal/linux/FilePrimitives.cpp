@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -129,5 +130,9 @@ int flushFileSystem(const char* path) {
 }
 
 int flushFile(int file) { return fsync(file); }
+
+ssize_t listExtendedAttributes(const char* path, char* names, std::size_t size) {
+  return llistxattr(path, names, size);
+}
 
 }  // namespace foundation::file_primitives

@@ -17,6 +17,7 @@
 #include "general/foundation/files/FileManager.h"
 #include "general/foundation/files/GuardedRemoval.h"
 #include "general/foundation/files/TemporaryNames.h"
+#include "general/foundation/files/TrustedFolder.h"
 #include "general/logging/SystemLog.h"
 
 namespace deployer {
@@ -115,6 +116,9 @@ bool QVNWriteReceiptStrategy::makeStagingFolder(const std::string& bundlePath) {
 Status QVNWriteReceiptStrategy::clearStagingFolder(const std::string& bundlePath) {
   if (Status free = isFolderOrNothing(temporaryPath()); !free) {
     return free;
+  }
+  if (const auto others = foundation::trusted_folder::firstOfSomebodyElse(temporaryPath())) {
+    return foundation::fileError(EACCES, foundation::Access::Write, *others);
   }
   // A run that was killed may have left a part of another bundle here. A run that failed left a whole one, and when
   // that is what runs now, it is the only copy there is.

@@ -80,6 +80,27 @@ TEST_F(SecondAccountFiles, WhoMadeTheFolderOfReceiptsFirstHasNothingOfHisRunByRo
   }
 }
 
+TEST_F(SecondAccountFiles, NoReceiptIsWrittenWhereSomebodyElseCouldExchangeIt) {
+  const std::string outsideOfIt = "/Users/Shared/mine";
+  for (const std::string& trap : {std::string("mkdir \"$R\""), "ln -s " + outsideOfIt + " \"$R\"",
+                                  "mkdir \"$R\"; ln -s " + outsideOfIt + " \"$R/Guard\""}) {
+    beginWithSecrets();
+    root().makeDirectory("/Library/Application Support", 01777);
+    doAsUser("R='" + std::string(kReceipts) + "'; " + trap);
+    deliverBundle();
+    const Snapshot before = outside();
+    const Outcome refused = install();
+    EXPECT_EQ(refused.exitCode, 1) << refused.description();
+    EXPECT_TRUE(loggedBeginning(refused, "Error", "Error creating receipt directory, error: "))
+        << refused.description();
+    EXPECT_EQ(support::difference(outside(), before), "");
+    EXPECT_FALSE(root().exists(kReceipt));
+    ASSERT_TRUE(root().shell("rm -r '" + std::string(kReceipts) + "'").succeeded());
+    EXPECT_EQ(install().exitCode, 0);
+    EXPECT_TRUE(root().exists(kReceipt));
+  }
+}
+
 TEST_F(SecondAccountFiles, LinksInThePlaceOfStagingAreNotWrittenThrough) {
   for (const char* trap : {"ln -s /Users/Shared/mine", "ln -s /etc", "touch", "mkfifo"}) {
     beginWithSecrets();

@@ -17,6 +17,13 @@ target_include_directories(corvane_flags INTERFACE ${PROJECT_SOURCE_DIR})
 # Files beyond 2 GB also where a system's off_t is 32 bits wide.
 target_compile_definitions(corvane_flags INTERFACE _FILE_OFFSET_BITS=64)
 
+option(CORVANE_COVERAGE "Count what runs, for scripts/coverage.sh (needs gcc)" OFF)
+if(CORVANE_COVERAGE)
+  # Threads count together.
+  target_compile_options(corvane_flags INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(corvane_flags INTERFACE --coverage)
+endif()
+
 if(CORVANE_SANITIZE)
   target_compile_options(corvane_flags INTERFACE
     -fsanitize=${CORVANE_SANITIZE}

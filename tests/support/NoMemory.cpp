@@ -10,11 +10,16 @@ thread_local unsigned long left = 0;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// All forms that are given back by the forms of delete below: a sanitizer's own may not be mixed with them.
+void* operator new(std::size_t size, const std::nothrow_t& /*nothrow*/) noexcept {
   if (counts && left > 0 && --left == 0) {
-    throw std::bad_alloc();
+    return nullptr;
   }
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+void* operator new(std::size_t size) {
+  if (void* const memory = operator new(size, std::nothrow)) {
     return memory;
   }
   throw std::bad_alloc();
@@ -22,6 +27,7 @@ void* operator new(std::size_t size) {
 
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t& /*nothrow*/) noexcept { std::free(memory); }
 
 namespace support {
 

@@ -1,24 +1,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "tests/sweep/SweepRoot.h"
+#include "tests/integration/SampleOfFaults.h"
 
 namespace tests {
 namespace {
 
 using support::EngineRole;
-using support::FaultyRun;
-using support::PrivateRoot;
-using sweep::FaultCheck;
 using sweep::FaultPoint;
-
-constexpr std::chrono::seconds kLimitOfABusyMachine{60};
 
 /// Some spread over the run, and the last of each process, where threads and statics end and nobody catches.
 std::vector<FaultPoint> sampleOf(const std::vector<FaultPoint>& points, EngineRole role) {
@@ -36,41 +30,26 @@ std::vector<FaultPoint> sampleOf(const std::vector<FaultPoint>& points, EngineRo
   return sample;
 }
 
-class AllocationSample : public ::testing::TestWithParam<std::string> {
+class AllocationSample : public SampleOfFaults {
  protected:
   void SetUp() override {
     if (std::string_view(CORVANE_SANITIZERS) != "") {
       GTEST_SKIP() << "a sanitizer brings an allocator of its own, which no other library may replace";
     }
-    if (const auto reason = PrivateRoot::whyImpossible(PrivateRoot::Way::Mounts)) {
-      GTEST_SKIP() << *reason;
-    }
-    if (const auto reason = FaultyRun::whyImpossible()) {
-      GTEST_SKIP() << *reason;
-    }
-  }
-
-  static void expectNothingWrong(FaultCheck& check, const FaultPoint& point) {
-    const sweep::Verdict verdict = check.check(point);
-    for (const sweep::Finding& finding : verdict.findings) {
-      ADD_FAILURE() << point.text() << " [" << verdict.call << "]: " << nameOfWrong(finding.wrong) << ' '
-                    << finding.text;
-    }
+    SampleOfFaults::SetUp();
   }
 };
 
 TEST_P(AllocationSample, NoFailingAllocationMakesARunLieOrIsFinal) {
-  const sweep::Products products(CORVANE_ENGINE);
-  sweep::SweepRoot place(products, CORVANE_STATUS_WATCHER);
-  const sweep::Flow flow = sweep::makeFlow(place.root(), GetParam());
-  FaultCheck check(place.root(), flow, kLimitOfABusyMachine);
-  const std::vector<FaultPoint> points = check.allocationPoints();
-  ASSERT_FALSE(points.empty());
-  for (const EngineRole role : {EngineRole::Engine, EngineRole::Receipt}) {
-    for (const FaultPoint& point : sampleOf(points, role)) {
-      expectNothingWrong(check, point);
+  withCheck([](sweep::FaultCheck& check) {
+    const std::vector<FaultPoint> points = check.allocationPoints();
+    ASSERT_FALSE(points.empty());
+    for (const EngineRole role : {EngineRole::Engine, EngineRole::Receipt}) {
+      for (const FaultPoint& point : sampleOf(points, role)) {
+        expectNothingWrong(check, point);
+      }
     }
-  }
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(OfSmallRuns, AllocationSample, ::testing::Values("install", "upgrade", "removal"),

@@ -2,22 +2,16 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "tests/sweep/SweepRoot.h"
+#include "tests/integration/SampleOfFaults.h"
 
 namespace tests {
 namespace {
 
-using support::FaultyRun;
-using support::PrivateRoot;
-using sweep::FaultCheck;
 using sweep::FaultPoint;
-
-constexpr std::chrono::seconds kLimitOfABusyMachine{60};
 
 bool hasSanitizers() { return std::string_view(CORVANE_SANITIZERS) != ""; }
 
@@ -41,34 +35,14 @@ std::vector<FaultPoint> sampleOf(std::vector<FaultPoint> points) {
   return sample;
 }
 
-class FaultSample : public ::testing::TestWithParam<std::string> {
- protected:
-  void SetUp() override {
-    if (const auto reason = PrivateRoot::whyImpossible(PrivateRoot::Way::Mounts)) {
-      GTEST_SKIP() << *reason;
-    }
-    if (const auto reason = FaultyRun::whyImpossible()) {
-      GTEST_SKIP() << *reason;
-    }
-  }
-
-  static void expectNothingWrong(FaultCheck& check, const FaultPoint& point) {
-    const sweep::Verdict verdict = check.check(point);
-    for (const sweep::Finding& finding : verdict.findings) {
-      ADD_FAILURE() << point.text() << " [" << verdict.call << "]: " << nameOfWrong(finding.wrong) << ' '
-                    << finding.text;
-    }
-  }
-};
+using FaultSample = SampleOfFaults;
 
 TEST_P(FaultSample, NoFailingCallMakesARunLieOrIsFinal) {
-  const sweep::Products products(CORVANE_ENGINE);
-  sweep::SweepRoot place(products, CORVANE_STATUS_WATCHER);
-  const sweep::Flow flow = sweep::makeFlow(place.root(), GetParam());
-  FaultCheck check(place.root(), flow, kLimitOfABusyMachine);
-  for (const FaultPoint& point : sampleOf(check.points())) {
-    expectNothingWrong(check, point);
-  }
+  withCheck([](sweep::FaultCheck& check) {
+    for (const FaultPoint& point : sampleOf(check.points())) {
+      expectNothingWrong(check, point);
+    }
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(OfEachKind, FaultSample, ::testing::ValuesIn(sweep::flowNames()), [](const auto& flow) {

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "InstallationDeployer/RestrictedPaths.h"
 #include "tests/integration/StepInRoot.h"
 #include "tests/support/PropertyLists.h"
 
@@ -89,44 +90,7 @@ TEST_F(InstalledFiles, RemovalLeavesTheTreeAsItWasBeforeThem) {
 }
 
 TEST_F(InstalledFiles, EachOfTheThirtyEightRestrictedPathsEndsTheRemoval) {
-  const std::vector<std::string> restricted{"/",
-                                            "/Applications",
-                                            "/Library",
-                                            "/Network",
-                                            "/System",
-                                            "/Users",
-                                            "/Volumes",
-                                            "/bin",
-                                            "/cores",
-                                            "/dev",
-                                            "/etc",
-                                            "/home",
-                                            "/mach_kernel",
-                                            "/net",
-                                            "/opt",
-                                            "/private",
-                                            "/sbin",
-                                            "/tmp",
-                                            "/usr",
-                                            "/usr/bin",
-                                            "/usr/lib",
-                                            "/usr/libexec",
-                                            "/usr/sbin",
-                                            "/usr/share",
-                                            "/usr/share/man",
-                                            "/usr/share/man/man1",
-                                            "/var",
-                                            "/Library/Frameworks",
-                                            "/Library/Caches",
-                                            "/Library/Application Support",
-                                            "/Library/LaunchDaemons",
-                                            "/Library/LaunchAgents",
-                                            "/Library/Preferences",
-                                            "/System/Library",
-                                            "/System/Library/CoreServices",
-                                            "/System/Library/Frameworks",
-                                            "/System/Library/LaunchDaemons",
-                                            "/System/Library/LaunchAgents"};
+  const auto& restricted = deployer::restrictedPaths();
   ASSERT_EQ(restricted.size(), 38U);
   root().writeFile("/Library/Caches/file", "x");
   const Snapshot before = root().snapshot("/Library");

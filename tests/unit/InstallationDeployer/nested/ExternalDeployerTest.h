@@ -43,6 +43,12 @@ class ExternalDeployer : public tests::StepTest {
   [[nodiscard]] std::string external() const { return path("External.app"); }
   [[nodiscard]] std::string engine() const { return external() + "/Contents/MacOS/InstallationDeployer"; }
   [[nodiscard]] std::string gate() const { return external() + "/gate"; }
+  /// Lets the process end that started the engine for the step, once the step follows the engine.
+  void endTheWrapperOnceItsEngineIsFollowed(const CapturedLog& log) const {
+    waitForLog(log, "[externalDeployer setInstallerState:15]");
+    const foundation::Descriptor wrapper(open((external() + "/wrapper").c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(::write(wrapper.number(), "g", 1), 1);
+  }
   /// Lets the engine go on that waits at its gate, or gets there; not one that has ended.
   void openGate() const {
     waitUntil([&] {

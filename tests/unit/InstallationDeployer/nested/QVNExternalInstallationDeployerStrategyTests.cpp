@@ -225,9 +225,7 @@ TEST_F(ExternalDeployer, ThatAnnouncedItselfFromAnotherProcessIsFollowedWhenTheC
   ASSERT_EQ(mkfifo((external() + "/wrapper").c_str(), 0600), 0);
   const CapturedLog log;
   std::thread pace([&] {
-    waitForLog(log, "[externalDeployer setInstallerState:15]");
-    const foundation::Descriptor wrapper(open((external() + "/wrapper").c_str(), O_WRONLY | O_CLOEXEC));
-    EXPECT_EQ(::write(wrapper.number(), "g", 1), 1);
+    endTheWrapperOnceItsEngineIsFollowed(log);
     // Gone once the step has looked after it.
     const int wrapping = std::stoi(contentOf(external() + "/wrapper-process"));
     waitUntil([&] { return kill(wrapping, 0) != 0; });
@@ -243,9 +241,7 @@ TEST_F(ExternalDeployer, ThatAnnouncedItselfFromAnotherProcessAndEndedAfterTheCh
   ASSERT_EQ(mkfifo((external() + "/wrapper").c_str(), 0600), 0);
   const CapturedLog log;
   std::thread pace([&] {
-    waitForLog(log, "[externalDeployer setInstallerState:15]");
-    const foundation::Descriptor wrapper(open((external() + "/wrapper").c_str(), O_WRONLY | O_CLOEXEC));
-    EXPECT_EQ(::write(wrapper.number(), "g", 1), 1);
+    endTheWrapperOnceItsEngineIsFollowed(log);
     openGate();
   });
   EXPECT_FALSE(execute("wrap,start,15,gate,kill"));

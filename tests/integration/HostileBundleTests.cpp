@@ -51,6 +51,13 @@ class HostileBundle : public EngineInRoot {
     ASSERT_TRUE(document.ok());
     root().writeFile(inside, *document);
   }
+  /// Installs in a new root, over the bundle with one damaged file.
+  support::Outcome installDamaged(const std::string& file, const Damage& damage) {
+    makeRoot();
+    deliverBundle();
+    damage(root().path(file));
+    return installHostile();
+  }
   /// The files that a run reads, each damaged in every way; the bundle is made whole again in between.
   static std::vector<std::pair<std::string, Damage>> damages() {
     return {
@@ -111,10 +118,7 @@ TEST_F(HostileBundle, ComponentManifestThatIsMissingOrDoesNotParseContributesNot
       continue;
     }
     SCOPED_TRACE(name);
-    makeRoot();
-    deliverBundle();
-    damage(root().path(core()));
-    const auto outcome = installHostile();
+    const auto outcome = installDamaged(core(), damage);
     EXPECT_EQ(outcome.exitCode, 0) << outcome.description();
     EXPECT_EQ(logged(outcome, "Warning",
                      "The manifest of component Core is missing or damaged: " + core() + ". It contributes nothing."),
@@ -133,10 +137,7 @@ TEST_F(HostileBundle, ComponentManifestThatCannotBeReadFailsTheRunBeforeAnything
       continue;
     }
     SCOPED_TRACE(name);
-    makeRoot();
-    deliverBundle();
-    damage(root().path(core()));
-    const auto outcome = installHostile();
+    const auto outcome = installDamaged(core(), damage);
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_TRUE(loggedBeginning(outcome, "Error", "Failed to read manifest for Core. Error Domain="))
         << outcome.standardError;
@@ -162,10 +163,7 @@ TEST_F(HostileBundle, ComponentsThatAreNoTextsAndThoseThatNoStepReadsGoUnnoticed
 TEST_F(HostileBundle, DamagedPayloadIsAnErrorAndNothingIsWritten) {
   for (const auto& [name, damage] : damages()) {
     SCOPED_TRACE(name);
-    makeRoot();
-    deliverBundle();
-    damage(root().path(payload()));
-    const auto outcome = installHostile();
+    const auto outcome = installDamaged(payload(), damage);
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_TRUE(loggedBeginning(outcome, "Error", "path doesn't exist at " + payload()) ||
                 loggedBeginning(outcome, "Error", "Checksum mismatch for component Core.") ||
@@ -183,10 +181,7 @@ TEST_F(HostileBundle, DamagedFrontEndFailsTheReceipt) {
       continue;
     }
     SCOPED_TRACE(name);
-    makeRoot();
-    deliverBundle();
-    damage(root().path(frontEnd));
-    const auto outcome = installHostile();
+    const auto outcome = installDamaged(frontEnd, damage);
     // A folder of that name is copied as such; everything else leaves no front end for the receipt.
     EXPECT_EQ(outcome.exitCode, name == "folder" ? 0 : 1) << outcome.description();
   }
